@@ -1,0 +1,49 @@
+# The front door. `make help` lists what can be asked for.
+
+# What `make test` builds and tests: any of release, asan (with UBSan), tsan.
+PRESETS ?= release asan tsan
+JOBS ?= $(shell nproc)
+sources = $(shell git ls-files '*.cpp' '*.h')
+
+.DEFAULT_GOAL := build
+.PHONY: build setup demo test test-% bench format check-format lint install clean help
+
+build: setup ## Build programs into build/bin and libraries into build/lib
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release -j $(JOBS)
+
+setup: ## Install missing packages (asks before it uses sudo)
+	@scripts/setup
+
+demo: build ## Show a profile at work, in a network of its own
+	@scripts/world scripts/demo
+
+test: setup check-format $(addprefix test-,$(PRESETS)) lint ## Check the format, test every preset, lint
+
+test-%: ## Build and test one preset: test-release, test-asan or test-tsan
+	@cmake --preset $* >/dev/null
+	@cmake --build --preset $* -j $(JOBS)
+	@ctest --preset $* -j $(JOBS)
+
+bench: build ## Measure, each figure as a ratio within one run
+	@bench/run
+
+format: ## Format the sources
+	@clang-format -i $(sources)
+
+check-format: ## Fail if a source is not formatted
+	@clang-format --dry-run -Werror $(sources)
+
+lint: ## Fail on what clang-tidy finds
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release -j $(JOBS) --target rpc_generated
+	@scripts/lint
+
+install: build ## Install; DESTDIR and PREFIX as usual
+	@cmake --install build $(if $(PREFIX),--prefix $(PREFIX))
+
+clean: ## Remove the build folders
+	@rm -rf build build-asan build-tsan
+
+help: ## This list
+	@sed -n 's/^\([a-z%-]*\):.*## \(.*\)/  make \1\t\2/p' Makefile | expand -t 22

@@ -1,0 +1,33 @@
+# One place for what every target is compiled with.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo)
+endif()
+
+include_directories(${CMAKE_SOURCE_DIR})
+
+# Boost.Bind asks to be told that its placeholders are wanted where it always put them.
+add_compile_definitions(BOOST_BIND_GLOBAL_PLACEHOLDERS)
+
+if(L2CP_SANITIZE)
+  add_compile_options(-fsanitize=${L2CP_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${L2CP_SANITIZE})
+  if(L2CP_SANITIZE MATCHES undefined)
+    add_compile_options(-fno-sanitize-recover=undefined)
+    add_link_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()
+add_link_options(-Wl,--as-needed)
+
+# l2cp_warnings(target): the warnings that our own code is free of. Generated code goes without.
+function(l2cp_warnings target)
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
+    -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wundef -Wunused
+    $<$<BOOL:${L2CP_WERROR}>:-Werror>)
+endfunction()
