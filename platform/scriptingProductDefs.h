@@ -1,0 +1,12 @@
+#pragma once
+
+/// Facts of the product's command line that scripters share.
+namespace scriptingProductDefs {
+
+/// Modes of the command line, by the commands that they accept.
+enum CliModeId : int {
+  CLI_MODE_CONF = 1,
+  CLI_MODE_L2CP_PROFILE = 2,
+};
+
+}  // namespace scriptingProductDefs
