@@ -1,0 +1,24 @@
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+
+#include "host/daemon.h"
+#include "host/version.h"
+
+int main(int argc, char** argv) {
+  try {
+    DaemonOptions options;
+    CLI::App app("Management daemon for Layer 2 control protocols. Runs in the foreground.", "l2cpd");
+    app.add_option("-c,--config", options.configFile, "Configuration file; without it, defaults")
+        ->type_name("FILE");
+    app.add_option("--module", options.module, "Library of the module")
+        ->type_name("LIBRARY")
+        ->capture_default_str();
+    app.set_version_flag("-V,--version", std::string("l2cpd ") + hostVersion);
+    CLI11_PARSE(app, argc, argv);
+    return runDaemon(options);
+  } catch (const std::exception& problem) {
+    std::cerr << "l2cpd: error: " << problem.what() << '\n';
+    return EXIT_FAILURE;
+  }
+}
