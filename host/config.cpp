@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 
+#include <toml++/toml.h>
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
@@ -10,7 +11,6 @@
 #include <limits>
 #include <sstream>
 #include <string_view>
-#include <toml++/toml.h>
 
 namespace {
 
@@ -67,8 +67,8 @@ class Reader {
                  std::initializer_list<std::string_view> known) const {
     for (const auto& [key, value] : table) {
       if (std::find(known.begin(), known.end(), key.str()) == known.end()) {
-        throw ConfigError(fmt::format("{}: unknown key \"{}\"{}", place(path_, key.source()),
-                                      key.str(), where));
+        throw ConfigError(
+            fmt::format("{}: unknown key \"{}\"{}", place(path_, key.source()), key.str(), where));
       }
     }
   }

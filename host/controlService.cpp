@@ -24,7 +24,8 @@ extern "C" void control_program_1(struct svc_req* request, SVCXPRT* transport);
 
 namespace {
 
-// What replies point at. A reply is sent before the next request is taken, so one of each is enough.
+// What replies point at. A reply is sent before the next request is taken, so one of each is
+// enough.
 struct Service {
   Config config;
   std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
@@ -51,14 +52,20 @@ BLLManager::Host& manager() { return singleton<BLLManager>::instance().host(); }
 // The wire's texts are not const, although nobody writes them.
 char* wireText(const char* text) { return const_cast<char*>(text); }  // NOLINT: see above
 char* wireText(const std::string& text) { return wireText(text.c_str()); }
-char* wireText(const classifier::Name& name) { return wireText(name.field().data()); }
+char* wireText(const classifier::Name& name) {
+  return wireText(name.view().data());
+}  // ends with NUL
 
 control_fate wireFate(classifier::Fate fate) {
   switch (fate) {
-    case classifier::Fate::untouched: return CONTROL_FATE_UNTOUCHED;
-    case classifier::Fate::discard: return CONTROL_FATE_DISCARD;
-    case classifier::Fate::peer: return CONTROL_FATE_PEER;
-    case classifier::Fate::tunnel: return CONTROL_FATE_TUNNEL;
+    case classifier::Fate::untouched:
+      return CONTROL_FATE_UNTOUCHED;
+    case classifier::Fate::discard:
+      return CONTROL_FATE_DISCARD;
+    case classifier::Fate::peer:
+      return CONTROL_FATE_PEER;
+    case classifier::Fate::tunnel:
+      return CONTROL_FATE_TUNNEL;
   }
   return CONTROL_FATE_UNTOUCHED;
 }
@@ -101,9 +108,8 @@ control_text* control_message_1_svc(control_text command, control_text argument,
                                     svc_req* /*request*/) {
   Service& state = service();
   std::ostringstream output;
-  singleton<BLLManager>::instance().externalMessage.fire(std::string(command),
-                                                         std::string(argument), &output,
-                                                         std::string("control"));
+  singleton<BLLManager>::instance().externalMessage.fire(
+      std::string(command), std::string(argument), &output, std::string("control"));
   state.answer = output.str().substr(0, CONTROL_TEXT_MAX);
   state.answerText = state.answer.data();
   return &state.answerText;
@@ -151,8 +157,8 @@ control_config_result* control_running_config_1_svc(control_config_mode mode,
     return &result;
   }
   Service& state = service();
-  state.lines = scriptText(singleton<CliConfig>::instance().runningConfig(
-      static_cast<Scripter::ConfigMode>(mode)));
+  state.lines = scriptText(
+      singleton<CliConfig>::instance().runningConfig(static_cast<Scripter::ConfigMode>(mode)));
   state.wireLines.clear();
   for (const std::string& line : state.lines) state.wireLines.push_back(wireText(line));
   result.lines = {static_cast<u_int>(state.wireLines.size()), state.wireLines.data()};

@@ -4,10 +4,11 @@
 
 /// What l2cpd is told on its command line.
 struct DaemonOptions {
-  std::string configFile;    ///< empty: the defaults
+  std::string configFile;               ///< empty: the defaults
   std::string module = "libl2cp.so.0";  ///< the module's library, as for dlopen(3)
 };
 
-/// Runs the daemon in the foreground until SIGTERM or SIGINT: loads the module, starts the entities,
-/// serves requests, stops the entities. Returns the exit status: 0, or 1 with the reason in the log.
+/// Runs the daemon in the foreground until SIGTERM or SIGINT: loads the module, starts the
+/// entities, serves requests, stops the entities. Returns the exit status: 0, or 1 with the reason
+/// in the log.
 int runDaemon(const DaemonOptions& options);

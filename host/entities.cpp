@@ -78,9 +78,9 @@ int servprofile::getDependencies(std::list<std::string>& entities) {
 
 int servprofile::servProfileCheckSubAttached(const std::string& profileName, int subProfileKind) {
   if (subProfileKind != subProfileL2cp) return 0;
-  const bool named = std::any_of(
-      servProfiles.begin(), servProfiles.end(),
-      [&](const auto& element) { return element.second.l2cpProfile == profileName; });
+  const bool named =
+      std::any_of(servProfiles.begin(), servProfiles.end(),
+                  [&](const auto& element) { return element.second.l2cpProfile == profileName; });
   return named ? 1 : 0;
 }
 

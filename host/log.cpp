@@ -14,10 +14,14 @@ std::atomic<hostlog::Level> limit = hostlog::Level::information;
 
 std::string_view levelText(hostlog::Level level) {
   switch (level) {
-    case hostlog::Level::error: return "error: ";
-    case hostlog::Level::warning: return "warning: ";
-    case hostlog::Level::information: return "";
-    case hostlog::Level::debug: return "debug: ";
+    case hostlog::Level::error:
+      return "error: ";
+    case hostlog::Level::warning:
+      return "warning: ";
+    case hostlog::Level::information:
+      return "";
+    case hostlog::Level::debug:
+      return "debug: ";
   }
   return "";
 }

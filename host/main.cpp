@@ -8,14 +8,20 @@
 int main(int argc, char** argv) {
   try {
     DaemonOptions options;
-    CLI::App app("Management daemon for Layer 2 control protocols. Runs in the foreground.", "l2cpd");
+    CLI::App app("Management daemon for Layer 2 control protocols. Runs in the foreground.",
+                 "l2cpd");
     app.add_option("-c,--config", options.configFile, "Configuration file; without it, defaults")
         ->type_name("FILE");
     app.add_option("--module", options.module, "Library of the module")
         ->type_name("LIBRARY")
         ->capture_default_str();
     app.set_version_flag("-V,--version", std::string("l2cpd ") + hostVersion);
-    CLI11_PARSE(app, argc, argv);
+    try {
+      app.parse(argc, argv);
+    } catch (const CLI::ParseError& problem) {
+      // The parser has a status of its own for every mistake, and "throws" the help text, too.
+      return app.exit(problem) == EXIT_SUCCESS ? EXIT_SUCCESS : EXIT_FAILURE;
+    }
     return runDaemon(options);
   } catch (const std::exception& problem) {
     std::cerr << "l2cpd: error: " << problem.what() << '\n';

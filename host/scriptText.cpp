@@ -4,8 +4,10 @@ namespace {
 
 std::string enteringCommand(const CliMode& mode) {
   switch (mode.id()) {
-    case scriptingProductDefs::CLI_MODE_L2CP_PROFILE: return "l2cp-profile " + mode.name();
-    case scriptingProductDefs::CLI_MODE_CONF: break;
+    case scriptingProductDefs::CLI_MODE_L2CP_PROFILE:
+      return "l2cp-profile " + mode.name();
+    case scriptingProductDefs::CLI_MODE_CONF:
+      break;
   }
   return {};
 }

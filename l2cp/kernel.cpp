@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "l2cp/full_name.h"
 #include "l2cp/l2cp.h"
 #include "l2cp/positions.h"
 #include "l2cp/trace.h"
@@ -12,15 +13,15 @@ namespace {
 
 constexpr std::size_t counterNameSize = 100;
 
-// The full name of a counter: its mask with a name or a number, and the rule.
+// The full name of a counter.
 struct CounterName {
   char text[counterNameSize];
 
   CounterName(const char* mask, const std::string& name, const char* suffix) {
-    std::snprintf(text, sizeof(text), mask, name.c_str(), suffix);
+    FullName(text).masked(mask, name.c_str(), suffix);
   }
   CounterName(const char* mask, int number, const char* suffix) {
-    std::snprintf(text, sizeof(text), mask, number, suffix);
+    FullName(text).masked(mask, number, suffix);
   }
 };
 
@@ -69,8 +70,7 @@ bool L2CP::kernelCounterGet(const char* mask, const std::string& name, const cha
   return true;
 }
 
-bool L2CP::kernelCounterGet(const char* mask, int number, const char* suffix,
-                            unsigned int& value) {
+bool L2CP::kernelCounterGet(const char* mask, int number, const char* suffix, unsigned int& value) {
   value = 0;
   CounterName full(mask, number, suffix);
   acl_ioctl_counter record{};

@@ -14,7 +14,8 @@ template class singleton<L2CP>;
 
 namespace {
 
-const bool registered = singleton<BLLManager>::instance().registerEntity(singleton<L2CP>::instance());
+const bool registered =
+    singleton<BLLManager>::instance().registerEntity(singleton<L2CP>::instance());
 
 }  // namespace
 

@@ -122,12 +122,12 @@ class L2CP : public BLEntity, public singleton<L2CP> {
 
   /// Published marker for "no free position". `findFreeIndex` itself reports 299.
   static const unsigned int m_noIndexAvailable;
-  static const unsigned long m_max_proto_len;    ///< longest name that `protoAdd` accepts
-  static const char m_selector_true[5];          ///< the classifier's own selector for every frame
-  static const char m_action_list_drop[5];       ///< action list of `kernelProtoAdd` for discard
-  static const char m_action_list_hide[10];      ///< shared list with one hide action
-  static const char m_action_list_tunnel[12];    ///< shared list with two no-L2CP actions
-  static const char m_rule_discard[8];           ///< text of a rule, and suffix of counter names
+  static const unsigned long m_max_proto_len;  ///< longest name that `protoAdd` accepts
+  static const char m_selector_true[5];        ///< the classifier's own selector for every frame
+  static const char m_action_list_drop[5];     ///< action list of `kernelProtoAdd` for discard
+  static const char m_action_list_hide[10];    ///< shared list with one hide action
+  static const char m_action_list_tunnel[12];  ///< shared list with two no-L2CP actions
+  static const char m_rule_discard[8];         ///< text of a rule, and suffix of counter names
   static const char m_rule_tunnel[7];
   static const char m_rule_peer[5];
   static const char m_counter_profile_mask[14];  ///< profile name, rule
@@ -138,8 +138,8 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   static const unsigned char m_subTypeMask;      ///< mask under which the subtype is matched
   static const unsigned char m_noSubType;
   static const unsigned short m_noEtherType;
-  static const unsigned char m_allMac[6];        ///< full mask
-  static const unsigned char m_anyMac[6];        ///< no address; as a mask it holds for any
+  static const unsigned char m_allMac[6];  ///< full mask
+  static const unsigned char m_anyMac[6];  ///< no address; as a mask it holds for any
 
   // ---- Entity (l2cp.cpp) ------------------------------------------------------------------------
 
@@ -354,7 +354,8 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   bool addSharedActionList(const char* name, acl_ioctl_action& action);
   unsigned int attachProtocol(const std::string& profileName, unsigned int port, unsigned short vid,
                               const Protocol& proto, Rule rule);
-  void attachConditions(acl_ioctl_selector& selector, unsigned short vid, const Protocol& proto);
+  void attachConditions(acl_ioctl_selector& selector, unsigned short vid,
+                        const Protocol& proto) const;
   void attachActions(acl_ioctl_action& action, const std::string& profileName, unsigned int port,
                      unsigned short vid, const Protocol& proto, Rule rule);
   void detach(PortMap::iterator portIt, VlanMap::iterator vlanIt, ProfileMap::iterator profileIt);

@@ -1,10 +1,10 @@
-#include <array>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
+#include "l2cp/full_name.h"
 #include "l2cp/l2cp.h"
 
 namespace {
@@ -85,24 +85,27 @@ int L2CP::PutName(const char* name, int count) {
 
 char* L2CP::aclName(char* shortName, const std::string& protoName, unsigned int port,
                     unsigned short vid) {
-  std::array<char, fullNameSize> fullName{};
-  std::snprintf(fullName.data(), fullName.size(), m_acl_mask, protoName.c_str(), port, vid);
-  return GetName(fullName.data(), shortName, nullptr);
+  char fullName[fullNameSize];
+  std::snprintf(fullName, sizeof(fullName), m_acl_mask, protoName.c_str(), port, vid);
+  return GetName(fullName, shortName, nullptr);
 }
 
 char* L2CP::nameSelector(char* shortName, unsigned short vid, const Protocol& proto) {
-  std::array<char, fullNameSize> fullName{};
-  std::snprintf(fullName.data(), fullName.size(), "%s/%d/%s/%04x/%02x", proto.name.c_str(), vid,
-                mac2str(proto.mac), proto.etherType, proto.subType);
-  return GetName(fullName.data(), shortName, nullptr);
+  char fullName[fullNameSize];
+  FullName name(fullName);
+  name.text(proto.name.c_str()).text("/").decimal(vid).text("/").text(mac2str(proto.mac));
+  name.text("/").hexadecimal(proto.etherType, 4).text("/").hexadecimal(proto.subType, 2);
+  return GetName(fullName, shortName, nullptr);
 }
 
 char* L2CP::nameActionList(char* shortName, unsigned int port, unsigned short vid,
                            const Protocol& proto) {
-  std::array<char, fullNameSize> fullName{};
-  std::snprintf(fullName.data(), fullName.size(), "%s/%d/%d/%s/%04x/%02x", proto.name.c_str(),
-                static_cast<int>(port), vid, mac2str(proto.mac), proto.etherType, proto.subType);
-  return GetName(fullName.data(), shortName, nullptr);
+  char fullName[fullNameSize];
+  FullName name(fullName);
+  name.text(proto.name.c_str()).text("/").decimal(static_cast<int>(port)).text("/");
+  name.decimal(vid).text("/").text(mac2str(proto.mac));
+  name.text("/").hexadecimal(proto.etherType, 4).text("/").hexadecimal(proto.subType, 2);
+  return GetName(fullName, shortName, nullptr);
 }
 
 const char* L2CP::mac2str(const unsigned char* mac, char* buffer) {
@@ -121,9 +124,12 @@ const char* L2CP::mac2str(const unsigned char* mac, char* buffer) {
 
 const char* L2CP::rule2str(Rule rule) {
   switch (rule) {
-    case Rule::discard: return m_rule_discard;
-    case Rule::peer: return m_rule_peer;
-    case Rule::tunnel: return m_rule_tunnel;
+    case Rule::discard:
+      return m_rule_discard;
+    case Rule::peer:
+      return m_rule_peer;
+    case Rule::tunnel:
+      return m_rule_tunnel;
   }
   return "unknown";
 }

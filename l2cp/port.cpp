@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 
 #include "l2cp/conditions.h"
+#include "l2cp/full_name.h"
 #include "l2cp/l2cp.h"
 #include "l2cp/positions.h"
 #include "l2cp/trace.h"
@@ -97,7 +97,7 @@ unsigned int L2CP::attachProtocol(const std::string& profileName, unsigned int p
 }
 
 void L2CP::attachConditions(acl_ioctl_selector& selector, unsigned short vid,
-                            const Protocol& proto) {
+                            const Protocol& proto) const {
   setVlanCondition(selector, vid);
   selector.conditionCount = 0;
   if (ioctl(aclFd, ACL_ADD_CONDITION, &selector) != 0) {
@@ -146,7 +146,7 @@ void L2CP::attachActions(acl_ioctl_action& action, const std::string& profileNam
     action.type = ACL_ACTION_COUNTER_CHANGE;
     // Deliberate: the full name is cut at the field's size, shorter than where the counters
     // themselves are cut, so a very long name leads to a counter that nobody made.
-    std::snprintf(action.counter, sizeof(action.counter), mask, of, rule2str(rule));
+    FullName(action.counter).masked(mask, of, rule2str(rule));
     GetName(action.counter, action.counter, nullptr);
     action.increment = 1;
     if (ioctl(aclFd, ACL_ADD_ACTION, &action) != 0) {

@@ -8,10 +8,9 @@
 
 int L2CP::protoAdd(const char* protoName, bool protect, const unsigned char* mac,
                    const unsigned char* macMask, unsigned short etherType, unsigned char subType) {
-  Debug(
-      "%s:%d %s(protoName=\"%s\", protect=%s, mac=%s, etherTypeHf=0x%04x (%d), subType=%d)",
-      L2CP_TRACE_SITE, __func__, protoName, bool2yesno(protect), mac2str(mac), etherType, etherType,
-      subType);
+  Debug("%s:%d %s(protoName=\"%s\", protect=%s, mac=%s, etherTypeHf=0x%04x (%d), subType=%d)",
+        L2CP_TRACE_SITE, __func__, protoName, bool2yesno(protect), mac2str(mac), etherType,
+        etherType, subType);
   const std::string name = registryKey(protoName);
   if (settings.protocols.contains(name)) return -EEXIST;
   if (name.size() > m_max_proto_len) return -EINVAL;

@@ -23,8 +23,8 @@ class BLLManager : public singleton<BLLManager> {
 
   /// Fired for every operator command that no part of the daemon claims for itself. Arguments:
   /// command, its argument, where to write an answer (may be null), the operator's session.
-  using ExternalMessage = Notification::Event<void(
-      const std::string&, const std::string&, std::ostringstream*, const std::string&)>;
+  using ExternalMessage = Notification::Event<void(const std::string&, const std::string&,
+                                                   std::ostringstream*, const std::string&)>;
   ExternalMessage externalMessage;
 
   /// Holds the daemon's configuration lock against everybody else while it lives. Waits a bounded

@@ -33,9 +33,12 @@ MacBytes macBytes(const rpc_l2cp_mac_t& mac) {
 
 L2CP::Rule ruleOf(rpc_l2cp_rule rule) {
   switch (rule) {
-    case RPC_L2CP_RULE_PEER: return L2CP::Rule::peer;
-    case RPC_L2CP_RULE_TUNNEL: return L2CP::Rule::tunnel;
-    default: return L2CP::Rule::discard;
+    case RPC_L2CP_RULE_PEER:
+      return L2CP::Rule::peer;
+    case RPC_L2CP_RULE_TUNNEL:
+      return L2CP::Rule::tunnel;
+    default:
+      return L2CP::Rule::discard;
   }
 }
 
@@ -55,7 +58,7 @@ void release(rpc_l2cp_profile_link& link) { std::free(link.profile_name); }
 // NOLINTEND(cppcoreguidelines-no-malloc)
 
 template <class ListResult>
-  requires requires(ListResult result) { result.list.list_val; }
+requires requires(ListResult result) { result.list.list_val; }
 void release(ListResult& result) {
   for (u_int i = 0; i < result.list.list_len; ++i) release(result.list.list_val[i]);
   delete[] result.list.list_val;
@@ -120,10 +123,10 @@ void fillList(ListResult& result, const Elements& elements) {
 rpc_l2cp_error* rpc_l2cp_proto_add_1_svc(rpc_l2cp_proto proto, svc_req* /*request*/) {
   static rpc_l2cp_error result;
   // Deliberate: a protocol made over RPC always has the mask that holds for any address.
-  result = wireError(
-      entity().protoAdd(proto.name, proto.protect != FALSE, macBytes(proto.mac).data(),
-                        L2CP::m_anyMac, proto.ether_type, proto.sub_type),
-      errors::protoAdd);
+  result =
+      wireError(entity().protoAdd(proto.name, proto.protect != FALSE, macBytes(proto.mac).data(),
+                                  L2CP::m_anyMac, proto.ether_type, proto.sub_type),
+                errors::protoAdd);
   return &result;
 }
 
@@ -252,8 +255,7 @@ rpc_l2cp_error* rpc_l2cp_profile_set_protect_1_svc(rpc_l2cp_profile_name_t name,
   return &result;
 }
 
-rpc_l2cp_counters* rpc_l2cp_profile_stat_1_svc(rpc_l2cp_profile_name_t name,
-                                               svc_req* /*request*/) {
+rpc_l2cp_counters* rpc_l2cp_profile_stat_1_svc(rpc_l2cp_profile_name_t name, svc_req* /*request*/) {
   static rpc_l2cp_counters result;
   L2CP::Statistics stats;
   const int read = entity().profileStat(name, stats);

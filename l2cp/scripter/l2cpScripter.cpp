@@ -40,9 +40,12 @@ bool isScripted(const L2CP::Profile& profile, const L2CP::Settings& defaults,
                 Scripter::ConfigMode mode) {
   const bool isDefault = defaults.profiles.contains(profile.name);
   switch (mode) {
-    case Scripter::configDynamicProfiles: return profile.dynamic && !isDefault;
-    case Scripter::configAll: return !profile.dynamic;
-    case Scripter::configDifferences: break;
+    case Scripter::configDynamicProfiles:
+      return profile.dynamic && !isDefault;
+    case Scripter::configAll:
+      return !profile.dynamic;
+    case Scripter::configDifferences:
+      break;
   }
   return !profile.dynamic && !isDefault;
 }
@@ -73,9 +76,8 @@ bool L2CPScripter::buildCliCommands(std::list<CliCommand>& out, ConfigMode mode,
     CliMode* const profileMode = CliMode::cliMode(scriptingProductDefs::CLI_MODE_L2CP_PROFILE,
                                                   modeName.c_str(), configuration);
     for (const auto& [proto, rule] : profile->protocols) {
-      out.emplace_back(profileMode,
-                       "protocol \"" + proto->name + "\" rule " + L2CP::rule2str(rule), false,
-                       false);
+      out.emplace_back(profileMode, "protocol \"" + proto->name + "\" rule " + L2CP::rule2str(rule),
+                       false, false);
     }
   }
   return true;

@@ -123,8 +123,8 @@ void runRpcLoop(const std::string& name) {
       if (count == -1) {
         const int error = errno;
         if (error == EINTR) continue;
-        std::fprintf(stderr, "[%d] %s: RPC main loop stopping (%d - %s).\n", getpid(),
-                     name.c_str(), error, std::strerror(error));
+        std::fprintf(stderr, "[%d] %s: RPC main loop stopping (%d - %s).\n", getpid(), name.c_str(),
+                     error, std::strerror(error));
         return;
       }
       if (count > 0) svc_getreqset(&ready);

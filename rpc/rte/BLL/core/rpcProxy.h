@@ -2,7 +2,7 @@
 
 #include <rpc/rpc.h>
 
-#include <boost/thread.hpp>
+#include <boost/thread/thread_only.hpp>
 #include <string>
 
 /// A dispatch routine as the RPC library calls it.
@@ -14,7 +14,8 @@ using RpcDispatch = void (*)(struct svc_req*, SVCXPRT*);
 /// transport; what was made for it stays open.
 void rpcProxyRegisterSvc(unsigned long program, unsigned long version, RpcDispatch dispatch);
 
-/// An interruption point for start functions that loop: true when the thread has been asked to stop.
+/// An interruption point for start functions that loop: true when the thread has been asked to
+/// stop.
 bool checkInterrupt();
 
 /// A thread that runs a start function and, for the two names that own it, then the process's RPC
@@ -37,7 +38,8 @@ class RPCProxy {
   bool start();
 
   /// Asks the thread to stop. Waits for its end without limit and returns true, or with
-  /// `onlyAsk` returns `isStopped()`. Throws boost::thread_resource_error on the proxy's own thread.
+  /// `onlyAsk` returns `isStopped()`. Throws boost::thread_resource_error on the proxy's own
+  /// thread.
   bool stop(bool onlyAsk);
 
   /// Whether no thread runs, after waiting up to 100 ms for its end.
