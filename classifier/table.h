@@ -1,0 +1,120 @@
+#pragma once
+
+/// A classifier table: the objects that requests make, and the software data plane that decides
+/// with them. All operations may be called from any thread.
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "classifier/matcher.h"
+#include "classifier/rule.h"
+#include "platform/acl_ioctl.h"
+
+namespace classifier {
+
+/// What happened to a frame.
+struct Verdict {
+  Fate fate = Fate::untouched;
+  /// The entry that the frame met, with the counters it changed; null when it met none.
+  std::shared_ptr<const Rule> entry;
+};
+
+class Table {
+ public:
+  /// Where ENOSPC begins.
+  static constexpr std::size_t maxObjects = std::size_t{1} << 20;  ///< of each class
+  static constexpr std::size_t maxConditions = 16;                 ///< of a selector
+  static constexpr std::size_t maxActions = 16;                    ///< of an action list
+  static constexpr std::size_t maxEntries = 100;                   ///< of one port and kind
+  static constexpr std::size_t maxPortEntries = 1600;              ///< of one port
+
+  /// The selector that every frame satisfies. It is always there and cannot be changed. An entry
+  /// with it is a catch-all: hiding the frames that nothing else claimed leaves them untouched.
+  static constexpr std::string_view everyFrame = "true";
+
+  Table();
+  ~Table();
+  Table(const Table&) = delete;
+  Table& operator=(const Table&) = delete;
+
+  /// Carries out one request of acl_ioctl.h. `record` is the record that belongs to `code`.
+  ///
+  /// Deleting an object takes its name away at once. Whatever uses the object keeps it, and a new
+  /// object of the same name is another one. A change to an object shows in the entries using it.
+  ///
+  /// Returns 0 or, with nothing changed, a negative error number:
+  ///   EEXIST  creating an object that exists, an action at an index that its list has already, an
+  ///           entry at a position that is taken
+  ///   ENOENT  using or deleting an object or entry that does not exist
+  ///   EINVAL  a name without end in its field, an empty name for a new object, an unknown type of
+  ///           condition or action, a VLAN range that is not ascending within 0..4095, a payload
+  ///           length other than 1, deleting or narrowing the selector "true", a port that is not
+  ///           a decimal number in -2^31..2^32-1 (negative ones are what "%d" makes of the upper
+  ///           half of the 32-bit numbers, and stand for those)
+  ///   ENOSPC  a limit above is reached
+  ///   EFAULT  no record, or no payload mask or value (addresses other than null are trusted)
+  ///   ENOTTY  no such request
+  ///   ENOMEM  no memory
+  /// When several apply, EINVAL and EFAULT come before ENOENT, then EEXIST, then ENOSPC.
+  int request(std::uint32_t code, void* record) noexcept;
+
+  /// Decides about a frame that arrives on a port, and changes the counters accordingly.
+  Verdict classify(std::uint32_t port, std::span<const std::uint8_t> frame);
+
+  /// The rules of a port as they are now: by ascending index, equal ones by ascending kind. This is
+  /// all that a data plane needs to know of the table.
+  Rules rules(std::uint32_t port) const;
+
+ private:
+  struct Selector;
+  struct Action;
+  struct ActionList;
+  struct Entry;
+  struct Port;
+
+  /// Keys are the objects' own names.
+  template <class Object>
+  using Registry = std::unordered_map<std::string_view, std::shared_ptr<Object>>;
+
+  template <class Object>
+  static int create(Registry<Object>& registry, std::string_view name);
+  template <class Record>
+  int answer(void* record, int (Table::*handler)(Record&));
+
+  int addSelector(const acl_ioctl_selector& record);
+  int deleteSelector(const acl_ioctl_selector& record);
+  int addCondition(const acl_ioctl_selector& record);
+  int addActionList(const acl_ioctl_action& record);
+  int deleteActionList(const acl_ioctl_action& record);
+  int addAction(const acl_ioctl_action& record);
+  int addPortEntry(const acl_ioctl_port_entry& record);
+  int deletePortEntry(const acl_ioctl_port_entry& record);
+  int getPortEntry(acl_ioctl_port_entry& record);
+  int addCounter(const acl_ioctl_counter& record);
+  int deleteCounter(const acl_ioctl_counter& record);
+  int getCounter(acl_ioctl_counter& record);
+
+  static std::shared_ptr<const Rule> ruleOf(const Entry& entry);
+  static Rules rulesOf(const Port& port);
+
+  mutable std::mutex mutex_;
+  Registry<Selector> selectors_;
+  Registry<ActionList> actionLists_;
+  Registry<Counter> counters_;
+  std::unordered_map<std::uint32_t, Port> ports_;
+  std::size_t entries_ = 0;
+  /// Grows whenever an object changes that entries use already.
+  std::uint64_t objectsRevision_ = 0;
+};
+
+/// The table "acl" of a bridge, made when it is first asked for and there for the rest of the
+/// process. `bridge` is not empty.
+Table& tableOf(std::string_view bridge);
+
+}  // namespace classifier
