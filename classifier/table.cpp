@@ -14,7 +14,8 @@
 namespace classifier {
 
 struct Table::Selector {
-  explicit Selector(std::string_view selectorName) : name(selectorName) {}
+  /// Room for one condition of each type, so that the usual selector grows once.
+  explicit Selector(std::string_view selectorName) : name(selectorName) { conditions.reserve(4); }
 
   const Name name;
   std::vector<Condition> conditions;
@@ -29,7 +30,8 @@ struct Table::Action {
 };
 
 struct Table::ActionList {
-  explicit ActionList(std::string_view listName) : name(listName) {}
+  /// Room for the usual list: four counter changes and two actions for the fate.
+  explicit ActionList(std::string_view listName) : name(listName) { actions.reserve(6); }
 
   const Name name;
   /// By ascending index.
@@ -202,9 +204,12 @@ int Table::answer(void* record, int (Table::*handler)(Record&)) {
 template <class Object>
 int Table::create(Registry<Object>& registry, std::string_view name) {
   if (name.empty()) return -EINVAL;
-  if (registry.size() >= maxObjects) return registry.contains(name) ? -EEXIST : -ENOSPC;
-  const auto object = std::make_shared<Object>(name);
-  return registry.try_emplace(object->name.view(), object).second ? 0 : -EEXIST;
+  if (registry.contains(name)) return -EEXIST;
+  if (registry.size() >= maxObjects) return -ENOSPC;
+  auto object = std::make_shared<Object>(name);
+  const std::string_view key = object->name.view();
+  registry.emplace(key, std::move(object));
+  return 0;
 }
 
 int Table::addSelector(const acl_ioctl_selector& record) {

@@ -30,7 +30,9 @@ class Reader {
     if (const toml::node* bridge = root.get("bridge")) {
       config.bridge = text(*bridge, "bridge");
       if (!isDeviceName(config.bridge)) {
-        fail(*bridge, "\"bridge\" is no device name: 1 to 15 bytes, without \"/\" and white space");
+        fail(*bridge,
+             "\"bridge\" is no device name: 1 to 15 bytes, without \"/\", \":\" and white space, "
+             "not \".\" or \"..\"");
       }
     }
     if (const toml::node* ports = root.get("port")) readPorts(*ports, config);
@@ -50,7 +52,9 @@ class Reader {
     std::ifstream file(path_, std::ios::binary);
     if (!file) throw ConfigError(fmt::format("{}: {}", path_, std::strerror(errno)));
     std::ostringstream contents;
-    contents << file.rdbuf();
+    // An empty file gives nothing and is fine; one that cannot be read gives nothing, too.
+    if (file.peek() != std::ifstream::traits_type::eof()) contents << file.rdbuf();
+    if (file.bad() || contents.fail()) throw ConfigError(fmt::format("{}: cannot be read", path_));
     try {
       return toml::parse(contents.str());
     } catch (const toml::parse_error& problem) {

@@ -21,7 +21,7 @@ class ConfigError : public std::runtime_error {
 
 /// Reads a TOML file:
 ///
-///     bridge = "br0"        # 1 to 15 bytes, without "/" and white space, as for any Linux device
+///     bridge = "br0"        # 1 to 15 bytes, no "/", ":" and white space, as for any Linux device
 ///
 ///     [[port]]
 ///     number = 3            # 0 to 4294967295, once

@@ -5,6 +5,8 @@
 #include <rpc/pmap_clnt.h>
 #include <rpc/rpc.h>
 #include <rpc/rpc_com.h>
+#include <sys/resource.h>
+#include <sys/select.h>
 
 #include <chrono>
 #include <csignal>
@@ -28,6 +30,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
+// What the module registers when it is loaded.
+constexpr const char* moduleEntity = "l2cp";
 // The thread on which the module registers its program with the port mapper.
 constexpr const char* moduleThread = "L2CP_mng";
 constexpr auto unregistrationTimeout = 1s;
@@ -57,6 +61,7 @@ class Daemon {
     // A client that goes away while its reply is written must not take the daemon with it.
     std::signal(SIGPIPE, SIG_IGN);
 
+    limitDescriptors();
     if (!configure() || !loadModule()) return EXIT_FAILURE;
     int maxRecord = maxRequestRecord;
     if (rpc_control(RPC_SVC_CONNMAXREC_SET, &maxRecord) == 0) {
@@ -90,6 +95,16 @@ class Daemon {
   }
 
  private:
+  // The RPC loop watches the descriptors that `select` can. With the limit there, the RPC library
+  // closes the connections that are idle longest before it runs out of descriptors; without it,
+  // connections beyond would never be served.
+  static void limitDescriptors() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur <= FD_SETSIZE) return;
+    limit.rlim_cur = FD_SETSIZE;
+    setrlimit(RLIMIT_NOFILE, &limit);
+  }
+
   static BLLManager::Host& host() { return singleton<BLLManager>::instance().host(); }
 
   bool configure() {
@@ -110,6 +125,11 @@ class Daemon {
     // Never unloaded: the module's static objects live to the end of the process.
     if (dlopen(options_.module.c_str(), RTLD_NOW | RTLD_LOCAL) == nullptr) {
       hostlog::error("daemon", "cannot load the module: {}", dlerror());
+      return false;
+    }
+    if (host().find(moduleEntity) == nullptr) {
+      hostlog::error("daemon", "{} is not the module: it brings no entity {}", options_.module,
+                     moduleEntity);
       return false;
     }
     return true;

@@ -156,14 +156,19 @@ void L2CP::attachActions(acl_ioctl_action& action, const std::string& profileNam
       Debug("%s:%d   Action \"CounterChange(%s, +1)\" added.", L2CP_TRACE_SITE, action.counter);
     }
   };
-  const auto addAction = [&](unsigned int index, acl_action_type type, const char* text) {
+  const auto addAction = [&](unsigned int index, acl_action_type type, const char* added,
+                             const char* refused) {
     action.index = index;
     action.type = type;
     if (ioctl(aclFd, ACL_ADD_ACTION, &action) != 0) {
-      Debug("%s:%d   Unable to add action \"%s()\" (%d).", L2CP_TRACE_SITE, text, errno);
+      Debug(refused, L2CP_TRACE_SITE, errno);
     } else {
-      Debug("%s:%d   Action \"%s()\" added.", L2CP_TRACE_SITE, text);
+      Debug(added, L2CP_TRACE_SITE);
     }
+  };
+  const auto addHide = [&](unsigned int index) {
+    addAction(index, ACL_ACTION_HIDE, "%s:%d   Action \"Hide()\" added.",
+              "%s:%d   Unable to add action \"Hide()\" (%d).");
   };
 
   addCounterChange(1, m_counter_port_mask, static_cast<int>(port));
@@ -172,14 +177,16 @@ void L2CP::attachActions(acl_ioctl_action& action, const std::string& profileNam
   addCounterChange(4, m_counter_proto_mask, proto.name.c_str());
   switch (rule) {
     case Rule::discard:
-      addAction(5, ACL_ACTION_DROP, "Drop");
+      addAction(5, ACL_ACTION_DROP, "%s:%d   Action \"Drop()\" added.",
+                "%s:%d   Unable to add action \"Drop()\" (%d).");
       break;
     case Rule::tunnel:
-      addAction(5, ACL_ACTION_NO_L2CP, "NoL2CP");
-      addAction(6, ACL_ACTION_HIDE, "Hide");
+      addAction(5, ACL_ACTION_NO_L2CP, "%s:%d   Action \"NoL2CP()\" added.",
+                "%s:%d   Unable to add action \"NoL2CP()\" (%d).");
+      addHide(6);
       break;
     case Rule::peer:
-      addAction(5, ACL_ACTION_HIDE, "Hide");
+      addHide(5);
       break;
   }
 }

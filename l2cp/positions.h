@@ -1,7 +1,6 @@
 #pragma once
 
-#include <cstdio>
-
+#include "l2cp/full_name.h"
 #include "platform/acl_ioctl.h"
 
 /// Positions of a port's entries: protocols from the first to the last, behind them the catch-all.
@@ -12,9 +11,8 @@ inline constexpr unsigned int hidePosition = 299;
 /// The kind of every protocol's entry.
 inline constexpr unsigned int protocolKind = 1;
 
-/// Writes the port number as the kernel reads it. Numbers from 2^31 on print as negative ones.
+/// Writes the port number as the kernel reads it, at most 11 characters. Numbers from 2^31 on print
+/// as negative ones.
 inline void setPort(acl_ioctl_port_entry& entry, unsigned int port) {
-  constexpr std::size_t bound = 17;
-  static_assert(bound <= sizeof(entry.port));
-  std::snprintf(entry.port, bound, "%d", static_cast<int>(port));
+  FullName(entry.port).decimal(static_cast<int>(port));
 }
