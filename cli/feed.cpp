@@ -1,0 +1,172 @@
+#include <fmt/format.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "classifier/capture.h"
+#include "cli/command.h"
+#include "cli/failure.h"
+#include "cli/frame.h"
+#include "cli/place.h"
+#include "cli/refusal.h"
+#include "cli/value.h"
+
+namespace cli {
+
+namespace {
+
+// A request's frames as they are encoded. Far below what the daemon takes, and few enough for the
+// first verdicts to be seen soon.
+constexpr std::size_t mostBytes = 256UL * 1024;
+
+constexpr std::array<Column, 7> columns{{{"FRAME", Column::Align::right, 6},
+                                         {"LENGTH", Column::Align::right},
+                                         {"DESTINATION", Column::Align::left, 17},
+                                         {"VLAN", Column::Align::right},
+                                         {"TYPE", Column::Align::left, 16},
+                                         {"FATE", Column::Align::left, 9},
+                                         {"ENTRY", Column::Align::right}}};
+
+struct FateTotal {
+  control_fate fate;
+  std::string_view name;
+  std::uint64_t frames = 0;
+};
+
+class Feed {
+ public:
+  Feed(Context& context, std::uint32_t port) : context_(context), port_(port) {}
+
+  void add(const capture::Frame& frame) {
+    if (frame.bytes.size() > CONTROL_FRAME_MAX) {
+      throw LocalError(fmt::format("frame {} has {} bytes; {} is the most that can be sent",
+                                   frame.number, frame.bytes.size(), CONTROL_FRAME_MAX));
+    }
+    const std::size_t size = encodedSize(frame.bytes.size());
+    if (frames_.size() == CONTROL_FRAMES_MAX || bytes_ + size > mostBytes) send();
+    frames_.push_back({.number = frame.number, .bytes = {frame.bytes.begin(), frame.bytes.end()}});
+    bytes_ += size;
+  }
+
+  // Sends what has been added and shows what became of it.
+  void send() {
+    if (frames_.empty()) return;
+    std::vector<control_frame> wire;
+    wire.reserve(frames_.size());
+    for (Sent& frame : frames_) {
+      // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): XDR's opaque bytes are chars
+      auto* bytes = reinterpret_cast<char*>(frame.bytes.data());
+      wire.push_back({static_cast<u_int>(frame.bytes.size()), bytes});
+    }
+    const auto result = context_.client.control<control_feed_1>(
+        port_, control_frames{static_cast<u_int>(wire.size()), wire.data()});
+    accept(result->error);
+    const std::span verdicts(result->verdicts.verdicts_val, result->verdicts.verdicts_len);
+    if (verdicts.size() != frames_.size()) {
+      throw NotReached(
+          fmt::format("l2cpd answered with {} verdicts for {} frames; is it of another "
+                      "release?",
+                      verdicts.size(), frames_.size()));
+    }
+    for (std::size_t i = 0; i < verdicts.size(); ++i) show(frames_[i], verdicts[i]);
+    frames_.clear();
+    bytes_ = 0;
+    context_.output.flush();
+  }
+
+  void header() {
+    if (!context_.options.quiet) context_.output.header(columns);
+  }
+
+  void summary() {
+    if (!context_.options.quiet) context_.output.line("");
+    std::vector<std::pair<std::string_view, std::string>> fields;
+    std::uint64_t total = 0;
+    for (const FateTotal& fate : totals_) {
+      fields.emplace_back(fate.name, std::to_string(fate.frames));
+      total += fate.frames;
+    }
+    fields.emplace_back("total", std::to_string(total));
+    context_.output.record(fields);
+  }
+
+ private:
+  struct Sent {
+    std::uint64_t number;
+    std::vector<std::uint8_t> bytes;
+  };
+
+  // As XDR's variable-length opaque data: a length, and the bytes up to a multiple of four.
+  static std::size_t encodedSize(std::size_t size) {
+    constexpr std::size_t unit = 4;
+    return unit + (size + unit - 1) / unit * unit;
+  }
+
+  FateTotal& totalOf(control_fate fate) {
+    for (FateTotal& total : totals_) {
+      if (total.fate == fate) return total;
+    }
+    throw NotReached(
+        fmt::format("l2cpd answered with fate {}, which is unknown here; is it of another release?",
+                    static_cast<int>(fate)));
+  }
+
+  void show(const Sent& frame, const control_verdict& verdict) {
+    FateTotal& total = totalOf(verdict.fate);
+    ++total.frames;
+    if (context_.options.quiet) return;
+    const FrameText text = frameText(frame.bytes);
+    context_.output.row(columns, {std::to_string(frame.number), std::to_string(frame.bytes.size()),
+                                  text.destination, text.vlan, text.type, std::string(total.name),
+                                  verdict.met != FALSE ? std::to_string(verdict.index) : "-"});
+  }
+
+  Context& context_;
+  std::uint32_t port_;
+  std::vector<Sent> frames_;
+  std::size_t bytes_ = 0;
+  std::array<FateTotal, 4> totals_{{{CONTROL_FATE_DISCARD, "discard"},
+                                    {CONTROL_FATE_PEER, "peer"},
+                                    {CONTROL_FATE_TUNNEL, "tunnel"},
+                                    {CONTROL_FATE_UNTOUCHED, "untouched"}}};
+};
+
+void feed(Context& context) {
+  const std::string portWord = context.words.take("PORT");
+  const std::string path = context.words.take("FILE");
+  context.words.end();
+  auto opened = capture::Reader::open(path);
+  if (const auto* error = std::get_if<capture::Error>(&opened)) {
+    throw LocalError(safeText(error->text));
+  }
+  auto& reader = std::get<capture::Reader>(opened);
+
+  Feed frames(context, portNumber(portWord, context.client));
+  frames.header();
+  while (const auto frame = reader.next()) frames.add(*frame);
+  frames.send();
+  frames.summary();
+  if (reader.error() != nullptr) throw LocalError(safeText(reader.error()->text));
+}
+
+constexpr Command commands[] = {
+    {"feed", "PORT FILE [-q]", "Lets the frames of a capture arrive on a port.",
+     "FILE is a pcap or pcapng capture of Ethernet frames. Each is classified by the daemon and\n"
+     "moves its counters as a frame from the wire would. Shown are its number and length, its\n"
+     "destination, outer VLAN id and type, what became of it, and the position of the entry that\n"
+     "it met on the port (299 is the catch-all); at the end the frames of each fate:\n"
+     "discard    the frame goes nowhere\n"
+     "peer       it is handed to the switch itself and not forwarded\n"
+     "tunnel     it is forwarded in its VLAN and not handed to the switch\n"
+     "untouched  no rule is about it: the bridge's normal treatment\n"
+     "With -q, only the summary is shown.",
+     "l2cpctl feed 3 lldp.pcap", feed, true}};
+
+}  // namespace
+
+constinit const Noun feedNoun{"feed", "Let captured frames arrive on a port", commands};
+
+}  // namespace cli

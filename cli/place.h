@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "cli/client.h"
+#include "cli/words.h"
+
+namespace cli {
+
+/// The number of a port: a number, or a name from the daemon's configuration, which is
+/// asked for only then. A name that is written as a number is never looked for. Throws LocalError
+/// for a name that the configuration does not have.
+std::uint32_t portNumber(const std::string& port, Client& client);
+
+/// Takes VID, from 0 to 4095.
+std::uint16_t takeVlan(Words& words);
+
+}  // namespace cli

@@ -1,0 +1,863 @@
+// Every command against a real daemon: what it shows, what it says when it is refused, what it ends
+// with. Most run the program's inside in this process, which keeps its two outputs apart.
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <rpc/pmap_clnt.h>
+#include <rpc/rpc.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <initializer_list>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "cli/client.h"
+#include "cli/program.h"
+#include "cli/refusal.h"
+#include "tests/system/fixture.h"
+
+namespace cli {
+namespace {
+
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using CommandLine = std::vector<std::string>;
+
+struct Outcome {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+Outcome outcome(const CommandLine& line) {
+  std::ostringstream out;
+  std::ostringstream err;
+  const int status = cli::run(line, out, err);
+  return {status, out.str(), err.str()};
+}
+
+// Expects that the command is carried out and returns what it shows.
+std::string shown(const CommandLine& line) {
+  const auto [status, out, err] = outcome(line);
+  EXPECT_EQ(status, 0) << err;
+  EXPECT_EQ(err, "");
+  return out;
+}
+
+// Expects that the command is refused and returns why.
+std::string refused(const CommandLine& line) {
+  const auto [status, out, err] = outcome(line);
+  EXPECT_EQ(status, 2) << out << err;
+  EXPECT_EQ(out, "");
+  return err;
+}
+
+// Expects that the daemon is not reached and returns what is said about it.
+std::string notReached(const CommandLine& line) {
+  const auto [status, out, err] = outcome(line);
+  EXPECT_EQ(status, 3) << out << err;
+  EXPECT_EQ(out, "");
+  return err;
+}
+
+// The commands that are expected to be carried out without a word.
+void does(std::initializer_list<CommandLine> lines) {
+  for (const CommandLine& line : lines) EXPECT_EQ(shown(line), "");
+}
+
+std::string frames(const char* file) { return std::string(FRAMES_FOLDER "/") + file; }
+
+class Protocols : public DaemonTest {};
+class Profiles : public DaemonTest {};
+class Attachments : public DaemonTest {};
+class Statistics : public DaemonTest {};
+class Feeding : public DaemonTest {};
+
+// ---- Protocols ----
+
+TEST_F(Protocols, AreListedInNameOrder) {
+  does({{"protocol", "add", "a b", "mac", "any"},
+        {"protocol", "add", "PTP", "mac", "01-80-C2-00-00-0E", "ethertype", "0x88f7", "subtype",
+         "12"}});
+  EXPECT_EQ(shown({"protocol", "list"}),
+            "NAME         MAC                ETHERTYPE  SUBTYPE  PROTECT  RULES\n"
+            "All-Bridges  01:80:c2:00:00:10  none       none     yes          0\n"
+            "CDP          01:00:0c:cc:cc:cc  0x2000     none     yes          0\n"
+            "E-LMI        01:80:c2:00:00:07  none       none     yes          0\n"
+            "GMRP-MMRP    01:80:c2:00:00:20  none       none     yes          0\n"
+            "GVRP-MVRP    01:80:c2:00:00:21  none       none     yes          0\n"
+            "LACP-LAMP    01:80:c2:00:00:02  0x8809     0x01     yes          0\n"
+            "LLDP         01:80:c2:00:00:0e  none       none     yes          0\n"
+            "MSPP         01:80:c2:00:00:03  0x22e2     none     yes          0\n"
+            "OAM-CFM      01:80:c2:00:00:30  0x8902     none     yes          0\n"
+            "OAM-EFM      01:80:c2:00:00:02  0x8809     0x03     yes          0\n"
+            "PNAC         01:80:c2:00:00:03  0x888e     none     yes          0\n"
+            "PTP          01:80:c2:00:00:0e  0x88f7     0x0c     no           0\n"
+            "Pause-Frame  01:80:c2:00:00:01  none       none     yes          0\n"
+            "UDLD         01:00:0c:cc:cc:cc  0x0111     none     yes          0\n"
+            "\"a b\"        any                none       none     no           0\n"
+            "xSTP         01:80:c2:00:00:00  none       none     yes          0\n");
+}
+
+TEST_F(Protocols, AreShownOneByOne) {
+  does({{"profile", "add", "p"}, {"profile", "rule", "add", "p", "LACP-LAMP", "peer"}});
+  EXPECT_EQ(shown({"protocol", "show", "LACP-LAMP"}),
+            "name       LACP-LAMP\n"
+            "mac        01:80:c2:00:00:02\n"
+            "ethertype  0x8809\n"
+            "subtype    0x01\n"
+            "protect    yes\n"
+            "rules      1\n");
+}
+
+TEST_F(Protocols, AreChangedOneThingAtATime) {
+  does({{"protocol", "add", "x", "protect", "subtype", "1", "mac", "any"},
+        {"protocol", "set", "x", "mac", "0180.c200.00ff"},
+        {"protocol", "set", "x", "ethertype", "35020"},
+        {"protocol", "set", "x", "subtype", "0"},
+        {"protocol", "set", "x", "protect", "off"}});
+  EXPECT_EQ(shown({"protocol", "show", "x"}),
+            "name       x\n"
+            "mac        01:80:c2:00:00:ff\n"
+            "ethertype  0x88cc\n"
+            "subtype    0x00\n"
+            "protect    no\n"
+            "rules      0\n");
+  does({{"protocol", "set", "x", "mac", "any"},
+        {"protocol", "set", "x", "ethertype", "none"},
+        {"protocol", "set", "x", "subtype", "none"},
+        {"protocol", "set", "x", "protect", "on"}});
+  EXPECT_EQ(shown({"protocol", "show", "x"}),
+            "name       x\n"
+            "mac        any\n"
+            "ethertype  none\n"
+            "subtype    none\n"
+            "protect    yes\n"
+            "rules      0\n");
+}
+
+TEST_F(Protocols, AreRenamedOntoOthersAndDeleted) {
+  does({{"protocol", "add", "old", "mac", "any", "ethertype", "1"},
+        {"protocol", "add", "new", "mac", "any", "ethertype", "2"},
+        {"protocol", "rename", "old", "new"}});
+  EXPECT_THAT(shown({"protocol", "show", "new"}), HasSubstr("ethertype  0x0001\n"));
+  does({{"protocol", "delete", "new"}});
+  EXPECT_EQ(
+      refused({"protocol", "show", "old"}),
+      "l2cpctl: error: PROTO_NOT_FOUND: there is no protocol of this name; \"l2cpctl protocol "
+      "list\" shows those there are\n");
+}
+
+TEST_F(Protocols, RefusalsSayWhatToDo) {
+  constexpr const char* notFound =
+      "l2cpctl: error: PROTO_NOT_FOUND: there is no protocol of this name; \"l2cpctl protocol "
+      "list\" shows those there are\n";
+  EXPECT_EQ(refused({"protocol", "delete", "x"}), notFound);
+  EXPECT_EQ(refused({"protocol", "set", "x", "protect", "on"}), notFound);
+  EXPECT_EQ(refused({"protocol", "set", "x", "mac", "any"}), notFound);
+  EXPECT_EQ(refused({"protocol", "set", "x", "ethertype", "none"}), notFound);
+  EXPECT_EQ(refused({"protocol", "set", "x", "subtype", "none"}), notFound);
+  EXPECT_EQ(refused({"protocol", "statistics", "x"}), notFound);
+  EXPECT_EQ(refused({"protocol", "rename", "x", "LLDP"}),
+            "l2cpctl: error: PROTO_NOT_FOUND: there is no protocol of the old name; \"l2cpctl "
+            "protocol list\" shows those there are\n");
+  EXPECT_EQ(
+      refused({"protocol", "rename", "LLDP", "x"}),
+      "l2cpctl: error: PROTO_IN_USE: there is no protocol of the new name to be replaced; add "
+      "one with \"l2cpctl protocol add\" first\n");
+  EXPECT_EQ(refused({"protocol", "add", "LLDP", "mac", "any"}),
+            "l2cpctl: error: PROTO_EXISTS: there is a protocol of this name; choose another name, "
+            "or change that one with \"l2cpctl protocol set\"\n");
+  EXPECT_EQ(
+      refused({"protocol", "add", std::string(31, 'x'), "mac", "any"}),
+      "l2cpctl: error: INVALID: the name is too long for the module; 30 bytes are the most\n");
+  does({{"profile", "add", "p"}, {"profile", "rule", "add", "p", "LLDP", "peer"}});
+  EXPECT_EQ(refused({"protocol", "delete", "LLDP"}),
+            "l2cpctl: error: PROTO_IN_USE: rules of profiles refer to the protocol; delete them "
+            "first with \"l2cpctl profile rule delete\"\n");
+}
+
+TEST_F(Protocols, NamesAreShownSoThatTheyCannotHarmATerminal) {
+  Client client({});
+  for (std::string name : {"\x1b]0;owned\a", "caf\xc3\xa9", "\xff", "line\nline"}) {
+    rpc_l2cp_proto proto{};
+    proto.name = wireText(name);
+    accept(client.module<rpc_l2cp_proto_add_1>(proto));
+  }
+  const std::string list = shown({"protocol", "list"});
+  EXPECT_THAT(list, HasSubstr("\n\\x1b]0;owned\\x07  any                0x0000     0x00     no"));
+  EXPECT_THAT(list, HasSubstr("\ncaf\xc3\xa9              any                0x0000     0x00  "));
+  EXPECT_THAT(list, HasSubstr("\n\\xff              any                0x0000     0x00     no "));
+  EXPECT_THAT(list, HasSubstr("\nline\\x0aline      any                0x0000     0x00     no "));
+  does({{"protocol", "delete", "caf\xc3\xa9"}, {"protocol", "delete", "\xff"}});
+}
+
+// ---- Profiles ----
+
+TEST_F(Profiles, AreListedInNameOrder) {
+  EXPECT_EQ(shown({"profile", "list"}), "NAME  PROTECT  DYNAMIC  ATTACHMENTS\n");
+  does({{"profile", "add", "plain"},
+        {"profile", "add", "my net", "protect"},
+        {"profile", "add", "d", "dynamic"},
+        {"profile", "add", "both", "dynamic", "protect"},
+        {"attach", "plain", "port", "1"},
+        {"attach", "plain", "port", "2", "vlan", "7"}});
+  EXPECT_EQ(shown({"profile", "list"}),
+            "NAME      PROTECT  DYNAMIC  ATTACHMENTS\n"
+            "both      yes      yes                0\n"
+            "d         no       yes                0\n"
+            "\"my net\"  yes      no                 0\n"
+            "plain     no       no                 2\n");
+}
+
+TEST_F(Profiles, AreShownWithTheirRules) {
+  does({{"profile", "add", "my net"},
+        {"profile", "rule", "add", "my net", "xSTP", "peer"},
+        {"profile", "rule", "add", "my net", "LLDP", "discard"},
+        {"profile", "rule", "add", "my net", "CDP", "tunnel"}});
+  constexpr const char* rules =
+      "PROTOCOL  RULE\n"
+      "CDP       tunnel\n"
+      "LLDP      discard\n"
+      "xSTP      peer\n";
+  EXPECT_EQ(shown({"profile", "show", "my net"}), std::string("name         \"my net\"\n"
+                                                              "protect      no\n"
+                                                              "dynamic      no\n"
+                                                              "attachments  0\n"
+                                                              "\n") +
+                                                      rules);
+  EXPECT_EQ(shown({"profile", "rule", "list", "my net"}), rules);
+}
+
+TEST_F(Profiles, RulesAreChangedDeletedAndCleared) {
+  does({{"profile", "add", "p"},
+        {"profile", "rule", "add", "p", "LLDP", "discard"},
+        {"profile", "rule", "add", "p", "CDP", "tunnel"},
+        {"profile", "rule", "add", "p", "UDLD", "tunnel"},
+        {"profile", "rule", "set", "p", "LLDP", "peer"},
+        {"profile", "rule", "delete", "p", "CDP"}});
+  EXPECT_EQ(shown({"profile", "rule", "list", "p"}),
+            "PROTOCOL  RULE\n"
+            "LLDP      peer\n"
+            "UDLD      tunnel\n");
+  does({{"profile", "rule", "clear", "p"}});
+  EXPECT_EQ(shown({"profile", "rule", "list", "p"}), "PROTOCOL  RULE\n");
+}
+
+TEST_F(Profiles, FlagsGoTogether) {
+  does({{"profile", "add", "p"}, {"profile", "set", "p", "dynamic", "on"}});
+  EXPECT_THAT(shown({"profile", "show", "p"}), HasSubstr("protect      yes\ndynamic      yes\n"));
+  does({{"profile", "set", "p", "protect", "off"}});
+  EXPECT_THAT(shown({"profile", "show", "p"}), HasSubstr("protect      no\ndynamic      no\n"));
+  does({{"profile", "set", "p", "protect", "on"}, {"profile", "set", "p", "dynamic", "off"}});
+  EXPECT_THAT(shown({"profile", "show", "p"}), HasSubstr("protect      yes\ndynamic      no\n"));
+}
+
+TEST_F(Profiles, StatusSaysWhetherTheyMayBeChanged) {
+  does({{"profile", "add", "p"}});
+  EXPECT_EQ(shown({"profile", "status", "p"}), "changeable\n");
+  does({{"attach", "p", "port", "1"}});
+  EXPECT_EQ(shown({"profile", "status", "p"}), "attached\n");
+  does({{"profile", "set", "p", "protect", "on"}});
+  EXPECT_EQ(shown({"profile", "status", "p"}), "protected\n");
+  EXPECT_EQ(
+      refused({"profile", "status", "q"}),
+      "l2cpctl: error: PROFILE_NOT_FOUND: there is no profile of this name; \"l2cpctl profile "
+      "list\" shows those there are\n");
+}
+
+TEST_F(Profiles, AreDeletedWhenNothingHoldsThem) {
+  does({{"profile", "add", "p"}, {"profile", "delete", "p"}});
+  EXPECT_EQ(shown({"profile", "list"}), "NAME  PROTECT  DYNAMIC  ATTACHMENTS\n");
+}
+
+TEST_F(Profiles, ThatDoNotExistAreSaidToBeMissing) {
+  for (const CommandLine& line :
+       std::initializer_list<CommandLine>{{"profile", "show", "x"},
+                                          {"profile", "delete", "x"},
+                                          {"profile", "set", "x", "protect", "on"},
+                                          {"profile", "set", "x", "dynamic", "on"},
+                                          {"profile", "statistics", "x"},
+                                          {"profile", "rule", "add", "x", "LLDP", "peer"},
+                                          {"profile", "rule", "set", "x", "LLDP", "peer"},
+                                          {"profile", "rule", "delete", "x", "LLDP"},
+                                          {"profile", "rule", "clear", "x"},
+                                          {"profile", "rule", "list", "x"},
+                                          {"attach", "x", "port", "1"},
+                                          {"detach", "x", "port", "1"}}) {
+    EXPECT_EQ(refused(line),
+              "l2cpctl: error: PROFILE_NOT_FOUND: there is no profile of this name; \"l2cpctl "
+              "profile list\" shows those there are\n");
+  }
+}
+
+TEST_F(Profiles, RefusalsSayWhatToDo) {
+  does({{"profile", "add", "p"}, {"profile", "rule", "add", "p", "LLDP", "peer"}});
+  EXPECT_EQ(refused({"profile", "add", "p"}),
+            "l2cpctl: error: PROFILE_EXISTS: there is a profile of this name; choose another name, "
+            "or change that one with \"l2cpctl profile set\"\n");
+  EXPECT_EQ(
+      refused({"profile", "rule", "add", "p", "LLDP", "tunnel"}),
+      "l2cpctl: error: PROTO_IN_USE: the profile has a rule for this protocol; change it with "
+      "\"l2cpctl profile rule set\"\n");
+  EXPECT_EQ(refused({"profile", "rule", "set", "p", "CDP", "tunnel"}),
+            "l2cpctl: error: PROTO_NOT_IN_PROFILE: the profile has no rule for this protocol; add "
+            "one with \"l2cpctl profile rule add\"\n");
+  EXPECT_EQ(refused({"profile", "rule", "delete", "p", "CDP"}),
+            "l2cpctl: error: PROTO_NOT_IN_PROFILE: the profile has no rule for this protocol; "
+            "\"l2cpctl profile rule list\" shows those there are\n");
+  for (const char* verb : {"add", "set"}) {
+    EXPECT_EQ(refused({"profile", "rule", verb, "p", "x", "peer"}),
+              "l2cpctl: error: PROTO_NOT_FOUND: there is no protocol of this name; \"l2cpctl "
+              "protocol list\" shows those there are\n");
+  }
+}
+
+TEST_F(Profiles, ThatAreProtectedAreNotChanged) {
+  does({{"profile", "add", "p", "protect"}});
+  for (const CommandLine& line :
+       std::initializer_list<CommandLine>{{"profile", "delete", "p"},
+                                          {"profile", "rule", "add", "p", "LLDP", "peer"},
+                                          {"profile", "rule", "set", "p", "LLDP", "peer"},
+                                          {"profile", "rule", "delete", "p", "LLDP"},
+                                          {"profile", "rule", "clear", "p"}}) {
+    EXPECT_EQ(refused(line),
+              "l2cpctl: error: PROFILE_PROTECTED: the profile is protected; switch that off first "
+              "with \"l2cpctl profile set NAME protect off\"\n");
+  }
+}
+
+TEST_F(Profiles, ThatAreAttachedAreNotChanged) {
+  does({{"profile", "add", "p"}, {"attach", "p", "port", "1"}});
+  for (const CommandLine& line :
+       std::initializer_list<CommandLine>{{"profile", "rule", "add", "p", "LLDP", "peer"},
+                                          {"profile", "rule", "set", "p", "LLDP", "peer"},
+                                          {"profile", "rule", "delete", "p", "LLDP"},
+                                          {"profile", "rule", "clear", "p"}}) {
+    EXPECT_EQ(refused(line),
+              "l2cpctl: error: PROFILE_IN_USE: the profile is in force somewhere; detach it "
+              "everywhere first with \"l2cpctl detach\"\n");
+  }
+  EXPECT_EQ(refused({"profile", "delete", "p"}),
+            "l2cpctl: error: PROFILE_IN_USE: the profile is attached, or a service profile names "
+            "it; detach it everywhere first with \"l2cpctl detach\"\n");
+}
+
+// ---- Attachments ----
+
+TEST_F(Attachments, AreShownByPort) {
+  does({{"profile", "add", "p"},
+        {"profile", "add", "my net"},
+        {"attach", "my net", "port", "4294967295"},
+        {"attach", "p", "port", "0xffffffff", "vlan", "100"},
+        {"attach", "my net", "port", "4294967295", "vlan", "0x7"},
+        {"attach", "p", "port", "1"}});
+  EXPECT_EQ(shown({"port", "show", "4294967295"}),
+            "VLAN  PROFILE\n"
+            "   7  \"my net\"\n"
+            " 100  p\n"
+            " all  \"my net\"\n");
+  does({{"detach", "my net", "port", "4294967295"},
+        {"detach", "p", "port", "4294967295", "vlan", "100"}});
+  EXPECT_EQ(shown({"port", "show", "4294967295"}),
+            "VLAN  PROFILE\n"
+            "   7  \"my net\"\n");
+}
+
+TEST_F(Attachments, OfAPortWithoutAnyAreAnEmptyList) {
+  EXPECT_EQ(shown({"port", "show", "0"}), "VLAN  PROFILE\n");
+}
+
+TEST_F(Attachments, WithoutVlanAreThoseOfTheWholePort) {
+  does({{"profile", "add", "p"}, {"attach", "p", "port", "1"}});
+  EXPECT_EQ(refused({"attach", "p", "port", "1", "vlan", "4095"}),
+            "l2cpctl: error: FAILED: the profile is attached there already; \"l2cpctl port show\" "
+            "lists what is\n");
+  does({{"detach", "p", "port", "1", "vlan", "4095"}});
+}
+
+TEST_F(Attachments, RefusalsSayWhatToDo) {
+  does({{"profile", "add", "p"}, {"profile", "add", "q"}});
+  EXPECT_EQ(refused({"detach", "p", "port", "1"}),
+            "l2cpctl: error: PROTO_NOT_FOUND: nothing is attached to the port; \"l2cpctl profile "
+            "list\" counts attachments\n");
+  does({{"attach", "p", "port", "1", "vlan", "5"}});
+  EXPECT_EQ(refused({"detach", "p", "port", "1"}),
+            "l2cpctl: error: DETACH_REFUSED: nothing is attached to the port on this VLAN; "
+            "\"l2cpctl port show\" lists what is\n");
+  EXPECT_EQ(refused({"detach", "q", "port", "1", "vlan", "5"}),
+            "l2cpctl: error: NOT_ATTACHED: other profiles are attached there, but not this one; "
+            "\"l2cpctl port show\" lists them\n");
+}
+
+// ---- Statistics ----
+
+TEST_F(Statistics, CountFramesByPortAndVlan) {
+  does({{"profile", "add", "p"},
+        {"profile", "rule", "add", "p", "LLDP", "discard"},
+        {"profile", "rule", "add", "p", "CDP", "tunnel"},
+        {"profile", "rule", "add", "p", "xSTP", "peer"},
+        {"attach", "p", "port", "3"}});
+  shown({"feed", "-q", "3", frames("mixed.pcap")});
+  constexpr const char* counters =
+      "discard  1\n"
+      "peer     2\n"
+      "tunnel   1\n"
+      "total    4\n";
+  EXPECT_EQ(shown({"port", "statistics", "3"}), counters);
+  EXPECT_EQ(shown({"vlan", "statistics", "4095"}), counters);
+}
+
+TEST_F(Statistics, OfPlacesWithoutAttachmentsDoNotExist) {
+  EXPECT_EQ(
+      refused({"port", "statistics", "3"}),
+      "l2cpctl: error: NO_COUNTERS: the port has no counters yet; they come into being when a "
+      "profile is attached to it with \"l2cpctl attach\"\n");
+  EXPECT_EQ(
+      refused({"vlan", "statistics", "0"}),
+      "l2cpctl: error: NO_COUNTERS: the VLAN has no counters yet; they come into being when a "
+      "profile is attached to it with \"l2cpctl attach\"\n");
+}
+
+TEST_F(Statistics, OfProtocolsAndProfilesAreToBeReadElsewhere) {
+  does({{"profile", "add", "p"},
+        {"profile", "rule", "add", "p", "LLDP", "peer"},
+        {"attach", "p", "port", "1"}});
+  for (const CommandLine& line : std::initializer_list<CommandLine>{
+           {"profile", "statistics", "p"}, {"protocol", "statistics", "LLDP"}}) {
+    EXPECT_EQ(refused(line),
+              "l2cpctl: error: NO_COUNTERS: the module never has counters of protocols and "
+              "profiles; read those of ports and VLANs with \"l2cpctl port statistics\" and "
+              "\"l2cpctl vlan statistics\"\n");
+  }
+}
+
+// ---- Feeding ----
+
+TEST_F(Feeding, ShowsWhatBecomesOfEachFrame) {
+  does({{"profile", "add", "p"},
+        {"profile", "add", "v"},
+        {"profile", "rule", "add", "p", "LLDP", "discard"},
+        {"attach", "p", "port", "3"},
+        {"profile", "rule", "add", "v", "OAM-CFM", "tunnel"},
+        {"attach", "v", "port", "3", "vlan", "100"}});
+  constexpr const char* expected =
+      " FRAME  LENGTH  DESTINATION        VLAN  TYPE              FATE       ENTRY\n"
+      "     1      52  01:80:c2:00:00:00     -  LLC 42 STP        untouched    299\n"
+      "     2     124  01:80:c2:00:00:02     -  0x8809 LACP       untouched    299\n"
+      "     3      18  01:80:c2:00:00:03     -  0x888e EAPOL      untouched    299\n"
+      "     4      23  01:80:c2:00:00:03     -  0x888e EAPOL      untouched    299\n"
+      "     5     112  01:80:c2:00:00:0e     -  0x88cc LLDP       discard      200\n"
+      "     6      99  01:00:0c:cc:cc:cc     -  SNAP 0x2000 CDP   untouched    299\n"
+      "     7      84  01:00:0c:cc:cc:cc     -  SNAP 0x0111 UDLD  untouched    299\n"
+      "     8      60  01:80:c2:00:00:02     -  0x8809 OAM        untouched    299\n"
+      "     9      60  01:80:c2:00:00:07     -  0x88ee E-LMI      untouched    299\n"
+      "    10      21  01:80:c2:00:00:00     -  LLC 42 STP        untouched    299\n"
+      "    11      60  01:80:c2:00:00:21     -  0x88f5 MVRP       untouched    299\n"
+      "    12      97  01:80:c2:00:00:33     -  0x8902 CFM        untouched    299\n"
+      "    13     101  01:80:c2:00:00:33   100  0x8902 CFM        tunnel       201\n"
+      "    14      60  01:00:0c:cc:cc:cc     -  SNAP 0x2004       untouched    299\n"
+      "    15      60  ff:ff:ff:ff:ff:ff     -  0x0806 ARP        untouched    299\n"
+      "    16      62  02:00:00:00:01:01   100  0x0800 IPv4       untouched    299\n"
+      "    17      60  01:80:c2:00:00:01     -  0x8808 PAUSE      untouched    299\n"
+      "\n"
+      "discard    1\n"
+      "peer       0\n"
+      "tunnel     1\n"
+      "untouched  15\n"
+      "total      17\n";
+  EXPECT_EQ(shown({"feed", "3", frames("mixed.pcap")}), expected);
+  EXPECT_EQ(shown({"feed", "3", frames("mixed.pcapng")}), expected);
+}
+
+TEST_F(Feeding, QuietlyShowsTheSummaryAlone) {
+  EXPECT_EQ(shown({"feed", "3", frames("lldp.pcap"), "--quiet"}),
+            "discard    0\n"
+            "peer       0\n"
+            "tunnel     0\n"
+            "untouched  4\n"
+            "total      4\n");
+}
+
+TEST_F(Feeding, ShowsFramesThatMeetNothing) {
+  EXPECT_EQ(shown({"feed", "3", frames("mspp.pcap")}),
+            " FRAME  LENGTH  DESTINATION        VLAN  TYPE              FATE       ENTRY\n"
+            "     1      60  01:80:c2:00:00:03     -  0x22e2            untouched      -\n"
+            "     2      60  01:80:c2:00:00:03   100  0x22e2            untouched      -\n"
+            "\n"
+            "discard    0\n"
+            "peer       0\n"
+            "tunnel     0\n"
+            "untouched  2\n"
+            "total      2\n");
+}
+
+/// A capture written number by number.
+class CaptureFile {
+ public:
+  CaptureFile() { u32(0xa1b2c3d4).u32(0x00040002).u32(0).u32(0).u32(262144).u32(1); }
+
+  CaptureFile& frame(std::size_t size, char filler) {
+    const auto length = static_cast<std::uint32_t>(size);
+    u32(0).u32(0).u32(length).u32(length);
+    bytes_.append(size, filler);
+    return *this;
+  }
+
+  const std::string& bytes() const { return bytes_; }
+
+ private:
+  CaptureFile& u32(std::uint32_t value) {
+    for (int shift = 0; shift < 32; shift += 8) bytes_ += static_cast<char>(value >> shift & 0xff);
+    return *this;
+  }
+
+  std::string bytes_;
+};
+
+std::string untouched(int number) {
+  const std::string frames = std::to_string(number);
+  return "discard    0\npeer       0\ntunnel     0\nuntouched  " + frames + "\ntotal      " +
+         frames + "\n";
+}
+
+TEST_F(Feeding, SendsAnyNumberOfFrames) {
+  CaptureFile capture;
+  for (int i = 0; i < 2500; ++i) capture.frame(60, 'x');
+  const std::string path = support::World::file("many.pcap", capture.bytes());
+  EXPECT_EQ(shown({"feed", "3", path, "-q"}), untouched(2500));
+  const std::string lines = shown({"feed", "3", path});
+  EXPECT_THAT(lines, HasSubstr("\n  1024      60  78:78:78:78:78:78     -  0x7878            "
+                               "untouched      -\n  1025 "));
+  EXPECT_THAT(lines, HasSubstr("\n  2500      60  "));
+}
+
+TEST_F(Feeding, SendsFramesOfAnySizeThatARequestCarries) {
+  CaptureFile capture;
+  capture.frame(0, 'x').frame(1, 'x');
+  for (int i = 0; i < 20; ++i) capture.frame(65535, 'x');
+  EXPECT_EQ(shown({"feed", "3", support::World::file("big.pcap", capture.bytes()), "-q"}),
+            untouched(22));
+}
+
+TEST_F(Feeding, StopsAtAFrameThatNoRequestCarries) {
+  const std::string path =
+      support::World::file("huge.pcap", CaptureFile().frame(60, 'x').frame(65536, 'x').bytes());
+  const auto [status, out, err] = outcome({"feed", "3", path, "-q"});
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(err, "l2cpctl: error: frame 2 has 65536 bytes; 65535 is the most that can be sent\n");
+}
+
+TEST_F(Feeding, SaysWhatIsWrongWithAFile) {
+  const auto [status, out, err] = outcome({"feed", "3", "/run/no\x1bsuch"});
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(out, "");
+  EXPECT_EQ(err, "l2cpctl: error: /run/no\\x1bsuch: No such file or directory\n");
+  const std::string text = support::World::file("text", "this is no capture at all, is it?");
+  EXPECT_THAT(outcome({"feed", "3", text}).err,
+              HasSubstr("l2cpctl: error: /run/text: cannot be read as a capture: "));
+}
+
+TEST_F(Feeding, ShowsTheFramesBeforeAFilesDamage) {
+  std::string bytes = CaptureFile().frame(60, 'x').frame(60, 'x').bytes();
+  bytes.pop_back();
+  const auto [status, out, err] =
+      outcome({"feed", "3", support::World::file("cut.pcap", bytes), "-q"});
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(out, untouched(1));
+  EXPECT_THAT(err, HasSubstr("l2cpctl: error: /run/cut.pcap: frame 2: "));
+}
+
+// ---- The daemon ----
+
+class NamedPorts : public DaemonTest {
+ protected:
+  std::vector<std::string> arguments() override {
+    return {"-c", support::World::file("l2cpd.toml",
+                                       "bridge = \"br7\"\n"
+                                       "[[port]]\nnumber = 7\nname = \"ce 1\"\n"
+                                       "[[port]]\nnumber = 3\nname = \"uplink\"\n")};
+  }
+};
+
+TEST_F(NamedPorts, AreShownWithTheDaemonsState) {
+  EXPECT_THAT(shown({"daemon", "status"}), MatchesRegex("release     [0-9]+\\.[0-9]+\\.[0-9]+\n"
+                                                        "bridge      br7\n"
+                                                        "classifier  software\n"
+                                                        "process     " +
+                                                        std::to_string(world().daemon().id()) +
+                                                        "\n"
+                                                        "uptime      00:00:[0-9][0-9]\n"
+                                                        "\n"
+                                                        "ENTITY       STATE\n"
+                                                        "Interfaces   running\n"
+                                                        "vlanprofile  running\n"
+                                                        "servprofile  running\n"
+                                                        "l2cp         running\n"
+                                                        "\n"
+                                                        "PORT  NAME\n"
+                                                        "   3  uplink\n"
+                                                        "   7  \"ce 1\"\n"));
+}
+
+TEST_F(NamedPorts, CanStandForNumbersEverywhere) {
+  does({{"profile", "add", "p"},
+        {"profile", "rule", "add", "p", "LLDP", "peer"},
+        {"attach", "p", "port", "uplink"},
+        {"attach", "p", "port", "ce 1", "vlan", "5"}});
+  EXPECT_EQ(shown({"port", "show", "3"}), "VLAN  PROFILE\n all  p\n");
+  EXPECT_EQ(shown({"port", "show", "ce 1"}), "VLAN  PROFILE\n   5  p\n");
+  EXPECT_THAT(shown({"feed", "uplink", frames("lldp.pcap"), "-q"}), HasSubstr("peer       4\n"));
+  EXPECT_THAT(shown({"port", "statistics", "uplink"}), HasSubstr("peer     4\n"));
+  does({{"detach", "p", "port", "uplink"}});
+  EXPECT_EQ(shown({"port", "show", "3"}), "VLAN  PROFILE\n");
+}
+
+TEST_F(NamedPorts, ThatAreNotConfiguredAreSaidToBeMissing) {
+  const auto [status, out, err] = outcome({"port", "show", "downlink"});
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(out, "");
+  EXPECT_EQ(err,
+            "l2cpctl: error: the daemon's configuration has no port \"downlink\"; it has: uplink, "
+            "\"ce 1\"\n");
+}
+
+class Daemon : public DaemonTest {};
+
+TEST_F(Daemon, WithoutPortNamesSaysSo) {
+  EXPECT_THAT(shown({"daemon", "status"}), testing::EndsWith("\nPORT  NAME\n"));
+  EXPECT_EQ(outcome({"port", "show", "uplink"}).err,
+            "l2cpctl: error: the daemon's configuration has no port \"uplink\"; it names no ports "
+            "at all\n");
+}
+
+TEST_F(Daemon, ShowsTheRunningConfiguration) {
+  does({{"profile", "add", "my net"},
+        {"profile", "rule", "add", "my net", "LLDP", "tunnel"},
+        {"protocol", "add", "PTP", "mac", "any", "ethertype", "0x88f7"},
+        {"profile", "add", "d", "dynamic"},
+        {"profile", "rule", "add", "d", "CDP", "peer"}});
+  EXPECT_EQ(shown({"daemon", "running-config"}),
+            "l2protocol \"PTP\" mac any ethertype 0x88f7\n"
+            "\n"
+            "l2cp-profile \"my net\"\n"
+            " protocol \"LLDP\" rule tunnel\n"
+            "exit\n");
+  EXPECT_THAT(shown({"daemon", "running-config", "all"}),
+              HasSubstr("l2protocol \"LLDP\" mac 01:80:c2:00:00:0e\n"));
+  EXPECT_EQ(shown({"daemon", "running-config", "dynamic"}),
+            "l2cp-profile d\n"
+            " protocol \"CDP\" rule peer\n"
+            "exit\n");
+}
+
+TEST_F(Daemon, AppliesTheFactoryConfiguration) {
+  does({{"protocol", "add", "x", "mac", "any"},
+        {"protocol", "delete", "LLDP"},
+        {"profile", "add", "p"},
+        {"attach", "p", "port", "1"},
+        {"daemon", "defaults"}});
+  EXPECT_EQ(shown({"profile", "list"}), "NAME  PROTECT  DYNAMIC  ATTACHMENTS\n");
+  EXPECT_THAT(shown({"protocol", "list"}), testing::Not(HasSubstr("\nx ")));
+  EXPECT_THAT(shown({"protocol", "list"}), HasSubstr("\nLLDP "));
+}
+
+TEST_F(Daemon, PassesMessagesOn) {
+  does({{"daemon", "message", "l2cp_debug", "1"}, {"protocol", "delete", "LLDP"}});
+  EXPECT_TRUE(world().systemLog().waitFor("protoDel(protoName=\"LLDP\")"));
+  does({{"daemon", "message", "l2cp_dump"}, {"daemon", "message", "nobody knows", "this\n"}});
+  EXPECT_TRUE(world().systemLog().waitFor("Use Len Short name    Name"));
+}
+
+TEST_F(Daemon, TakesMessagesOfTheGreatestLength) {
+  does({{"daemon", "message", std::string(65536, 'c'), std::string(65536, 'a')}});
+}
+
+// ---- Not reached ----
+
+class Unreached : public WorldTest {};
+
+/// Listens on a TCP port of the loopback addresses.
+support::Descriptor listener(in_port_t port, int backlog) {
+  support::Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const int on = 1;
+  setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): the interface of sockets
+  EXPECT_EQ(bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  EXPECT_EQ(listen(socket.get(), backlog), 0);
+  return socket;
+}
+
+constexpr in_port_t portMapperPort = 111;
+constexpr in_port_t someonesPort = 4711;
+constexpr const char* nowhere =
+    "l2cpctl: error: l2cpd not reached at 127.0.0.1 (program 0x2000001d, version 1): ";
+
+TEST_F(Unreached, BecauseThereIsNoPortMapper) {
+  world().stopPortMapper();
+  EXPECT_EQ(notReached({"protocol", "list"}),
+            std::string(nowhere) + "the port mapper did not answer (Connection refused)\n");
+  EXPECT_EQ(notReached({"daemon", "status"}),
+            "l2cpctl: error: l2cpd not reached at 127.0.0.1 (program 0x20000100, version 1): the "
+            "port mapper did not answer (Connection refused)\n");
+}
+
+TEST_F(Unreached, BecauseThereIsNoDaemon) {
+  EXPECT_EQ(notReached({"protocol", "list"}),
+            std::string(nowhere) +
+                "the port mapper answered that nobody serves the program; is l2cpd running?\n");
+}
+
+TEST_F(Unreached, BecauseTheDaemonDied) {
+  world().startDaemon();
+  EXPECT_EQ(shown({"profile", "list"}), "NAME  PROTECT  DYNAMIC  ATTACHMENTS\n");
+  world().stopDaemon(SIGKILL);
+  EXPECT_THAT(notReached({"protocol", "list"}),
+              testing::AllOf(testing::StartsWith(nowhere),
+                             ContainsRegex("the port mapper answered with port [0-9]+, but the "
+                                           "daemon there did not answer \\(Connection refused\\); "
+                                           "is it running\\?\n$")));
+}
+
+TEST_F(Unreached, BecauseTheDaemonHasStoppedInAnOrderlyWay) {
+  world().startDaemon();
+  EXPECT_EQ(world().stopDaemon(SIGTERM), 0);
+  EXPECT_EQ(notReached({"protocol", "list"}),
+            std::string(nowhere) +
+                "the port mapper answered that nobody serves the program; is l2cpd running?\n");
+}
+
+TEST_F(Unreached, BecauseTheDaemonTakesConnectionsAndNeverAnswers) {
+  world().startDaemon();
+  world().daemon().signal(SIGSTOP);
+  EXPECT_EQ(notReached({"-t", "1", "protocol", "list"}),
+            std::string(nowhere) +
+                "the port mapper answered, but the daemon did not answer within 1 s\n");
+  world().daemon().signal(SIGCONT);
+  EXPECT_EQ(world().stopDaemon(SIGTERM), 0);
+}
+
+TEST_F(Unreached, BecauseThePortMapperTakesConnectionsAndNeverAnswers) {
+  world().stopPortMapper();
+  const auto silent = listener(portMapperPort, 8);
+  EXPECT_EQ(notReached({"protocol", "list", "-t1"}),
+            std::string(nowhere) + "the port mapper did not answer within 1 s\n");
+}
+
+TEST_F(Unreached, BecauseNobodyTakesTheConnection) {
+  world().stopPortMapper();
+  const auto busy = listener(portMapperPort, 0);
+  // With its queue full, the system drops what else arrives.
+  std::vector<support::Descriptor> queue;
+  for (int i = 0; i < 4; ++i) {
+    queue.emplace_back(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(portMapperPort);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): the interface of sockets
+    const auto* generic = reinterpret_cast<const sockaddr*>(&address);
+    static_cast<void>(connect(queue.back().get(), generic, sizeof(address)));
+  }
+  EXPECT_EQ(notReached({"protocol", "list", "-t1"}),
+            std::string(nowhere) + "the port mapper did not answer within 1 s\n");
+}
+
+TEST_F(Unreached, BecauseTheConnectionIsClosed) {
+  const auto socket = listener(someonesPort, 8);
+  ASSERT_TRUE(pmap_set(L2CP_PROGRAM, L2CP_VERSION, IPPROTO_TCP, someonesPort));
+  std::thread closer([&] { support::Descriptor(accept4(socket.get(), nullptr, nullptr, 0)); });
+  EXPECT_EQ(notReached({"protocol", "list"}),
+            std::string(nowhere) +
+                "the port mapper answered, but the daemon did not answer (Connection reset by "
+                "peer)\n");
+  closer.join();
+}
+
+TEST_F(Unreached, BecauseAnotherProgramIsServedThere) {
+  ASSERT_TRUE(pmap_set(L2CP_PROGRAM, L2CP_VERSION, IPPROTO_TCP, portMapperPort));
+  EXPECT_EQ(notReached({"protocol", "list"}),
+            std::string(nowhere) +
+                "the port mapper answered, but the daemon did not understand (RPC: Program "
+                "unavailable)\n");
+}
+
+TEST_F(Unreached, BecauseTheAddressLeadsNowhere) {
+  EXPECT_EQ(notReached({"-s", "192.0.2.1", "protocol", "list"}),
+            "l2cpctl: error: l2cpd not reached at 192.0.2.1 (program 0x2000001d, version 1): the "
+            "port mapper did not answer (Network is unreachable)\n");
+  for (const char* address : {"", "::1", "127.0.0.1:80", "no\x1b.such.name."}) {
+    EXPECT_THAT(notReached({"-s", address, "protocol", "list"}),
+                HasSubstr("): no IPv4 address, nor a name that leads to one ("))
+        << address;
+  }
+  EXPECT_THAT(notReached({"-s", "no\x1b.such.name.", "protocol", "list"}),
+              HasSubstr("not reached at no\\x1b.such.name. ("));
+}
+
+// ---- The program itself ----
+
+class Program : public DaemonTest {};
+
+TEST_F(Program, EndsWithTheStatusOfItsCommand) {
+  const auto status = [](const CommandLine& line) {
+    CommandLine command{L2CPCTL_PROGRAM};
+    command.insert(command.end(), line.begin(), line.end());
+    return support::run(command).status;
+  };
+  EXPECT_EQ(status({"protocol", "list"}), 0);
+  EXPECT_EQ(status({"--help"}), 0);
+  EXPECT_EQ(status({"protocol"}), 1);
+  EXPECT_EQ(status({"protocol", "delete", "x"}), 2);
+  EXPECT_EQ(status({"-s", "192.0.2.1", "protocol", "list"}), 3);
+}
+
+TEST_F(Program, WritesAnswersToStandardOutputAndProblemsToStandardError) {
+  const auto shell = [](const std::string& line) {
+    return support::run({"/bin/sh", "-c", "p=\"$0\"; " + line, L2CPCTL_PROGRAM}).output;
+  };
+  EXPECT_EQ(shell("\"$p\" profile list 2>/dev/null"), "NAME  PROTECT  DYNAMIC  ATTACHMENTS\n");
+  EXPECT_EQ(shell("\"$p\" profile delete x 2>/dev/null"), "");
+  EXPECT_THAT(shell("\"$p\" profile delete x >/dev/null"),
+              testing::StartsWith("l2cpctl: error: PROFILE_NOT_FOUND: "));
+}
+
+TEST_F(Program, SaysThatItsOutputCannotBeWritten) {
+  const support::Run full =
+      support::run({"/bin/sh", "-c", "\"$0\" protocol list >/dev/full", L2CPCTL_PROGRAM});
+  EXPECT_EQ(full.status, 1);
+  EXPECT_EQ(full.output, "l2cpctl: error: the output cannot be written\n");
+}
+
+TEST_F(Program, SurvivesAReaderThatGoesAway) {
+  int pipe[2];
+  ASSERT_EQ(pipe2(pipe, O_CLOEXEC), 0);
+  support::Descriptor reading(pipe[0]);
+  const support::Descriptor writing(pipe[1]);
+  reading.close();
+  const pid_t program = fork();
+  if (program == 0) {
+    dup2(writing.get(), STDOUT_FILENO);
+    execl(L2CPCTL_PROGRAM, L2CPCTL_PROGRAM, "protocol", "list", nullptr);
+    _exit(127);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(program, &status, 0), program);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+}
+
+}  // namespace
+}  // namespace cli

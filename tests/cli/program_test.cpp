@@ -1,0 +1,310 @@
+// What can be seen of the program without a daemon: its help, and what it says about wrong command
+// lines.
+
+#include "cli/program.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace cli {
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+using CommandLine = std::vector<std::string>;
+
+struct Outcome {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+Outcome outcome(const CommandLine& line) {
+  std::ostringstream out;
+  std::ostringstream err;
+  const int status = run(line, out, err);
+  return {status, out.str(), err.str()};
+}
+
+struct Wrong {
+  CommandLine line;
+  const char* answer;  // without "l2cpctl: error: " and the line end
+};
+
+void PrintTo(const Wrong& wrong, std::ostream* stream) {
+  for (const std::string& word : wrong.line) *stream << '"' << word << "\" ";
+}
+
+class WrongCommandLine : public testing::TestWithParam<Wrong> {};
+
+TEST_P(WrongCommandLine, IsAnsweredInOneLineBeforeAnythingIsSent) {
+  const auto [status, out, err] = outcome(GetParam().line);
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(out, "");
+  EXPECT_EQ(err, "l2cpctl: error: " + std::string(GetParam().answer) + "\n");
+}
+
+#define SEE(command) "; see \"l2cpctl " command "--help\""
+
+const Wrong wrongCommands[] = {
+    {{},
+     "a command is missing; there are: protocol, profile, attach, detach, port, vlan, feed, "
+     "daemon" SEE("")},
+    {{"frob"},
+     "\"frob\" is no command; there are: protocol, profile, attach, detach, port, vlan, feed, "
+     "daemon" SEE("")},
+    {{""},
+     "\"\" is no command; there are: protocol, profile, attach, detach, port, vlan, feed, "
+     "daemon" SEE("")},
+    {{"proto"},
+     "\"proto\" is no command; there are: protocol, profile, attach, detach, port, vlan, feed, "
+     "daemon" SEE("")},
+    {{"protocol"},
+     "protocol: a command is missing; there are: list, show, add, delete, rename, set, "
+     "statistics" SEE("protocol ")},
+    {{"protocol", "frob\x1b"},
+     "\"frob\\x1b\" is no command; there are: list, show, add, delete, rename, set, "
+     "statistics" SEE("")},
+    {{"profile", "rule"},
+     "profile rule: a command is missing; there are: add, set, delete, clear, "
+     "list" SEE("profile rule ")},
+    {{"profile list"},
+     "\"profile list\" is no command; there are: protocol, profile, attach, detach, port, vlan, "
+     "feed, daemon" SEE("")},
+};
+INSTANTIATE_TEST_SUITE_P(Commands, WrongCommandLine, testing::ValuesIn(wrongCommands));
+
+const Wrong wrongOptions[] = {
+    {{"-x"}, "\"-x\" is no option" SEE("")},
+    {{"protocol", "list", "--json"}, "\"--json\" is no option" SEE("")},
+    {{"protocol", "list", "-q"}, "protocol list: --quiet does nothing here" SEE("protocol list ")},
+    {{"-t", "0", "protocol", "list"}, "--timeout: Value 0 not in range 1 to 3600" SEE("")},
+    {{"-t", "3601", "protocol", "list"}, "--timeout: Value 3601 not in range 1 to 3600" SEE("")},
+    {{"-t", "soon", "protocol", "list"}, "--timeout: Value soon not in range 1 to 3600" SEE("")},
+    {{"protocol", "list", "-s"}, "--server: 1 required ADDRESS missing" SEE("")},
+};
+INSTANTIATE_TEST_SUITE_P(Options, WrongCommandLine, testing::ValuesIn(wrongOptions));
+
+const Wrong wrongProtocols[] = {
+    {{"protocol", "list", "x"}, "protocol list: \"x\" is one word too many" SEE("protocol list ")},
+    {{"protocol", "show"}, "protocol show: NAME is missing" SEE("protocol show ")},
+    {{"protocol", "show", ""}, "protocol show: the name is empty" SEE("protocol show ")},
+    {{"protocol", "show", "a\tb"},
+     "protocol show: the name \"a\\x09b\" has a control character" SEE("protocol show ")},
+    {{"protocol", "add", "x"}, "protocol add: \"mac\" is missing" SEE("protocol add ")},
+    {{"protocol", "add", "x", "mac"}, "protocol add: MAC is missing" SEE("protocol add ")},
+    {{"protocol", "add", "x", "mac", "any", "mac", "any"},
+     "protocol add: \"mac\" is one word too many" SEE("protocol add ")},
+    {{"protocol", "add", "x", "mac", "any", "ethertype"},
+     "protocol add: the ethertype is missing" SEE("protocol add ")},
+    {{"protocol", "add", "x", "mac", "any", "ethertype", "65536"},
+     "protocol add: ethertype: \"65536\" is no number from 0 to 65534, nor \"none\"" SEE(
+         "protocol add ")},
+    {{"protocol", "add", "x", "mac", "any", "subtype", "0x100"},
+     "protocol add: subtype: \"0x100\" is no number from 0 to 254, nor \"none\"" SEE(
+         "protocol add ")},
+    {{"protocol", "add", "x", "mac", "any", "protect", "protect"},
+     "protocol add: \"protect\" is one word too many" SEE("protocol add ")},
+    {{"protocol", "delete", "x", "y"},
+     "protocol delete: \"y\" is one word too many" SEE("protocol delete ")},
+    {{"protocol", "rename", "x"}, "protocol rename: NEW is missing" SEE("protocol rename ")},
+    {{"protocol", "rename", "x", ""},
+     "protocol rename: the new name is empty" SEE("protocol rename ")},
+    {{"protocol", "set", "x"},
+     "protocol set: \"protect\", \"mac\", \"ethertype\" or \"subtype\" is missing" SEE(
+         "protocol set ")},
+    {{"protocol", "set", "x", "name", "y"},
+     "protocol set: \"name\" stands where \"protect\", \"mac\", \"ethertype\" or \"subtype\" "
+     "should" SEE("protocol set ")},
+    {{"protocol", "set", "x", "protect", "on", "mac"},
+     "protocol set: \"mac\" is one word too many" SEE("protocol set ")},
+    {{"protocol", "set", "x", "protect"},
+     "protocol set: \"on\" or \"off\" is missing" SEE("protocol set ")},
+    {{"protocol", "set", "x", "mac", "01:80:c2:00:00"},
+     "protocol set: mac: \"01:80:c2:00:00\" is no address; write aa:bb:cc:dd:ee:ff, "
+     "aa-bb-cc-dd-ee-ff, aabb.ccdd.eeff or \"any\"" SEE("protocol set ")},
+};
+INSTANTIATE_TEST_SUITE_P(Protocols, WrongCommandLine, testing::ValuesIn(wrongProtocols));
+
+const Wrong wrongProfiles[] = {
+    {{"profile", "add", "x", "dynamic", "dynamic"},
+     "profile add: \"dynamic\" is one word too many" SEE("profile add ")},
+    {{"profile", "add", "0123456789012345678901234567890123"},
+     "profile add: the name \"0123456789012345678901234567890123\" is 34 bytes long; 33 is the "
+     "most there can be" SEE("profile add ")},
+    {{"profile", "set", "x", "colour", "red"},
+     "profile set: \"colour\" stands where \"protect\" or \"dynamic\" should" SEE("profile set ")},
+    {{"profile", "set", "x", "dynamic", "yes"},
+     "profile set: dynamic: \"yes\" is neither \"on\" nor \"off\"" SEE("profile set ")},
+    {{"profile", "rule", "add", "x"},
+     "profile rule add: PROTOCOL is missing" SEE("profile rule add ")},
+    {{"profile", "rule", "add", "x", "y"},
+     "profile rule add: the rule is missing" SEE("profile rule add ")},
+    {{"profile", "rule", "set", "x", "y", "drop"},
+     "profile rule set: \"drop\" is no rule; write \"discard\", \"peer\" or \"tunnel\"" SEE(
+         "profile rule set ")},
+    {{"profile", "rule", "clear", "x", "y"},
+     "profile rule clear: \"y\" is one word too many" SEE("profile rule clear ")},
+};
+INSTANTIATE_TEST_SUITE_P(Profiles, WrongCommandLine, testing::ValuesIn(wrongProfiles));
+
+const Wrong wrongPlaces[] = {
+    {{"attach", "x"}, "attach: \"port\" is missing" SEE("attach ")},
+    {{"attach", "x", "vlan", "3"}, "attach: \"vlan\" stands where \"port\" should" SEE("attach ")},
+    {{"attach", "x", "port", "3", "4"},
+     "attach: \"4\" stands where \"vlan\" should" SEE("attach ")},
+    {{"attach", "x", "port", "3", "vlan", "4096"},
+     "attach: vlan: \"4096\" is no number from 0 to 4095" SEE("attach ")},
+    {{"detach", "x", "port", "4294967296"},
+     "detach: port: \"4294967296\" is no number from 0 to 4294967295" SEE("detach ")},
+    {{"detach", "x", "port", ""}, "detach: the port is empty" SEE("detach ")},
+    {{"port", "show"}, "port show: PORT is missing" SEE("port show ")},
+    {{"vlan", "statistics", "all"},
+     "vlan statistics: vlan: \"all\" is no number from 0 to 4095" SEE("vlan statistics ")},
+    {{"feed", "3"}, "feed: FILE is missing" SEE("feed ")},
+};
+INSTANTIATE_TEST_SUITE_P(Places, WrongCommandLine, testing::ValuesIn(wrongPlaces));
+
+const Wrong wrongDaemonCommands[] = {
+    {{"daemon", "message", ""}, "daemon message: the command is empty" SEE("daemon message ")},
+    {{"daemon", "running-config", "most"},
+     "daemon running-config: \"most\" stands where \"all\" or \"dynamic\" should" SEE(
+         "daemon running-config ")},
+    {{"daemon", "defaults", "now"},
+     "daemon defaults: \"now\" is one word too many" SEE("daemon defaults ")},
+};
+INSTANTIATE_TEST_SUITE_P(Daemon, WrongCommandLine, testing::ValuesIn(wrongDaemonCommands));
+
+TEST(Program, RefusesMessagesLongerThanARequestCarries) {
+  const auto [status, out, err] = outcome({"daemon", "message", "x", std::string(65537, 'y')});
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(err,
+            "l2cpctl: error: daemon message: the argument is 65537 bytes long; 65536 is the most; "
+            "see \"l2cpctl daemon message --help\"\n");
+}
+
+TEST(Program, TakesWordsThatLookLikeOptionsBehindTwoDashes) {
+  EXPECT_EQ(outcome({"protocol", "show", "-x"}).err,
+            "l2cpctl: error: \"-x\" is no option; see \"l2cpctl --help\"\n");
+  EXPECT_EQ(outcome({"protocol", "show", "--", "-x", "-h"}).err,
+            "l2cpctl: error: protocol show: \"-h\" is one word too many; see \"l2cpctl protocol "
+            "show --help\"\n");
+}
+
+TEST(Program, TakesNegativeNumbersForWords) {
+  EXPECT_EQ(outcome({"vlan", "statistics", "-1"}).err,
+            "l2cpctl: error: vlan statistics: vlan: \"-1\" is no number from 0 to 4095; see "
+            "\"l2cpctl vlan statistics --help\"\n");
+}
+
+TEST(Program, ShowsItsVersion) {
+  for (const char* option : {"-V", "--version"}) {
+    const auto [status, out, err] = outcome({option});
+    EXPECT_EQ(status, 0);
+    EXPECT_THAT(out, testing::MatchesRegex("l2cpctl [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+    EXPECT_EQ(err, "");
+  }
+}
+
+TEST(Help, OfTheProgramNamesCommandsAndOptions) {
+  const auto [status, out, err] = outcome({"--help"});
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(err, "");
+  EXPECT_THAT(out, StartsWith("Usage: l2cpctl [OPTIONS] COMMAND\n"));
+  for (const char* part :
+       {"\n  protocol  ", "\n  profile   ", "\n  attach    ", "\n  detach    ", "\n  port      ",
+        "\n  vlan      ", "\n  feed      ", "\n  daemon    ", "\n  -s,--server ADDRESS ",
+        "\n  -t,--timeout SECONDS ", "\n  -q,--quiet ", "\n  -V,--version ", "\n  -h,--help ",
+        "\nExample:\n  l2cpctl "}) {
+    EXPECT_THAT(out, HasSubstr(part));
+  }
+}
+
+TEST(Help, OfANounNamesItsCommands) {
+  const auto [status, out, err] = outcome({"profile", "rule", "-h"});
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(out,
+            "Usage: l2cpctl [OPTIONS] profile rule COMMAND\n"
+            "\n"
+            "Commands:\n"
+            "  profile rule add PROFILE PROTOCOL discard|peer|tunnel\n"
+            "      Adds a rule to a profile: what happens to a protocol's frames.\n"
+            "  profile rule set PROFILE PROTOCOL discard|peer|tunnel\n"
+            "      Changes a rule of a profile.\n"
+            "  profile rule delete PROFILE PROTOCOL\n"
+            "      Deletes a rule of a profile.\n"
+            "  profile rule clear PROFILE\n"
+            "      Deletes all rules of a profile.\n"
+            "  profile rule list PROFILE\n"
+            "      Lists the rules of a profile, in the protocols' name order.\n"
+            "\n"
+            "Example:\n"
+            "  l2cpctl profile rule add customer LLDP tunnel\n"
+            "\n"
+            "\"l2cpctl profile rule ... --help\" says more about each.\n");
+}
+
+TEST(Help, OfACommandSaysWhatAUserHasToKnow) {
+  EXPECT_THAT(outcome({"protocol", "add", "--help"}).out,
+              testing::AllOf(HasSubstr("always gets the all-zero mask for its MAC address"),
+                             HasSubstr("a subtype has no effect")));
+  for (const char* noun : {"protocol", "profile"}) {
+    EXPECT_THAT(outcome({noun, "statistics", "-h"}).out,
+                HasSubstr("The module always answers that there are none. Read those of ports and "
+                          "VLANs instead"));
+  }
+}
+
+TEST(Help, OfEveryCommandHasASynopsisAndAnExample) {
+  const CommandLine commands[] = {{"protocol", "list"},
+                                  {"protocol", "show"},
+                                  {"protocol", "add"},
+                                  {"protocol", "delete"},
+                                  {"protocol", "rename"},
+                                  {"protocol", "set"},
+                                  {"protocol", "statistics"},
+                                  {"profile", "list"},
+                                  {"profile", "show"},
+                                  {"profile", "add"},
+                                  {"profile", "delete"},
+                                  {"profile", "set"},
+                                  {"profile", "statistics"},
+                                  {"profile", "status"},
+                                  {"profile", "rule", "add"},
+                                  {"profile", "rule", "set"},
+                                  {"profile", "rule", "delete"},
+                                  {"profile", "rule", "clear"},
+                                  {"profile", "rule", "list"},
+                                  {"attach"},
+                                  {"detach"},
+                                  {"port", "show"},
+                                  {"port", "statistics"},
+                                  {"vlan", "statistics"},
+                                  {"feed"},
+                                  {"daemon", "status"},
+                                  {"daemon", "running-config"},
+                                  {"daemon", "defaults"},
+                                  {"daemon", "message"}};
+  for (CommandLine line : commands) {
+    std::string name;
+    for (const std::string& word : line) name += (name.empty() ? "" : " ") + word;
+    line.emplace_back("--help");
+    const auto [status, out, err] = outcome(line);
+    EXPECT_EQ(status, 0) << name;
+    EXPECT_THAT(out, StartsWith("Usage: l2cpctl [OPTIONS] " + name));
+    EXPECT_THAT(out, HasSubstr("\nExample:\n  l2cpctl " + name));
+    EXPECT_THAT(out, EndsWith("\n"));
+  }
+}
+
+TEST(Help, IsAlsoAskedForByAWordInPlaceOfACommand) {
+  EXPECT_EQ(outcome({"help"}).out, outcome({"--help"}).out);
+  EXPECT_EQ(outcome({"port", "help"}).out, outcome({"port", "--help"}).out);
+  EXPECT_EQ(outcome({"-h", "port", "show", "whatever"}).out, outcome({"port", "show", "-h"}).out);
+}
+
+}  // namespace
+}  // namespace cli
