@@ -10,12 +10,12 @@ sources = $(shell git ls-files '*.cpp' '*.h')
 
 build: setup ## Build programs into build/bin and libraries into build/lib
 	@cmake --preset release >/dev/null
-	@cmake --build --preset release -j $(JOBS)
+	@cmake --build --preset release -j $(JOBS) --target programs
 
 setup: ## Install missing packages (asks before it uses sudo)
 	@scripts/setup
 
-demo: build ## Show a profile at work, in a network of its own
+demo: setup build ## Show a profile at work, in a network of its own
 	@scripts/world scripts/demo
 
 test: setup check-format $(addprefix test-,$(PRESETS)) lint ## Check the format, test every preset, lint
@@ -23,9 +23,11 @@ test: setup check-format $(addprefix test-,$(PRESETS)) lint ## Check the format,
 test-%: ## Build and test one preset: test-release, test-asan or test-tsan
 	@cmake --preset $* >/dev/null
 	@cmake --build --preset $* -j $(JOBS)
-	@ctest --preset $* -j $(JOBS)
+	@ctest --preset $* -j $$((4 * $(JOBS)))
 
-bench: build ## Measure, each figure as a ratio within one run
+bench: setup ## Measure, each figure as a ratio within one run
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release -j $(JOBS) --target programs benchmarks
 	@bench/run
 
 format: ## Format the sources

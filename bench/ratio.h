@@ -1,0 +1,65 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+/// Compares two costs within one run. Both are measured in turn, round by round, so that a machine
+/// whose speed drifts slows both, and the median of the rounds' ratios is the result.
+namespace bench {
+
+using Nanoseconds = double;
+
+class Stopwatch {
+ public:
+  Nanoseconds read() const {
+    return std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - begin_)
+        .count();
+  }
+
+ private:
+  std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+};
+
+inline double median(std::vector<double> values) {
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+/// What a ratio is held against, in the reader's head: nothing here fails.
+struct Goal {
+  bool atLeast;
+  double ratio;
+};
+inline Goal atLeast(double ratio) { return {true, ratio}; }
+inline Goal atMost(double ratio) { return {false, ratio}; }
+
+/// `measure` and `baseline` return the cost of one unit in nanoseconds, averaged over as many as
+/// they like; each is called once a round, after one round that does not count. A goal of at least
+/// compares rates, one of at most compares costs.
+template <class Measure, class Baseline>
+void compare(const std::string& what, const std::string& with, Goal goal, int rounds,
+             Measure measure, Baseline baseline) {
+  std::vector<double> costs;
+  std::vector<double> baselineCosts;
+  std::vector<double> ratios;
+  for (int round = 0; round <= rounds; ++round) {
+    const Nanoseconds baselineCost = baseline();
+    const Nanoseconds cost = measure();
+    if (round == 0) continue;
+    costs.push_back(cost);
+    baselineCosts.push_back(baselineCost);
+    ratios.push_back(goal.atLeast ? baselineCost / cost : cost / baselineCost);
+  }
+  const double ratio = median(ratios);
+  const bool reached = goal.atLeast ? ratio >= goal.ratio : ratio <= goal.ratio;
+  std::printf("%-46s %10.0f ns | %-30s %10.0f ns | %5.2f  %s %.2f%s\n", what.c_str(), median(costs),
+              with.c_str(), median(baselineCosts), ratio, goal.atLeast ? "at least" : "at most",
+              goal.ratio, reached ? "" : "  MISSED");
+  std::fflush(stdout);
+}
+
+}  // namespace bench
