@@ -50,7 +50,7 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   /// A class of frames: destination MAC under a mask, EtherType, first payload byte.
   struct Protocol {
     /// All zeros, not the markers for an absent value; only the mask is full.
-    Protocol();
+    Protocol() = default;
     /// Address and mask are six bytes each. A null name is the empty one.
     Protocol(const char* protoName, bool isProtected, const unsigned char* address,
              const unsigned char* addressMask, unsigned short type, unsigned char firstByte);
@@ -58,7 +58,7 @@ class L2CP : public BLEntity, public singleton<L2CP> {
     std::string name;
     bool protect = false;
     unsigned char mac[6] = {};
-    unsigned char macMask[6];
+    unsigned char macMask[6] = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
     unsigned short etherType = 0;  ///< host order; `m_noEtherType`: not matched
     unsigned char subType = 0;     ///< `m_noSubType`: not matched
     unsigned int useCount = 0;     ///< entries of profiles that refer to the protocol
@@ -171,11 +171,11 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   bool applyDefaultSettings() override;
   int getDependencies(std::list<std::string>& entities) override;
 
-  /// Removes the attachments, profiles and protocols that `settings` lacks and adds the protocols
+  /// Removes the attachments, profiles and protocols that `wanted` lacks and adds the protocols
   /// and profiles that it has more. Goes by name (attachments: by profile object) and updates
   /// nothing that exists on both sides; makes no attachments. Refusals on the way are passed over.
   /// Takes the daemon's exclusive lock: -16 if it is not to be had. `bridgeName` is not used.
-  int applySettings(const char* bridgeName, const Settings& settings);
+  int applySettings(const char* bridgeName, const Settings& wanted);
 
   // ---- Names (names.cpp) ------------------------------------------------------------------------
 
@@ -339,7 +339,7 @@ class L2CP : public BLEntity, public singleton<L2CP> {
 
   bool debug = false;
   int aclFd = -1;
-  pthread_mutex_t nameMutex;
+  pthread_mutex_t nameMutex{};
   NameList nameTable;
   /// Entries that the module has added, by twice the port number plus 1 for kinds other than 0.
   std::map<int, unsigned int> portEntryCount;

@@ -22,8 +22,6 @@ const unsigned short L2CP::m_noEtherType = 0xffff;
 const unsigned char L2CP::m_allMac[6] = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
 const unsigned char L2CP::m_anyMac[6] = {};
 
-L2CP::Protocol::Protocol() { std::copy_n(m_allMac, sizeof(macMask), macMask); }
-
 L2CP::Protocol::Protocol(const char* protoName, bool isProtected, const unsigned char* address,
                          const unsigned char* addressMask, unsigned short type,
                          unsigned char firstByte)
