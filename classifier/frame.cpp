@@ -13,7 +13,7 @@ constexpr std::uint16_t customerTag = 0x8100;
 constexpr std::uint16_t serviceTag = 0x88a8;
 constexpr std::uint16_t vlanIdMask = 0x0fff;
 
-// IEEE 802.3, 3.2.6: smaller values of the type field are lengths.
+// IEEE 802.3, 3.2.6: types begin here. What is smaller is taken for a length.
 constexpr std::uint16_t smallestEtherType = 0x0600;
 
 // IEEE 802, 9.5: an LLC header of aa aa 03, three bytes of OUI, two bytes of protocol id.

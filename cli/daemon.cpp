@@ -85,10 +85,10 @@ constexpr Command commands[] = {
     {"daemon status", "", "Shows the daemon, its entities and its names for ports.", "",
      "l2cpctl daemon status", status},
     {"daemon running-config", "[all|dynamic]", "Shows the running configuration as command lines.",
-     "Without a word, what differs from the factory configuration; with \"all\", everything; with\n"
+     "Without a word, what differs from the defaults; with \"all\", everything; with\n"
      "\"dynamic\", the dynamic profiles alone.",
      "l2cpctl daemon running-config all", runningConfig},
-    {"daemon defaults", "", "Applies the factory configuration: no profiles, no attachments.", "",
+    {"daemon defaults", "", "Removes attachments, unprotected profiles and added protocols.", "",
      "l2cpctl daemon defaults", defaults},
     {"daemon message", "COMMAND [ARGUMENT]", "Sends an operator's command and shows the answer.",
      "Commands of the module, which answers in the daemon's system log:\n"

@@ -155,7 +155,8 @@ void feed(Context& context) {
 constexpr Command commands[] = {
     {"feed", "PORT FILE [-q]", "Lets the frames of a capture arrive on a port.",
      "FILE is a pcap or pcapng capture of Ethernet frames. Each is classified by the daemon and\n"
-     "moves its counters as a frame from the wire would. Shown are its number and length, its\n"
+     "moves its counters as a frame from the wire would. Shown are its number and recorded length, "
+     "its\n"
      "destination, outer VLAN id and type, what became of it, and the position of the entry that\n"
      "it met on the port (299 is the catch-all); at the end the frames of each fate:\n"
      "discard    the frame goes nowhere\n"

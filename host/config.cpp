@@ -93,10 +93,17 @@ class Reader {
 
   static bool isPortName(const std::string& name) {
     const auto isControl = [](unsigned char c) { return std::iscntrl(c) != 0; };
-    const auto isDigit = [](unsigned char c) { return std::isdigit(c) != 0; };
-    return !name.empty() && name.size() <= longestPortName &&
-           std::none_of(name.begin(), name.end(), isControl) &&
-           !std::all_of(name.begin(), name.end(), isDigit);
+    return !name.empty() && name.size() <= longestPortName && !isNumber(name) &&
+           std::none_of(name.begin(), name.end(), isControl);
+  }
+
+  // Whether a client would take the name for a port number: decimal, or hexadecimal behind "0x".
+  static bool isNumber(std::string_view name) {
+    const bool hexadecimal = name.starts_with("0x") || name.starts_with("0X");
+    if (hexadecimal) name.remove_prefix(2);
+    return std::all_of(name.begin(), name.end(), [&](unsigned char c) {
+      return (hexadecimal ? std::isxdigit(c) : std::isdigit(c)) != 0;
+    });
   }
 
   void readPorts(const toml::node& node, Config& config) const {
@@ -122,7 +129,7 @@ class Reader {
     }
     std::string name = text(*nameNode, "name");
     if (!isPortName(name)) {
-      fail(*nameNode, "\"name\" is not 1 to 64 printable characters that are more than a number");
+      fail(*nameNode, "\"name\" is not 1 to 64 bytes without control characters, or is a number");
     }
     for (const auto& [otherNumber, otherName] : config.ports) {
       if (otherNumber == *number) fail(*numberNode, fmt::format("port {} is there twice", *number));

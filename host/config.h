@@ -25,7 +25,7 @@ class ConfigError : public std::runtime_error {
 ///
 ///     [[port]]
 ///     number = 3            # 0 to 4294967295, once
-///     name = "uplink"       # 1 to 64 printable characters, once, not a number
+///     name = "uplink"       # 1 to 64 bytes without control characters, once, no number
 ///
 /// Everything may be left out. Throws ConfigError, also for keys that it does not know.
 Config readConfig(const std::string& path);

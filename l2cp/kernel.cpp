@@ -31,7 +31,8 @@ bool request(int aclFd, unsigned long code, void* record) {
 
 }  // namespace
 
-// A name that cannot be had is passed on as it is, and the kernel refuses it.
+// A name that cannot be had goes out as a null one, or as an empty one within a record, and the
+// kernel refuses it.
 
 bool L2CP::kernelCounterAdd(const char* mask, const std::string& name, const char* suffix) {
   CounterName full(mask, name, suffix);

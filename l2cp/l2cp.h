@@ -29,12 +29,13 @@ struct acl_ioctl_selector;
 ///     -1  the profile is protected          -19  no such protocol; the port has no attachment
 ///     -2  no such object                    -20  the VLAN has no attachment
 ///     -9  not attached                      -22  invalid, not in the profile, past the end
-///    -11  a counter could not be read       -28  the new name is taken
+///    -11  a counter could not be read
 ///    -16  in use, or the lock is not to be had
 ///    -17  exists already
 ///
 /// The checks run in the order in which an operation lists its errors, and a refusal changes
-/// nothing. Operations that take names as `const char*` throw std::logic_error for a null one.
+/// nothing but the statistics asked for. Operations that look a protocol or profile up throw
+/// std::logic_error when they come to a null name.
 ///
 /// Registry operations take no lock: the daemon's RPC loop runs them one at a time. Only the table
 /// of names is guarded. VLAN id 4095 stands for the whole port wherever a VLAN id is passed. Port
@@ -232,15 +233,16 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   /// (discard) or hidden (tunnel). Non-zero if it is installed or, for peer, needs nothing.
   unsigned int kernelProtoAdd(unsigned int port, unsigned short vid, const char* protoName,
                               Rule rule, unsigned int index);
-  /// Removes what `kernelProtoAdd` installed. Always 1.
+  /// Deletes the protocol's selector, and the port's first entry that the kernel reports without
+  /// names. Always 1.
   unsigned int kernelProtoDel(unsigned int port, unsigned short vid, const char* protoName,
                               Rule rule, unsigned int index);
 
-  /// Adds a port entry, and in front of a port's first one its catch-all. Returns the request's
+  /// Adds a port entry, and before a port's first one is added, its catch-all. Returns the request's
   /// result: 0, or non-zero with `errno` set.
   int portEntryAdd(int port, const acl_ioctl_port_entry& entry);
-  /// Deletes the port entry that has the selector and action list of `entry`, wherever it stands,
-  /// and behind a port's last one its catch-all. Nothing happens if the kernel knows no such entry.
+  /// Deletes the port entry from 200 to 298 that has the selector and action list of `entry`, and
+  /// after a port's last one its catch-all. Nothing happens if the kernel knows no such entry.
   void portEntryDel(int port, const acl_ioctl_port_entry& entry);
 
   // ---- Protocols (proto.cpp) --------------------------------------------------------------------

@@ -116,7 +116,7 @@ constexpr const char* noDevice =
 constexpr const char* noPorts = "FILE:1: ports are written as [[port]]";
 constexpr const char* noNumber = "FILE:2: \"number\" is not a whole number from 0 to 4294967295";
 constexpr const char* noName =
-    "FILE:3: \"name\" is not 1 to 64 printable characters that are more than a number";
+    "FILE:3: \"name\" is not 1 to 64 bytes without control characters, or is a number";
 
 std::string bridge(const std::string& value) { return "\nbridge = " + value + "\n"; }
 std::string number(const std::string& value) {
@@ -161,6 +161,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"EmptyName", name("\"\""), noName},
         Refusal{"LongName", name("\"" + std::string(65, 'n') + "\""), noName},
         Refusal{"NameOfDigits", name("\"123\""), noName},
+        Refusal{"NameOfHexDigits", name("\"0x1F\""), noName},
         Refusal{"NameWithALineBreak", name("\"a\\nb\""), noName},
         Refusal{"NameWithAZeroByte", name("\"a\\u0000\""), noName},
         Refusal{"NameWithADeleteCharacter", name("\"a\\u007f\""), noName},

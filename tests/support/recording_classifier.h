@@ -5,7 +5,8 @@
 /// on the descriptor that it handed out are recorded and answered here, other calls go to the
 /// kernel.
 ///
-/// By default every request is accepted. Port entries are remembered, so that a query succeeds for
+/// By default every request is accepted that can be: not a null record, nor the read of a counter
+/// without a name. Port entries are remembered, so that a query succeeds for
 /// those added and not deleted, and writes their names into the record. Counters can be given
 /// values. Any request can be made to fail.
 
