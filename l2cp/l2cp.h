@@ -238,8 +238,8 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   unsigned int kernelProtoDel(unsigned int port, unsigned short vid, const char* protoName,
                               Rule rule, unsigned int index);
 
-  /// Adds a port entry, and before a port's first one is added, its catch-all. Returns the request's
-  /// result: 0, or non-zero with `errno` set.
+  /// Adds a port entry, and before a port's first one is added, its catch-all. Returns the
+  /// request's result: 0, or non-zero with `errno` set.
   int portEntryAdd(int port, const acl_ioctl_port_entry& entry);
   /// Deletes the port entry from 200 to 298 that has the selector and action list of `entry`, and
   /// after a port's last one its catch-all. Nothing happens if the kernel knows no such entry.

@@ -16,7 +16,8 @@ class Setting;
 /// Something whose configuration the daemon keeps in the tree.
 class StorageItem {
  public:
-  /// Takes over what the tree holds for this item. A daemon that keeps a tree calls it before `start`.
+  /// Takes over what the tree holds for this item. A daemon that keeps a tree calls it before
+  /// `start`.
   virtual void applyConfiguration(boost::shared_ptr<Setting> setting) = 0;
   /// Writes what the tree shall hold for this item. A daemon that keeps a tree calls it to save.
   virtual void saveConfiguration(boost::shared_ptr<Setting> setting) const = 0;

@@ -70,6 +70,19 @@ TEST_F(Start, MakesTheTwoSharedActionLists) {
               testing::ElementsAre("  1   9 l2cp:* l2cp:hide", "  1  11 l2cp:* l2cp:tunnel"));
 }
 
+TEST_F(Start, SecondActionOfTheTunnelListIsNoL2cpToo) {
+  ASSERT_TRUE(entity.start());
+  ASSERT_EQ(classifier.requests.size(), startRequests.size());
+  for (const unsigned int index : {0U, 1U}) {
+    const support::Request& request = classifier.requests[3 + index];
+    ASSERT_EQ(request.code, ACL_ADD_ACTION);
+    const auto action = request.as<acl_ioctl_action>();
+    EXPECT_EQ(support::fullName(action.actionList), "l2cp:tunnel");
+    EXPECT_EQ(action.index, index);
+    EXPECT_EQ(action.type, 24U);
+  }
+}
+
 TEST_F(Start, TracesTheMiddleOfTheTunnelList) {
   expectTraces({{"%s:%d ---\n", "---\n", [&] { EXPECT_TRUE(entity.start()); }}});
 }

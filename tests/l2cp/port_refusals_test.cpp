@@ -220,6 +220,18 @@ TEST(PortRefusals, ActionsThatAreRefusedLeaveTheNumbersOfTheOthers) {
   });
 }
 
+class PortRefusalsOfAttach : public KernelTest {};
+
+TEST_F(PortRefusalsOfAttach, TheMessageAboutARefusedActionListNamesTheSelector) {
+  addProfile("P", {{"LLDP", Rule::discard}});
+  classifier.refuseAll(ACL_ADD_ACTION_LIST, refusalError);
+  const Lines traces = traced([&] { EXPECT_EQ(entity.portAttach("P", 3, 100), 0); });
+  EXPECT_THAT(traces, testing::Contains("  Unable to add action list "
+                                        "\"<LLDP/100/01:80:c2:00:00:0e/ffff/ff>\" (28)."));
+  EXPECT_THAT(traces, testing::Each(testing::Not(testing::HasSubstr(
+                          "action list \"<LLDP/3/100/01:80:c2:00:00:0e/ffff/ff>"))));
+}
+
 class PortRefusalsOfDetach : public KernelTest {
  protected:
   void SetUp() override {

@@ -5,18 +5,47 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <ostream>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "host/bllManager.h"
 #include "l2cp/l2cp.h"
 #include "platform/acl_ioctl.h"
 #include "platform/singleton.h"
 #include "rpc/l2cp.h"
 #include "tests/support/recording_classifier.h"
 #include "tests/support/rpc_service.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define L2CP_TEST_OWNS_MALLOC 0
+#else
+#define L2CP_TEST_OWNS_MALLOC 1
+#endif
+
+namespace {
+
+// The size of a block that is not to be had, 0 for none.
+std::size_t refusedBlock = 0;
+
+}  // namespace
+
+#if L2CP_TEST_OWNS_MALLOC
+extern "C" void* __libc_malloc(std::size_t size);  // NOLINT: the C library's name for its own
+
+extern "C" void* malloc(std::size_t size) noexcept {
+  if (size != 0 && size == refusedBlock) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  return __libc_malloc(size);
+}
+#endif
 
 namespace {
 
@@ -230,6 +259,24 @@ TEST_F(Handlers, ProtocolIsFilledInWithACopyOfItsTextAndMac) {
   EXPECT_EQ(result->use_count, 1U);
 }
 
+TEST_F(Handlers, MacThatFindsNoMemoryIsLeftOutOfTheResult) {
+  if (!L2CP_TEST_OWNS_MALLOC) GTEST_SKIP() << "the sanitizer has an allocator of its own";
+  refusedBlock = 6;
+  const rpc_l2cp_proto* result = rpc_l2cp_proto_get_1_svc(0, nullptr);
+  const rpc_l2cp_proto_all* list = rpc_l2cp_proto_get_all_1_svc(nullptr);
+  refusedBlock = 0;
+  EXPECT_EQ(result->error, RPC_L2CP_OK);
+  EXPECT_STREQ(result->name, "All-Bridges");
+  EXPECT_EQ(result->mac.rpc_l2cp_mac_t_len, 0U);
+  EXPECT_EQ(result->mac.rpc_l2cp_mac_t_val, nullptr);
+  EXPECT_EQ(list->error, RPC_L2CP_OK);
+  ASSERT_EQ(list->list.list_len, 14U);
+  for (u_int i = 0; i < 14; ++i) {
+    EXPECT_EQ(list->list.list_val[i].mac.rpc_l2cp_mac_t_len, 0U);
+    EXPECT_EQ(list->list.list_val[i].mac.rpc_l2cp_mac_t_val, nullptr);
+  }
+}
+
 TEST_F(Handlers, FailedProtocolGetClearsTheLastResult) {
   rpc_l2cp_proto_get_1_svc(0, nullptr);
   const rpc_l2cp_proto* result = rpc_l2cp_proto_get_1_svc(14, nullptr);
@@ -367,6 +414,45 @@ TEST_F(Handlers, ResultsStandAlwaysAtTheSamePlace) {
 }
 
 TEST_F(Handlers, EveryProcedureHasItsOwnResult) {
+  Mac mac(6);
+  rpc_l2cp_proto proto{};
+  proto.name = text("A");
+  rpc_l2cp_profile profile{};
+  profile.name = text("P");
+  const std::vector<const void*> results{
+      rpc_l2cp_proto_add_1_svc(proto, nullptr),
+      rpc_l2cp_proto_del_1_svc(text("A"), nullptr),
+      rpc_l2cp_proto_ren_1_svc(text("A"), text("B"), nullptr),
+      rpc_l2cp_proto_get_1_svc(0, nullptr),
+      rpc_l2cp_proto_get_all_1_svc(nullptr),
+      rpc_l2cp_proto_set_protect_1_svc(text("A"), TRUE, nullptr),
+      rpc_l2cp_proto_set_mac_1_svc(text("A"), wireMac(mac), nullptr),
+      rpc_l2cp_proto_set_ether_type_1_svc(text("A"), 0, nullptr),
+      rpc_l2cp_proto_set_sub_type_1_svc(text("A"), 0, nullptr),
+      rpc_l2cp_proto_stat_1_svc(text("A"), nullptr),
+      rpc_l2cp_profile_add_1_svc(profile, nullptr),
+      rpc_l2cp_profile_del_1_svc(text("P"), nullptr),
+      rpc_l2cp_profile_get_1_svc(0, nullptr),
+      rpc_l2cp_profile_get_all_1_svc(nullptr),
+      rpc_l2cp_profile_set_dynamic_1_svc(text("P"), TRUE, nullptr),
+      rpc_l2cp_profile_set_protect_1_svc(text("P"), TRUE, nullptr),
+      rpc_l2cp_profile_stat_1_svc(text("P"), nullptr),
+      rpc_l2cp_profile_proto_add_1_svc(text("P"), text("A"), RPC_L2CP_RULE_PEER, nullptr),
+      rpc_l2cp_profile_proto_del_1_svc(text("P"), text("A"), nullptr),
+      rpc_l2cp_profile_proto_get_1_svc(text("P"), 0, nullptr),
+      rpc_l2cp_profile_proto_get_all_1_svc(text("P"), nullptr),
+      rpc_l2cp_profile_proto_set_1_svc(text("P"), text("A"), RPC_L2CP_RULE_PEER, nullptr),
+      rpc_l2cp_profile_proto_del_all_1_svc(text("P"), nullptr),
+      rpc_l2cp_profile_port_attach_1_svc(text("P"), 3, 100, nullptr),
+      rpc_l2cp_profile_port_detach_1_svc(text("P"), 3, 100, nullptr),
+      rpc_l2cp_profile_port_get_1_svc(3, 0, nullptr),
+      rpc_l2cp_port_stat_1_svc(3, nullptr),
+      rpc_l2cp_vlan_stat_1_svc(100, nullptr),
+      rpc_l2cp_profile_status_1_svc(text("P"), nullptr)};
+  EXPECT_EQ(std::set(results.begin(), results.end()).size(), results.size());
+}
+
+TEST_F(Handlers, ErrorOfOneProcedureSurvivesThatOfAnother) {
   const auto* del = rpc_l2cp_proto_del_1_svc(text("nobody"), nullptr);
   EXPECT_EQ(*del, RPC_L2CP_ERR_PROTO_NOT_FOUND);
   EXPECT_EQ(*rpc_l2cp_profile_del_1_svc(text("nobody"), nullptr), RPC_L2CP_ERR_PROFILE_NOT_FOUND);
@@ -465,6 +551,74 @@ TEST_F(Statistics, ProtocolsAndProfilesHaveNoReadableCounters) {
   EXPECT_EQ(read(rpc_l2cp_proto_stat_1_svc(text("nobody"), nullptr)), (Counters{0, 0, 0, 0, 3}));
   EXPECT_EQ(read(rpc_l2cp_profile_stat_1_svc(text("P"), nullptr)), (Counters{0, 0, 0, 0, 9}));
   EXPECT_EQ(read(rpc_l2cp_profile_stat_1_svc(text("Q"), nullptr)), (Counters{0, 0, 0, 0, 11}));
+}
+
+// Each of the three reads finds the nameless counter with the next value.
+void countNameless(u_int peer, u_int tunnel, u_int discard) {
+  auto& classifier = support::RecordingClassifier::instance();
+  classifier.refusal = [&classifier, values = std::vector{discard, tunnel, peer}](
+                           const support::Request& request) mutable {
+    if (request.code != ACL_GET_COUNTER || values.empty()) return ENOENT;
+    classifier.counters[""] = values.back();
+    values.pop_back();
+    return 0;
+  };
+}
+
+TEST_F(Statistics, ProtocolsHaveThoseOfANamelessCounterAndAFailureKeepsThem) {
+  const auto stat = [](const char* name) {
+    return read(rpc_l2cp_proto_stat_1_svc(text(name), nullptr));
+  };
+  countNameless(1, 20, 300);
+  EXPECT_EQ(stat("LLDP"), (Counters{321, 300, 1, 20, 0}));
+  refuse();
+  EXPECT_EQ(stat("LLDP"), (Counters{321, 300, 1, 20, 9}));
+  EXPECT_EQ(stat("nobody"), (Counters{321, 300, 1, 20, 3}));
+  countNameless(0xffffffff, 0xffffffff, 5);
+  EXPECT_EQ(stat("LLDP"), (Counters{3, 5, 0xffffffff, 0xffffffff, 0}));
+}
+
+TEST_F(Statistics, ProfilesHaveThoseOfANamelessCounterAndAFailureKeepsThem) {
+  addProfile("P");
+  const auto stat = [](const char* name) {
+    return read(rpc_l2cp_profile_stat_1_svc(text(name), nullptr));
+  };
+  countNameless(1, 20, 300);
+  EXPECT_EQ(stat("P"), (Counters{321, 300, 1, 20, 0}));
+  refuse();
+  EXPECT_EQ(stat("P"), (Counters{321, 300, 1, 20, 9}));
+  EXPECT_EQ(stat("Q"), (Counters{321, 300, 1, 20, 11}));
+  countNameless(0xffffffff, 0xffffffff, 5);
+  EXPECT_EQ(stat("P"), (Counters{3, 5, 0xffffffff, 0xffffffff, 0}));
+}
+
+// ---- Locks ----
+
+TEST_F(Handlers, ServeWhileSomebodyHoldsTheConfigurationLock) {
+  addProfile("P");
+  const BLLManager::exclusiveLock_t lock;
+  ASSERT_TRUE(lock);
+  // Whoever asks for the lock waits at least so long. On a busy machine a call may take as long by
+  // itself, but hardly each time.
+  const auto shortest = [](const std::function<void(u_short)>& call) {
+    auto result = std::chrono::steady_clock::duration::max();
+    for (u_short round = 1; round <= 3; ++round) {
+      const auto begin = std::chrono::steady_clock::now();
+      call(round);
+      result = std::min(result, std::chrono::steady_clock::now() - begin);
+    }
+    return result;
+  };
+  EXPECT_LT(shortest([](u_short) {
+              EXPECT_EQ(rpc_l2cp_proto_get_1_svc(0, nullptr)->error, RPC_L2CP_OK);
+            }),
+            BLLManager::Host::lockWait);
+  EXPECT_LT(shortest([](u_short) {
+              EXPECT_EQ(rpc_l2cp_profile_get_all_1_svc(nullptr)->error, RPC_L2CP_OK);
+            }),
+            BLLManager::Host::lockWait);
+  EXPECT_LT(shortest([](u_short vid) { EXPECT_EQ(attach("P", 3, vid), RPC_L2CP_OK); }),
+            BLLManager::Host::lockWait);
 }
 
 // ---- Errors ----

@@ -16,6 +16,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <functional>
 #include <future>
@@ -49,6 +50,8 @@ struct System {
 
   // Set before a loop starts.
   std::function<int(int, fd_set*, fd_set*, fd_set*, timeval*)> select;
+  // Told of a thread that registers itself, on that thread. Set before one starts.
+  std::function<void(const std::string&)> registration;
 };
 
 System& system_() {
@@ -131,12 +134,26 @@ bool_t svc_register(SVCXPRT* transport, u_long program, u_long version, RpcDispa
   return real(&svc_register, "svc_register")(transport, program, version, dispatch, 0);
 }
 
+void svc_unregister(u_long program, u_long version) {
+  system_().calls.push_back("unregister " + std::to_string(program) + " " +
+                            std::to_string(version));
+  real(&svc_unregister, "svc_unregister")(program, version);
+}
+
 int select(int count, fd_set* reading, fd_set* writing, fd_set* failing, timeval* timeout) {
   if (system_().select) return system_().select(count, reading, writing, failing, timeout);
   return real(&select, "select")(count, reading, writing, failing, timeout);
 }
 
 }  // extern "C"
+
+void BLLManager::registerThread(const std::string& name) {
+  if (system_().registration) system_().registration(name);
+  void (*const registerIt)(BLLManager*, const std::string&) = nullptr;
+  real(registerIt,
+       "_ZN10BLLManager14registerThreadERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE")(
+      this, name);
+}
 
 namespace {
 
@@ -154,6 +171,7 @@ class SystemTest : public testing::Test {
   void TearDown() override {
     System& system = system_();
     system.select = nullptr;
+    system.registration = nullptr;
     for (SVCXPRT* transport : system.transports) {
       std::erase(system.sockets, transport->xp_fd);
       svc_destroy(transport);
@@ -194,6 +212,15 @@ TEST_F(Registration, GoesFromThePortMapperOverUdpToTcp) {
   EXPECT_EQ(output.text(), "");
   EXPECT_EQ(system_().calls, joined(unsetCall, joined(udpCalls, tcpCalls)));
   EXPECT_EQ(system_().dispatch, &dispatchNothing);
+}
+
+TEST_F(Registration, SecondOneDropsTheEntriesOfTheFirstAtThePortMapper) {
+  StandardError output;
+  rpcProxyRegisterSvc(program, version, dispatchNothing);
+  rpcProxyRegisterSvc(program, version, dispatchNothing);
+  EXPECT_EQ(output.text(), "");
+  const std::vector<std::string> once = joined(unsetCall, joined(udpCalls, tcpCalls));
+  EXPECT_EQ(system_().calls, joined(once, once));
 }
 
 struct Failure {
@@ -335,6 +362,23 @@ TEST_F(Proxy, ThreadIsKnownToTheManagerUnderItsName) {
   EXPECT_TRUE(waitForEnd("somebody's thread"));
 }
 
+TEST_F(Proxy, ThreadRegistersItselfBeforeTheStartFunctionRuns) {
+  using Step = std::pair<std::string, boost::thread::id>;
+  std::vector<Step> steps;
+  const auto record = [&](const std::string& step) {
+    steps.emplace_back(step, boost::this_thread::get_id());
+  };
+  system_().registration = record;
+  startBody = [&](void*) { record("start function"); };
+  RPCProxy proxy(start, "thread");
+  proxy.start();
+  EXPECT_TRUE(proxy.stop(false));
+  ASSERT_EQ(steps.size(), 2U);
+  EXPECT_EQ(steps[0].first, "thread");
+  EXPECT_EQ(steps[1].first, "start function");
+  EXPECT_EQ(steps[0].second, steps[1].second);
+}
+
 TEST_F(Proxy, StartWhileTheThreadRunsIsRefused) {
   Gate gate;
   startBody = [&](void*) { gate.wait(); };
@@ -363,6 +407,47 @@ TEST_F(Proxy, NeverStartedIsStopped) {
   EXPECT_TRUE(proxy.stop(true));
   EXPECT_TRUE(proxy.stop(false));
   EXPECT_EQ(starts, 0);
+}
+
+/// How long the question takes, and its answer.
+std::pair<std::chrono::steady_clock::duration, bool> askIfStopped(RPCProxy& proxy) {
+  const auto begin = std::chrono::steady_clock::now();
+  const bool stopped = proxy.isStopped();
+  return {std::chrono::steady_clock::now() - begin, stopped};
+}
+
+// An end of the wait on a clock of its own may come a little early.
+constexpr std::chrono::milliseconds almostTheWait{90};
+
+TEST_F(Proxy, QuestionIfARunningThreadHasStoppedWaitsATenthOfASecond) {
+  Gate gate;
+  startBody = [&](void*) { gate.wait(); };
+  RPCProxy proxy(start, "thread");
+  proxy.start();
+  const auto [duration, stopped] = askIfStopped(proxy);
+  gate.open();
+  EXPECT_TRUE(proxy.stop(false));
+  EXPECT_FALSE(stopped);
+  EXPECT_GE(duration, almostTheWait);
+  EXPECT_LT(duration, std::chrono::seconds(5));
+}
+
+TEST_F(Proxy, QuestionIfAProxyThatWasNeverStartedHasStoppedIsAnsweredAtOnce) {
+  RPCProxy proxy(start, "thread");
+  const auto [duration, stopped] = askIfStopped(proxy);
+  EXPECT_TRUE(stopped);
+  EXPECT_LT(duration, almostTheWait);
+}
+
+TEST_F(Proxy, StopLeavesWhatTheStartFunctionRegistered) {
+  startBody = [](void*) { rpcProxyRegisterSvc(program, version, dispatchNothing); };
+  {
+    RPCProxy proxy(start, "thread");
+    proxy.start();
+    EXPECT_TRUE(proxy.stop(false));
+  }
+  EXPECT_EQ(system_().calls, joined(unsetCall, joined(udpCalls, tcpCalls)));
+  for (const int descriptor : system_().sockets) EXPECT_NE(fcntl(descriptor, F_GETFD), -1);
 }
 
 TEST_F(Proxy, StopThatOnlyAsksReturnsFalseWhileTheThreadGoesOn) {

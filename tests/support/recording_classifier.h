@@ -6,9 +6,9 @@
 /// kernel.
 ///
 /// By default every request is accepted that can be: not a null record, nor the read of a counter
-/// without a name. Port entries are remembered, so that a query succeeds for
-/// those added and not deleted, and writes their names into the record. Counters can be given
-/// values. Any request can be made to fail.
+/// without a name unless one was given a value. Port entries are remembered, so that a query
+/// succeeds for those added and not deleted, and writes their names into the record. Counters can
+/// be given values. Any request can be made to fail.
 
 #include <cstdint>
 #include <functional>
