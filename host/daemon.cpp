@@ -1,7 +1,6 @@
 #include "host/daemon.h"
 
 #include <dlfcn.h>
-#include <netinet/in.h>
 #include <rpc/pmap_clnt.h>
 #include <rpc/rpc.h>
 #include <rpc/rpc_com.h>
@@ -12,7 +11,6 @@
 #include <csignal>
 #include <future>
 #include <memory>
-#include <optional>
 #include <string>
 #include <thread>
 
@@ -42,10 +40,8 @@ constexpr int maxRequestRecord = 1 << 20;
 struct Program {
   unsigned long number;
   unsigned long version;
-  const char* name;
 };
-constexpr Program programs[] = {{L2CP_PROGRAM, L2CP_VERSION, "module"},
-                                {CONTROL_PROGRAM, CONTROL_VERSION, "control"}};
+constexpr Program programs[] = {{L2CP_PROGRAM, L2CP_VERSION}, {CONTROL_PROGRAM, CONTROL_VERSION}};
 
 class Daemon {
  public:

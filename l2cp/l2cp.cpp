@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "l2cp/mutexGuard.h"
 #include "l2cp/registration.h"
 #include "platform/BLLManager.h"
 #include "rpc/server.h"
@@ -26,13 +27,14 @@ L2CP::L2CP() : BLEntity("l2cp"), rpcProxy(rpcL2CPStart, "L2CP_mng") {
 }
 
 L2CP::~L2CP() noexcept {
-  pthread_mutex_lock(&nameMutex);
-  nameIndex.clear();
-  while (!nameTable.empty()) {
-    std::free(nameTable.front());
-    nameTable.pop_front();
+  {
+    const MutexGuard guard(nameMutex);
+    nameIndex.clear();
+    while (!nameTable.empty()) {
+      std::free(nameTable.front());
+      nameTable.pop_front();
+    }
   }
-  pthread_mutex_unlock(&nameMutex);
   pthread_mutex_destroy(&nameMutex);
 }
 
@@ -57,11 +59,13 @@ void L2CP::dumpNames() {
   constexpr const char* rule = "---------------------------------------------------";
   syslog(LOG_INFO, "%s", "Use Len Short name    Name");
   syslog(LOG_INFO, "%s", rule);
-  pthread_mutex_lock(&nameMutex);
-  for (NameEntry* entry : nameTable) {
-    syslog(LOG_INFO, "%3d %3ld l2cp:%p %s", entry->useCount,
-           static_cast<long>(std::strlen(entry->name())), static_cast<void*>(entry), entry->name());
+  {
+    const MutexGuard guard(nameMutex);
+    for (NameEntry* entry : nameTable) {
+      syslog(LOG_INFO, "%3d %3ld l2cp:%p %s", entry->useCount,
+             static_cast<long>(std::strlen(entry->name())), static_cast<void*>(entry),
+             entry->name());
+    }
   }
-  pthread_mutex_unlock(&nameMutex);
   syslog(LOG_INFO, "%s", rule);
 }

@@ -6,23 +6,13 @@
 
 #include "l2cp/full_name.h"
 #include "l2cp/l2cp.h"
+#include "l2cp/mutexGuard.h"
 
 namespace {
 
 constexpr std::size_t fullNameSize = 200;
 constexpr std::size_t shortNameSize = 40;
 constexpr std::string_view shortNamePrefix = "l2cp:0x";
-
-class MutexGuard {
- public:
-  explicit MutexGuard(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
-  ~MutexGuard() { pthread_mutex_unlock(&mutex_); }
-  MutexGuard(const MutexGuard&) = delete;
-  MutexGuard& operator=(const MutexGuard&) = delete;
-
- private:
-  pthread_mutex_t& mutex_;
-};
 
 // Use counts wrap: a daemon that runs for years may see that many uses.
 std::int32_t wrappingSum(std::int32_t left, std::int32_t right) {

@@ -5,31 +5,7 @@
 #include <set>
 
 #include "tests/l2cp/kernel_fixture.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define L2CP_TEST_OWNS_MALLOC 0
-#else
-#define L2CP_TEST_OWNS_MALLOC 1
-#endif
-
-namespace {
-
-// The size of a block that is not to be had, 0 for none.
-std::size_t refusedBlock = 0;
-
-}  // namespace
-
-#if L2CP_TEST_OWNS_MALLOC
-extern "C" void* __libc_malloc(std::size_t size);  // NOLINT: the C library's name for its own
-
-extern "C" void* malloc(std::size_t size) noexcept {
-  if (size != 0 && size == refusedBlock) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-  return __libc_malloc(size);
-}
-#endif
+#include "tests/support/refused_block.h"
 
 namespace {
 
@@ -193,17 +169,17 @@ TEST_F(Kernel, CounterNumbersPrintAsSigned) {
 }
 
 TEST_F(Kernel, AShortNameThatIsNotToBeHadFailsTheRequest) {
-  if (L2CP_TEST_OWNS_MALLOC == 0) GTEST_SKIP() << "the sanitizer's malloc cannot be made to fail";
+  if (!support::ownMalloc) GTEST_SKIP() << "the sanitizer's malloc cannot be made to fail";
   const std::string name(70, 'n');
   unsigned int value = 77;
-  refusedBlock = std::string("l2cpProtopeer").size() + name.size() + 8;
+  support::refusedBlock = std::string("l2cpProtopeer").size() + name.size() + 8;
   EXPECT_FALSE(entity.kernelCounterAdd("l2cpProto%s%s", name, "peer"));
   EXPECT_FALSE(entity.kernelCounterDel("l2cpProto%s%s", name, "peer"));
-  refusedBlock = std::string("l2cpPort-123456peer").size() + 8;
+  support::refusedBlock = std::string("l2cpPort-123456peer").size() + 8;
   EXPECT_FALSE(entity.kernelCounterAdd("l2cpPort%d%s", -123456, "peer"));
   EXPECT_FALSE(entity.kernelCounterDel("l2cpPort%d%s", -123456, "peer"));
   EXPECT_FALSE(entity.kernelCounterGet("l2cpPort%d%s", -123456, "peer", value));
-  refusedBlock = 0;
+  support::refusedBlock = 0;
   EXPECT_EQ(value, 0U);
   EXPECT_THAT(sent(), ElementsAre("ADD_COUNTER null", "DEL_COUNTER null", "ADD_COUNTER null",
                                   "DEL_COUNTER null", "GET_COUNTER \"\""));

@@ -20,32 +20,8 @@
 #include "platform/singleton.h"
 #include "rpc/l2cp.h"
 #include "tests/support/recording_classifier.h"
+#include "tests/support/refused_block.h"
 #include "tests/support/rpc_service.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define L2CP_TEST_OWNS_MALLOC 0
-#else
-#define L2CP_TEST_OWNS_MALLOC 1
-#endif
-
-namespace {
-
-// The size of a block that is not to be had, 0 for none.
-std::size_t refusedBlock = 0;
-
-}  // namespace
-
-#if L2CP_TEST_OWNS_MALLOC
-extern "C" void* __libc_malloc(std::size_t size);  // NOLINT: the C library's name for its own
-
-extern "C" void* malloc(std::size_t size) noexcept {
-  if (size != 0 && size == refusedBlock) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-  return __libc_malloc(size);
-}
-#endif
 
 namespace {
 
@@ -260,11 +236,11 @@ TEST_F(Handlers, ProtocolIsFilledInWithACopyOfItsTextAndMac) {
 }
 
 TEST_F(Handlers, MacThatFindsNoMemoryIsLeftOutOfTheResult) {
-  if (!L2CP_TEST_OWNS_MALLOC) GTEST_SKIP() << "the sanitizer has an allocator of its own";
-  refusedBlock = 6;
+  if (!support::ownMalloc) GTEST_SKIP() << "the sanitizer has an allocator of its own";
+  support::refusedBlock = 6;
   const rpc_l2cp_proto* result = rpc_l2cp_proto_get_1_svc(0, nullptr);
   const rpc_l2cp_proto_all* list = rpc_l2cp_proto_get_all_1_svc(nullptr);
-  refusedBlock = 0;
+  support::refusedBlock = 0;
   EXPECT_EQ(result->error, RPC_L2CP_OK);
   EXPECT_STREQ(result->name, "All-Bridges");
   EXPECT_EQ(result->mac.rpc_l2cp_mac_t_len, 0U);

@@ -1,0 +1,19 @@
+#include "tests/support/refused_block.h"
+
+#include <cerrno>
+#include <cstdlib>
+
+std::size_t support::refusedBlock = 0;
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// The C library's own allocator, under the name that it keeps for programs like this one.
+extern "C" void* __libc_malloc(std::size_t size);  // NOLINT(bugprone-reserved-identifier)
+
+extern "C" void* malloc(std::size_t size) noexcept {
+  if (size != 0 && size == support::refusedBlock) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  return __libc_malloc(size);
+}
+#endif

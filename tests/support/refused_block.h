@@ -1,0 +1,19 @@
+#pragma once
+
+/// A `malloc` that can be told to refuse blocks of one size. Linking it replaces the function for
+/// the whole test program, but for sanitizers, which bring an allocator of their own.
+
+#include <cstddef>
+
+namespace support {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool ownMalloc = false;
+#else
+inline constexpr bool ownMalloc = true;
+#endif
+
+/// The size of a block that is not to be had, 0 for none.
+extern std::size_t refusedBlock;
+
+}  // namespace support
