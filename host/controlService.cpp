@@ -15,6 +15,7 @@
 #include "host/log.h"
 #include "host/scriptText.h"
 #include "host/version.h"
+#include "host/wireText.h"
 #include "platform/CliConfig.h"
 #include "platform/itbridge.h"
 #include "rpc/rte/BLL/core/rpcProxy.h"
@@ -49,10 +50,7 @@ Service& service() {
 
 BLLManager::Host& manager() { return singleton<BLLManager>::instance().host(); }
 
-// The wire's texts are not const, although nobody writes them.
-char* wireText(const char* text) { return const_cast<char*>(text); }  // NOLINT: see above
-char* wireText(const std::string& text) { return wireText(text.c_str()); }
-char* wireText(const classifier::Name& name) {
+char* wireName(const classifier::Name& name) {
   return wireText(name.view().data());
 }  // ends with NUL
 
@@ -82,10 +80,10 @@ control_verdict wireVerdict(const classifier::Verdict& verdict,
   const classifier::Rule& entry = *verdict.entry;
   result.kind = entry.kind;
   result.index = entry.index;
-  result.selector = wireText(entry.selector);
-  result.action_list = wireText(entry.actionList);
+  result.selector = wireName(entry.selector);
+  result.action_list = wireName(entry.actionList);
   for (const classifier::CounterChange& change : entry.counterChanges) {
-    counters.push_back({wireText(change.counter->name), change.increment});
+    counters.push_back({wireName(change.counter->name), change.increment});
   }
   result.counters = {static_cast<u_int>(counters.size()), counters.data()};
   return result;

@@ -1,6 +1,5 @@
 #include "host/daemon.h"
 
-#include <dlfcn.h>
 #include <rpc/pmap_clnt.h>
 #include <rpc/rpc.h>
 #include <rpc/rpc_com.h>
@@ -20,6 +19,7 @@
 #include "host/control.h"
 #include "host/controlService.h"
 #include "host/log.h"
+#include "host/module.h"
 #include "host/version.h"
 #include "rpc/l2cp.h"
 #include "rpc/rte/BLL/core/rpcProxy.h"
@@ -28,8 +28,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// What the module registers when it is loaded.
-constexpr const char* moduleEntity = "l2cp";
 // The thread on which the module registers its program with the port mapper.
 constexpr const char* moduleThread = "L2CP_mng";
 constexpr auto unregistrationTimeout = 1s;
@@ -58,7 +56,8 @@ class Daemon {
     std::signal(SIGPIPE, SIG_IGN);
 
     limitDescriptors();
-    if (!configure() || !loadModule()) return EXIT_FAILURE;
+    if (!configure()) return EXIT_FAILURE;
+    connectModule();
     int maxRecord = maxRequestRecord;
     if (rpc_control(RPC_SVC_CONNMAXREC_SET, &maxRecord) == 0) {
       hostlog::error("rpc", "cannot limit the size of requests");
@@ -114,20 +113,6 @@ class Daemon {
     setBridgeName(config.bridge);
     configureControlService(config);
     hostlog::information("daemon", "l2cpd {}, bridge {}", hostVersion, config.bridge);
-    return true;
-  }
-
-  bool loadModule() {
-    // Never unloaded: the module's static objects live to the end of the process.
-    if (dlopen(options_.module.c_str(), RTLD_NOW | RTLD_LOCAL) == nullptr) {
-      hostlog::error("daemon", "cannot load the module: {}", dlerror());
-      return false;
-    }
-    if (host().find(moduleEntity) == nullptr) {
-      hostlog::error("daemon", "{} is not the module: it brings no entity {}", options_.module,
-                     moduleEntity);
-      return false;
-    }
     return true;
   }
 

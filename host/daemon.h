@@ -4,11 +4,9 @@
 
 /// What l2cpd is told on its command line.
 struct DaemonOptions {
-  std::string configFile;               ///< empty: the defaults
-  std::string module = "libl2cp.so.0";  ///< the module's library, as for dlopen(3)
+  std::string configFile;  ///< empty: the defaults
 };
 
-/// Runs the daemon in the foreground until SIGTERM or SIGINT: loads the module, starts the
-/// entities, serves requests, stops the entities. Returns the exit status: 0, or 1 with the reason
-/// in the log.
+/// Runs the daemon in the foreground until SIGTERM or SIGINT: starts the entities, serves
+/// requests, stops the entities. Returns the exit status: 0, or 1 with the reason in the log.
 int runDaemon(const DaemonOptions& options);

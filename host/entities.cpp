@@ -1,8 +1,6 @@
 // The daemon's entities for ports, VLAN profiles and service profiles. This daemon has nowhere to
 // keep their objects, so there is nothing to start, store or reset.
 
-#include <algorithm>
-
 #include "host/log.h"
 #include "platform/BLLManager.h"
 #include "platform/Interfaces.h"
@@ -74,14 +72,6 @@ int servprofile::getDependencies(std::list<std::string>& entities) {
   entities = {singleton<Interfaces>::instance().entityName(),
               singleton<vlanprofile>::instance().entityName()};
   return 0;
-}
-
-int servprofile::servProfileCheckSubAttached(const std::string& profileName, int subProfileKind) {
-  if (subProfileKind != subProfileL2cp) return 0;
-  const bool named =
-      std::any_of(servProfiles.begin(), servProfiles.end(),
-                  [&](const auto& element) { return element.second.l2cpProfile == profileName; });
-  return named ? 1 : 0;
 }
 
 void servprofile::servProfileLogMsg(int level, const char* function, int line, const char* module,

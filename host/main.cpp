@@ -12,9 +12,6 @@ int main(int argc, char** argv) {
                  "l2cpd");
     app.add_option("-c,--config", options.configFile, "Configuration file; without it, defaults")
         ->type_name("FILE");
-    app.add_option("--module", options.module, "Library of the module")
-        ->type_name("LIBRARY")
-        ->capture_default_str();
     app.set_version_flag("-V,--version", std::string("l2cpd ") + hostVersion);
     try {
       app.parse(argc, argv);

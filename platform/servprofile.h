@@ -1,5 +1,6 @@
 #pragma once
 
+#include <list>
 #include <map>
 #include <string>
 
@@ -37,6 +38,26 @@ class servprofile : public BLEntity, public singleton<servprofile> {
 
   /// Non-zero while a service profile names the profile `profileName` of the given kind.
   int servProfileCheckSubAttached(const std::string& profileName, int subProfileKind);
+
+  /// Replaces `serviceProfiles` by the names of those that name the L2CP profile.
+  void getAllServiceProfilesWithL2cpProfile(std::string l2cpProfile,
+                                            std::list<std::string>& serviceProfiles);
+  /// Replaces `applied` by the interfaces on which some of `serviceProfiles` are applied, each with
+  /// their names in the order in which they were applied.
+  void getAllServiceProfilesPerIntf(std::list<std::string> serviceProfiles,
+                                    std::map<int, std::list<std::string>>& applied);
+
+  // The operations below return 0, or a negative error number with nothing changed: -2 (no such
+  // service profile), -16 (applied on an interface), -17 (applied there already), -22 (a name too
+  // long, a negative interface number), -9 (not applied there), or what the module answered.
+
+  /// Applies a service profile on an interface. The module is asked first, then attaches the
+  /// L2CP profile, if the service profile names one.
+  int servProfileAttach(const std::string& serviceProfile, int intf);
+  /// Takes a service profile off an interface; the module detaches the L2CP profile.
+  int servProfileDetach(const std::string& serviceProfile, int intf);
+  /// Makes a service profile name an L2CP profile; an empty one for none.
+  int servProfileL2cpProfile(const std::string& serviceProfile, const std::string& l2cpProfile);
 
   /// Writes one event to the daemon's log: its level, where it happened (function, line, module,
   /// unit), what it is about (type and name of an object, detail) and two numbers.

@@ -121,23 +121,6 @@ TEST_F(Start, ConfigurationsThatCannotBeReadAreRefusedWithTheirPlace) {
             "4294967295\n");
 }
 
-TEST_F(Start, ModuleThatCannotBeLoadedIsRefused) {
-  EXPECT_THAT(refusal({"--module", "/run/none.so"}),
-              HasSubstr("l2cpd: error: daemon: cannot load the module: /run/none.so: cannot open "
-                        "shared object file: No such file or directory\n"));
-}
-
-TEST_F(Start, LibraryThatIsNoModuleIsRefused) {
-  EXPECT_THAT(refusal({"--module", World::file("text.so", "no library")}),
-              HasSubstr("l2cpd: error: daemon: cannot load the module: /run/text.so: "));
-}
-
-TEST_F(Start, LibraryWithoutTheEntityIsRefused) {
-  EXPECT_THAT(refusal({"--module", "libm.so.6"}),
-              HasSubstr("l2cpd: error: daemon: libm.so.6 is not the module: it brings no entity "
-                        "l2cp\n"));
-}
-
 TEST_F(Start, UnknownOptionsAreRefusedWithAHint) {
   EXPECT_THAT(refusal({"--bogus"}), AllOf(HasSubstr("--bogus"), HasSubstr("--help")));
   EXPECT_THAT(refusal({"surplus"}), AllOf(HasSubstr("surplus"), HasSubstr("--help")));
@@ -149,7 +132,7 @@ TEST_F(Start, VersionAndHelpAreNoRefusals) {
   EXPECT_THAT(world().daemon().output().text(), testing::MatchesRegex("l2cpd [0-9.]+\n"));
   EXPECT_EQ(world().startDaemon({"--help"}, false).wait(), 0);
   EXPECT_THAT(world().daemon().output().text(),
-              AllOf(HasSubstr("--config"), HasSubstr("--module")));
+              AllOf(HasSubstr("--config"), HasSubstr("--version")));
 }
 
 // ---- Without a port mapper ----
