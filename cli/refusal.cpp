@@ -53,6 +53,10 @@ std::string_view errorName(rpc_l2cp_error error) {
       return "NO_SUCH_LINK";
     case RPC_L2CP_ERR_DETACH_REFUSED:
       return "DETACH_REFUSED";
+    case RPC_L2CP_EDIT_FAILED:
+      return "EDIT_FAILED";
+    case RPC_L2CP_EDIT_UNCHANGED:
+      return "EDIT_UNCHANGED";
     case RPC_L2CP_ERR_LOWEST:
     case RPC_L2CP_ERR_HIGHEST:
       break;
@@ -100,6 +104,11 @@ std::string_view errorAdvice(rpc_l2cp_error error) {
       return "the port has no attachment at this position; look again with \"l2cpctl port show\"";
     case RPC_L2CP_ERR_DETACH_REFUSED:
       return "nothing is attached to the port on this VLAN; \"l2cpctl port show\" lists what is";
+    case RPC_L2CP_EDIT_FAILED:
+      return "the edited copy could not take the profile's place, or only part-way; look at both "
+             "with \"l2cpctl profile show\"";
+    case RPC_L2CP_EDIT_UNCHANGED:
+      return "the copy has the same protocols, whatever their rules, and was discarded";
     case RPC_L2CP_ERR_LOWEST:
     case RPC_L2CP_ERR_HIGHEST:
       break;

@@ -15,6 +15,7 @@
 #include "l2cp/node.h"
 #include "platform/BLEntity.h"
 #include "platform/singleton.h"
+#include "rpc/l2cp.h"
 #include "rpc/rte/BLL/core/rpcProxy.h"
 
 struct acl_ioctl_action;
@@ -290,6 +291,10 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   int profileStat(const char* profileName, Statistics& stats);
   /// Whether the profile may be changed: 0, -2, -1, -16.
   int l2cpProfileStatus(const char* profileName);
+  /// Renames by copying: the new profile is unprotected, not dynamic and attached where service
+  /// profiles name it; direct attachments stay with the old one. -2, -28, -100 (part-way: both
+  /// profiles are there, and service profiles may be detached or point nowhere).
+  int profileRen(const char* oldName, const char* newName);
 
   // ---- Entries of profiles (profileProto.cpp) ---------------------------------------------------
   // Nothing here reaches the kernel, which is why a profile in use is refused.
@@ -308,6 +313,43 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   /// Sets the element of every entry in `protocols`. -2.
   int profileGetProtocols(const char* profileName, std::map<std::string, Rule>& protocols);
 
+  // ---- Editing (l2cpProfile.cpp) ----------------------------------------------------------------
+  // A profile in use is edited as a temporary copy that takes its place in the end. Nothing here is
+  // traced.
+
+  /// Copies a profile: unprotected, not dynamic, attached nowhere. The use counts of its protocols
+  /// stay as they are. -1 for a missing source, and for an existing destination.
+  int l2cpProfileCopy(const char* source, const char* destination);
+  /// Makes a temporary copy "temp_l2cp_prof_" and the first free number. The result's error is 0,
+  /// -1 (no name of at most 32 characters is free) or 1 (there is no such profile); beside an error
+  /// stands the name of the last success.
+  rpcl2cpProfEditResult l2cpProfileEdit(const char* profileName);
+  /// Whether two profiles cover the same protocols, rules aside: 0, or -2. A profile that does not
+  /// exist is made.
+  int l2cpProfileCompareContent(const std::string& first, const std::string& second);
+  /// Puts `temporary` in the place of `target`, taking the service profiles that use it off their
+  /// interfaces meanwhile. -1 at the first step that fails; what was done before it stays.
+  int l2cpProfileReplace(const char* target, const char* temporary);
+  /// Ends editing: 0 (replaced), -2 (same content, copy discarded), -1 (replacing failed).
+  int l2cpProfileOnExit(const char* target, const char* temporary);
+  /// Deletes all dynamic profiles. One that is in use stays, unprotected and not dynamic, and is
+  /// named in the daemon's log. 0.
+  int l2cpDynamicProfilesDeleteAll();
+
+  // ---- Where profiles are used (relations.cpp) --------------------------------------------------
+
+  /// Appends the ports and VLANs under which a profile of that name is attached. -2.
+  int profileGetPorts(const char* profileName,
+                      std::list<std::pair<unsigned int, unsigned short>>& ports);
+  /// Appends the profiles attached to the port whose names `profiles` lacks. -2 (none at all).
+  int profileGetAllForPort(unsigned int port, std::list<Profile>& profiles);
+  /// Appends the names of the service profiles that name the profile. -2.
+  int profileGetServiceProfiles(const char* profileName, std::list<std::string>& serviceProfiles);
+  /// Replaces `profiles` by the service profiles that name the L2CP profile, each with that name.
+  /// Service and L2CP profiles called "DEFAULT" are left out. 0.
+  int getL2cpProfilesPerServiceProfile(const std::string& profileName,
+                                       std::map<std::string, std::string>& profiles);
+
   // ---- Attachments (port.cpp) -------------------------------------------------------------------
 
   /// Puts a profile in force for frames that arrive on a port with an outer VLAN id. -2, -16 (it is
@@ -320,8 +362,23 @@ class L2CP : public BLEntity, public singleton<L2CP> {
 
   // ---- Service profiles (service.cpp) -----------------------------------------------------------
 
+  // Called by the daemon's service profiles. An interface is the port of the same number, and the
+  // VLAN is the S-VID that the service profile's VLAN profile has there. A service profile that the
+  // daemon does not know comes into being, empty.
+
   /// Whether a service profile may be applied on an interface: 0, always.
   int profileApplyCheck(int intf, const std::string& serviceProfile);
+  /// Attaches the service profile's L2CP profile: -2 (it has none), -19 (no such VLAN profile), -99
+  /// (no S-VID in 1..4094), or what `portAttach` returns.
+  int profileApply(int intf, const std::string& serviceProfile);
+  /// Detaches it again: 0 (it has none), -19, -64 (no S-VID), or what `portDetach` returns.
+  int profileUnApply(int intf, const std::string& serviceProfile);
+  /// Whether the profile is attached to any port. Takes the daemon's shared lock; false without it.
+  bool profileIsApplied(const std::string& profileName) const;
+  /// Replaces `interfaces` by the ports on which the profile is attached. False, with nothing
+  /// changed, for an unknown profile or without the daemon's shared lock.
+  bool profileAppliedIntfGet(const std::string& profileName,
+                             std::set<unsigned int>& interfaces) const;
 
  private:
   /// The head of a heap block that goes on with the full name and its NUL.

@@ -3,10 +3,13 @@
 
 #include "l2cp/key.h"
 #include "l2cp/l2cp.h"
+#include "l2cp/serviceProfiles.h"
 #include "l2cp/trace.h"
 #include "platform/servprofile.h"
 
 namespace {
+
+constexpr int renamedPartly = -100;
 
 // Tells the service profiles' log of a change to the registry, if it wants to know.
 void logChange(const char* function, int line, const char* profileName) {
@@ -100,4 +103,20 @@ int L2CP::l2cpProfileStatus(const char* profileName) {
   if (profileIt == settings.profiles.end()) return -ENOENT;
   if (profileIt->second->protect) return -EPERM;
   return profileIt->second->useCount != 0 ? -EBUSY : 0;
+}
+
+int L2CP::profileRen(const char* oldName, const char* newName) {
+  const std::string oldKey = registryKey(oldName);
+  const std::string newKey = registryKey(newName);
+  if (!settings.profiles.contains(oldKey)) return -ENOENT;
+  if (settings.profiles.contains(newKey)) return -ENOSPC;
+  if (l2cpProfileCopy(oldName, newName) != 0) return renamedPartly;
+
+  const ServiceProfiles services(*this, oldKey);
+  if (!services.detach() || !services.clear()) return renamedPartly;
+  // An attachment made directly still points at the old profile and keeps it alive.
+  settings.profiles.erase(oldKey);
+  settings.profiles.at(newKey)->name = newKey;
+  if (!services.name(newKey) || !services.attach()) return renamedPartly;
+  return 0;
 }

@@ -32,10 +32,16 @@ inline constexpr ErrorMapping profileAdd[] = {{-17, RPC_L2CP_ERR_PROFILE_EXISTS}
 inline constexpr ErrorMapping profileDel[] = {{-1, RPC_L2CP_ERR_PROFILE_PROTECTED},
                                               {-2, RPC_L2CP_ERR_PROFILE_NOT_FOUND},
                                               {-16, RPC_L2CP_ERR_PROFILE_IN_USE}};
+inline constexpr ErrorMapping profileRen[] = {{-1, RPC_L2CP_ERR_PROFILE_PROTECTED},
+                                              {-2, RPC_L2CP_ERR_PROFILE_NOT_FOUND},
+                                              {-16, RPC_L2CP_ERR_PROFILE_IN_USE},
+                                              {-28, RPC_L2CP_ERR_PROFILE_EXISTS}};
 inline constexpr ErrorMapping profileGet[] = {{-2, RPC_L2CP_ERR_PROFILE_NOT_FOUND}};
+inline constexpr ErrorMapping profileGetPorts[] = {{-2, RPC_L2CP_ERR_PROFILE_NOT_FOUND}};
 inline constexpr ErrorMapping profileSet[] = {{-2, RPC_L2CP_ERR_PROFILE_NOT_FOUND}};
 inline constexpr ErrorMapping profileStat[] = {{-2, RPC_L2CP_ERR_PROFILE_NOT_FOUND},
                                                {-11, RPC_L2CP_ERR_NO_COUNTERS}};
+inline constexpr ErrorMapping profileGetUse[] = {{-2, RPC_L2CP_ERR_PROFILE_NOT_FOUND}};
 
 inline constexpr ErrorMapping profileProtoAdd[] = {{-1, RPC_L2CP_ERR_PROFILE_PROTECTED},
                                                    {-2, RPC_L2CP_ERR_PROFILE_NOT_FOUND},
@@ -72,6 +78,8 @@ inline constexpr ErrorMapping portGet[] = {{-2, RPC_L2CP_ERR_PROFILE_NOT_FOUND},
 inline constexpr ErrorMapping portStat[] = {{-11, RPC_L2CP_ERR_NO_COUNTERS}};
 inline constexpr ErrorMapping vlanStat[] = {{-11, RPC_L2CP_ERR_NO_COUNTERS}};
 
+inline constexpr ErrorMapping profileCopy[] = {{-2, RPC_L2CP_ERR_PROTO_NOT_FOUND},
+                                               {-16, RPC_L2CP_ERR_PROTO_IN_USE}};
 inline constexpr ErrorMapping profileStatus[] = {{-1, RPC_L2CP_ERR_PROFILE_PROTECTED},
                                                  {-2, RPC_L2CP_ERR_PROFILE_NOT_FOUND},
                                                  {-16, RPC_L2CP_ERR_PROFILE_IN_USE},

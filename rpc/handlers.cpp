@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <list>
@@ -55,6 +56,10 @@ void release(rpc_l2cp_profile& profile) { std::free(profile.name); }
 void release(rpc_l2cp_profile_proto& entry) { std::free(entry.proto_name); }
 
 void release(rpc_l2cp_profile_link& link) { std::free(link.profile_name); }
+
+void release(rpc_service_profile_name_t& name) { std::free(name); }
+
+void release(rpc_l2cp_port_vlan_t& /*holdsNothing*/) {}
 // NOLINTEND(cppcoreguidelines-no-malloc)
 
 template <class ListResult>
@@ -96,6 +101,15 @@ void fill(rpc_l2cp_profile& result, const L2CP::Profile& profile) {
 void fill(rpc_l2cp_profile_proto& result, const std::pair<const std::string, L2CP::Rule>& entry) {
   result.proto_name = strdup(entry.first.c_str());
   result.rule = static_cast<rpc_l2cp_rule>(entry.second);
+}
+
+void fill(rpc_l2cp_port_vlan_t& result, const std::pair<unsigned int, unsigned short>& place) {
+  result.port = place.first;
+  result.vid = place.second;
+}
+
+void fill(rpc_service_profile_name_t& result, const std::string& name) {
+  result = strdup(name.c_str());
 }
 
 void fill(rpc_l2cp_counters& result, const L2CP::Statistics& stats) {
@@ -221,6 +235,13 @@ rpc_l2cp_error* rpc_l2cp_profile_del_1_svc(rpc_l2cp_profile_name_t name, svc_req
   return &result;
 }
 
+rpc_l2cp_error* rpc_l2cp_profile_ren_1_svc(rpc_l2cp_profile_name_t oldName,
+                                           rpc_l2cp_profile_name_t newName, svc_req* /*request*/) {
+  static rpc_l2cp_error result;
+  result = wireError(entity().profileRen(oldName, newName), errors::profileRen);
+  return &result;
+}
+
 rpc_l2cp_profile* rpc_l2cp_profile_get_1_svc(u_int index, svc_req* /*request*/) {
   static rpc_l2cp_profile result;
   clear(result);
@@ -238,6 +259,17 @@ rpc_l2cp_profile_all* rpc_l2cp_profile_get_all_1_svc(svc_req* /*request*/) {
   entity().profileGetAll(profiles);
   fillList(result, profiles);
   result.error = RPC_L2CP_OK;
+  return &result;
+}
+
+rpc_l2cp_port_all* rpc_l2cp_profile_get_ports_1_svc(rpc_l2cp_profile_name_t name,
+                                                    svc_req* /*request*/) {
+  static rpc_l2cp_port_all result;
+  clear(result);
+  std::list<std::pair<unsigned int, unsigned short>> ports;
+  const int got = entity().profileGetPorts(name, ports);
+  if (got == 0) fillList(result, ports);
+  result.error = wireError(got, errors::profileGetPorts);
   return &result;
 }
 
@@ -261,6 +293,17 @@ rpc_l2cp_counters* rpc_l2cp_profile_stat_1_svc(rpc_l2cp_profile_name_t name, svc
   const int read = entity().profileStat(name, stats);
   if (read == 0) fill(result, stats);
   result.error = wireError(read, errors::profileStat);
+  return &result;
+}
+
+rpc_l2cp_profile_use* rpc_l2cp_profile_get_use_1_svc(rpc_l2cp_profile_name_t name,
+                                                     svc_req* /*request*/) {
+  static rpc_l2cp_profile_use result;
+  clear(result);
+  std::list<std::string> serviceProfiles;
+  const int got = entity().profileGetServiceProfiles(name, serviceProfiles);
+  if (got == 0) fillList(result, serviceProfiles);
+  result.error = wireError(got, errors::profileGetUse);
   return &result;
 }
 
@@ -351,6 +394,18 @@ rpc_l2cp_profile_link* rpc_l2cp_profile_port_get_1_svc(rpc_l2cp_port_t port, u_i
   return &result;
 }
 
+rpc_l2cp_profile_all* rpc_l2cp_profile_port_get_all_1_svc(rpc_l2cp_port_t port,
+                                                          svc_req* /*request*/) {
+  static rpc_l2cp_profile_all result;
+  clear(result);
+  std::list<L2CP::Profile> profiles;
+  // Deliberate: a port without attachments is no error.
+  entity().profileGetAllForPort(port, profiles);
+  fillList(result, profiles);
+  result.error = RPC_L2CP_OK;
+  return &result;
+}
+
 // ---- Statistics of ports and VLANs ----
 
 rpc_l2cp_counters* rpc_l2cp_port_stat_1_svc(rpc_l2cp_port_t port, svc_req* /*request*/) {
@@ -372,6 +427,30 @@ rpc_l2cp_counters* rpc_l2cp_vlan_stat_1_svc(rpc_l2cp_vid_t vid, svc_req* /*reque
 }
 
 // ---- Editing ----
+
+rpcl2cpProfEditResult* rpc_l2cp_profile_edit_1_svc(char* profileName, svc_req* /*request*/) {
+  static rpcl2cpProfEditResult result;
+  result = entity().l2cpProfileEdit(profileName);
+  return &result;
+}
+
+rpc_l2cp_error* rpc_l2cp_profile_copy_1_svc(rpc_l2cp_text_t source, rpc_l2cp_text_t destination,
+                                            svc_req* /*request*/) {
+  static rpc_l2cp_error result;
+  int copied = entity().l2cpProfileCopy(source, destination);
+  // The operation does not tell its refusals apart; the service promises to name a missing source.
+  if (copied != 0 && entity().l2cpProfileStatus(source) == -ENOENT) copied = -ENOENT;
+  result = wireError(copied, errors::profileCopy);
+  return &result;
+}
+
+rpc_l2cp_error* rpc_l2cp_profile_on_exit_1_svc(rpc_l2cp_text_t target, rpc_l2cp_text_t temporary,
+                                               svc_req* /*request*/) {
+  static rpc_l2cp_error result;
+  // Deliberate: the operation's own result, not mapped.
+  result = static_cast<rpc_l2cp_error>(entity().l2cpProfileOnExit(target, temporary));
+  return &result;
+}
 
 rpc_l2cp_error* rpc_l2cp_profile_status_1_svc(char* profileName, svc_req* /*request*/) {
   static rpc_l2cp_error result;

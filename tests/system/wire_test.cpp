@@ -75,8 +75,7 @@ TEST_P(Wire, NullProcedureDoesNotReadArguments) {
 
 TEST_P(Wire, UnassignedProceduresAreUnavailable) {
   for (const std::uint32_t procedure :
-       {11U, 19U, 22U, 25U, 29U,  30U,  39U,  45U,  59U,         63U,
-        64U, 89U, 92U, 99U, 100U, 101U, 102U, 105U, 0x7fffffffU, 0xffffffffU}) {
+       {11U, 19U, 30U, 39U, 45U, 59U, 64U, 89U, 92U, 99U, 105U, 0x7fffffffU, 0xffffffffU}) {
     EXPECT_BYTES(replyTo(procedure), wire::procedureUnavailable()) << procedure;
   }
 }
