@@ -1,6 +1,5 @@
 #include "host/daemon.h"
 
-#include <rpc/pmap_clnt.h>
 #include <rpc/rpc.h>
 #include <rpc/rpc_com.h>
 #include <sys/resource.h>
@@ -9,9 +8,7 @@
 #include <chrono>
 #include <csignal>
 #include <future>
-#include <memory>
 #include <string>
-#include <thread>
 
 #include "host/bllManager.h"
 #include "host/bridge.h"
@@ -20,6 +17,7 @@
 #include "host/controlService.h"
 #include "host/log.h"
 #include "host/module.h"
+#include "host/registrar.h"
 #include "host/version.h"
 #include "rpc/l2cp.h"
 #include "rpc/rte/BLL/core/rpcProxy.h"
@@ -30,16 +28,16 @@ using namespace std::chrono_literals;
 
 // The thread on which the module registers its program with the port mapper.
 constexpr const char* moduleThread = "L2CP_mng";
-constexpr auto unregistrationTimeout = 1s;
+// The RPC loop needs a second to notice, the port mapper usually none; together they get this.
+constexpr auto stopTimeout = 1800ms;
+// How long a port mapper may take before the daemon says what it is waiting for.
+constexpr auto registrationPatience = 2s;
 // Largest request record. Setting one also keeps a client that sends half a record from holding up
 // all others.
 constexpr int maxRequestRecord = 1 << 20;
 
-struct Program {
-  unsigned long number;
-  unsigned long version;
-};
-constexpr Program programs[] = {{L2CP_PROGRAM, L2CP_VERSION}, {CONTROL_PROGRAM, CONTROL_VERSION}};
+constexpr RpcProgram programs[] = {{L2CP_PROGRAM, L2CP_VERSION},
+                                   {CONTROL_PROGRAM, CONTROL_VERSION}};
 
 class Daemon {
  public:
@@ -72,19 +70,24 @@ class Daemon {
 
     // The RPC library keeps one set of transports for the process and does not guard it: no loop
     // until the module has registered its own.
-    while (!host().waitForThread(moduleThread, 100ms)) {
-      const timespec now{};
-      if (sigtimedwait(&stopSignals, nullptr, &now) >= 0) abandonRegistration();
-    }
-    RPCProxy loop(controlServiceStart, "BLLManager_mng");
+    awaitRegistration(stopSignals, [] { return host().waitForThread(moduleThread, 100ms); });
+    std::future<RpcPorts> ports = served().get_future();
+    RPCProxy loop(serve, "BLLManager_mng");
     loop.start();
+    awaitRegistration(stopSignals,
+                      [&] { return ports.wait_for(100ms) == std::future_status::ready; });
+    Registrar registrar(programs, ports.get());
 
     int received = 0;
     sigwait(&stopSignals, &received);
     hostlog::information("daemon", "stopping on {}", received == SIGTERM ? "SIGTERM" : "SIGINT");
+    const auto deadline = std::chrono::steady_clock::now() + stopTimeout;
+    registrar.beginStop();
     loop.stop(false);
     host().stopEntities();
-    unregisterPrograms();
+    if (!registrar.waitStopped(deadline)) {
+      leave("the port mapper does not answer; the programs stay registered");
+    }
     hostlog::information("daemon", "stopped");
     return EXIT_SUCCESS;
   }
@@ -116,26 +119,41 @@ class Daemon {
     return true;
   }
 
-  // A port mapper that does not answer holds the module's thread up for minutes, and `stop` would
-  // wait for it. There are no clients yet that could lose anything.
-  [[noreturn]] static void abandonRegistration() {
-    hostlog::warning("rpc", "stopped while waiting for the port mapper");
-    std::quick_exit(EXIT_SUCCESS);
+  // A port mapper that does not answer holds those who register up for minutes, and stopping them
+  // would wait for it. There are no clients yet that could lose anything. `ended` waits for a while
+  // and says whether they are through.
+  template <class Ended>
+  static void awaitRegistration(const sigset_t& stopSignals, Ended ended) {
+    const auto begin = std::chrono::steady_clock::now();
+    bool said = false;
+    while (!ended()) {
+      if (!said && std::chrono::steady_clock::now() - begin > registrationPatience) {
+        hostlog::warning("rpc", "waiting for the port mapper; nobody is served before it answers");
+        said = true;
+      }
+      const timespec now{};
+      if (sigtimedwait(&stopSignals, nullptr, &now) >= 0) {
+        leave("stopped while waiting for the port mapper");
+      }
+    }
   }
 
-  // Tells the port mapper that nobody serves the programs any more, so that clients are told at
-  // once. A port mapper that does not answer cannot hold the daemon up.
-  static void unregisterPrograms() {
-    auto done = std::make_shared<std::promise<void>>();
-    std::future<void> finished = done->get_future();
-    std::thread([done] {
-      for (const Program& program : programs) pmap_unset(program.number, program.version);
-      done->set_value();
-    }).detach();
-    if (finished.wait_for(unregistrationTimeout) != std::future_status::ready) {
-      hostlog::warning("rpc", "the port mapper does not answer; the programs stay registered");
-      std::quick_exit(EXIT_SUCCESS);
-    }
+  // Kept when the daemon's own program is registered and the loop is about to begin.
+  static std::promise<RpcPorts>& served() {
+    static std::promise<RpcPorts> instance;
+    return instance;
+  }
+
+  static void* serve(void* interruptionHook) {
+    controlServiceStart(interruptionHook);
+    served().set_value(RpcPorts::ofThisProcess());
+    return nullptr;
+  }
+
+  // Ends the process while one of its threads is held up by the port mapper.
+  [[noreturn]] static void leave(const char* reason) {
+    hostlog::warning("rpc", "{}", reason);
+    std::quick_exit(EXIT_SUCCESS);
   }
 
   const DaemonOptions& options_;

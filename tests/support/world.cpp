@@ -305,6 +305,7 @@ void World::startPortMapper() {
 void World::stopPortMapper() { portMapper_.reset(); }
 
 void World::freezePortMapper() { portMapper_->signal(SIGSTOP); }
+void World::thawPortMapper() { portMapper_->signal(SIGCONT); }
 
 Process& World::startDaemon(const std::vector<std::string>& arguments, bool waitUntilReady) {
   std::vector<std::string> command{daemonProgram()};

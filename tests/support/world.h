@@ -122,6 +122,7 @@ class World {
   void stopPortMapper();
   /// It takes connections and answers nothing from now on.
   void freezePortMapper();
+  void thawPortMapper();
 
   /// Starts l2cpd with these arguments and, unless told otherwise, returns when it is ready.
   Process& startDaemon(const std::vector<std::string>& arguments = {}, bool waitUntilReady = true);
