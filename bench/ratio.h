@@ -31,15 +31,16 @@ inline double median(std::vector<double> values) {
 
 /// What a ratio is held against, in the reader's head: nothing here fails.
 struct Goal {
-  bool atLeast;
+  enum class Kind { none, atLeast, atMost } kind;
   double ratio;
 };
-inline Goal atLeast(double ratio) { return {true, ratio}; }
-inline Goal atMost(double ratio) { return {false, ratio}; }
+inline Goal noGoal() { return {Goal::Kind::none, 0}; }
+inline Goal atLeast(double ratio) { return {Goal::Kind::atLeast, ratio}; }
+inline Goal atMost(double ratio) { return {Goal::Kind::atMost, ratio}; }
 
 /// `measure` and `baseline` return the cost of one unit in nanoseconds, averaged over as many as
-/// they like; each is called once a round, after one round that does not count. A goal of at least
-/// compares rates, one of at most compares costs.
+/// they like; each is called once a round, after one round that does not count. A goal of at most
+/// compares costs, everything else compares rates.
 template <class Measure, class Baseline>
 void compare(const std::string& what, const std::string& with, Goal goal, int rounds,
              Measure measure, Baseline baseline) {
@@ -52,13 +53,17 @@ void compare(const std::string& what, const std::string& with, Goal goal, int ro
     if (round == 0) continue;
     costs.push_back(cost);
     baselineCosts.push_back(baselineCost);
-    ratios.push_back(goal.atLeast ? baselineCost / cost : cost / baselineCost);
+    ratios.push_back(goal.kind == Goal::Kind::atMost ? cost / baselineCost : baselineCost / cost);
   }
   const double ratio = median(ratios);
-  const bool reached = goal.atLeast ? ratio >= goal.ratio : ratio <= goal.ratio;
-  std::printf("%-46s %10.0f ns | %-30s %10.0f ns | %5.2f  %s %.2f%s\n", what.c_str(), median(costs),
-              with.c_str(), median(baselineCosts), ratio, goal.atLeast ? "at least" : "at most",
-              goal.ratio, reached ? "" : "  MISSED");
+  std::printf("%-46s %10.0f ns | %-30s %10.0f ns | %5.2f", what.c_str(), median(costs),
+              with.c_str(), median(baselineCosts), ratio);
+  if (goal.kind == Goal::Kind::atLeast) {
+    std::printf("  at least %.2f%s", goal.ratio, ratio >= goal.ratio ? "" : "  MISSED");
+  } else if (goal.kind == Goal::Kind::atMost) {
+    std::printf("  at most %.2f%s", goal.ratio, ratio <= goal.ratio ? "" : "  MISSED");
+  }
+  std::printf("\n");
   std::fflush(stdout);
 }
 

@@ -1,4 +1,5 @@
-// Requests against the null procedure of the same transport, and that against a bare UDP echo. To
+// Requests against the null procedure of the same transport, that against a bare UDP echo, and long
+// lists against what their encoding and decoding alone costs. To
 // be run by bench/run: needs a port mapper and l2cpd, and all of them on one CPU (across two, the
 // wake-ups hide everything else).
 
@@ -211,6 +212,79 @@ void compareNullWithEcho() {
   waitpid(child, nullptr, 0);
 }
 
+// ---- Long lists, which only TCP carries ----
+
+constexpr int listLength = 500;
+constexpr int listRounds = 11;
+
+void fillLists(const Client& client) {
+  for (int i = 0; i < listLength; ++i) {
+    std::string name = "number " + std::to_string(i);
+    unsigned char mac[] = {0x01, 0x80, 0xc2, 0, 0, 0x40};
+    rpc_l2cp_proto proto{};
+    proto.name = name.data();
+    proto.mac = {.rpc_l2cp_mac_t_len = sizeof(mac), .rpc_l2cp_mac_t_val = mac};
+    client.check(rpc_l2cp_proto_add_1(proto, client.get()));
+    rpc_l2cp_profile profile{};
+    profile.name = name.data();
+    client.check(rpc_l2cp_profile_add_1(profile, client.get()));
+  }
+}
+
+// Encodes a list into memory, decodes it again and frees what that took.
+template <class List>
+void carryInMemory(List& list, bool_t (*filter)(XDR*, List*), std::vector<char>& memory) {
+  XDR stream{};
+  xdrmem_create(&stream, memory.data(), static_cast<u_int>(memory.size()), XDR_ENCODE);
+  if (!filter(&stream, &list)) fail("a list does not fit");
+  List copy{};
+  xdrmem_create(&stream, memory.data(), static_cast<u_int>(memory.size()), XDR_DECODE);
+  if (!filter(&stream, &copy)) fail("a list does not decode");
+  stream.x_op = XDR_FREE;
+  filter(&stream, &copy);
+}
+
+template <class List>
+void compareList(const char* what, const Client& client, List* (*getAll)(CLIENT*),
+                 bool_t (*filter)(XDR*, List*)) {
+  const auto xdr = reinterpret_cast<xdrproc_t>(filter);  // NOLINT: RPC's interface
+  std::vector<char> memory(std::size_t{1} << 20);
+  const List list = *getAll(client.get());
+  const double length = list.list.list_len;
+  bench::compare(
+      std::string(what) + ", an element of " + std::to_string(list.list.list_len),
+      "in memory alone", bench::noGoal(), listRounds,
+      [&] { return average(20, [&] { client.use(getAll(client.get()), xdr); }) / length; },
+      [&] {
+        List original = list;
+        return average(20, [&] { carryInMemory(original, filter, memory); }) / length;
+      });
+}
+
+void compareLists() {
+  const Client client("tcp");
+  fillLists(client);
+  compareList("proto_get_all", client, rpc_l2cp_proto_get_all_1, xdr_rpc_l2cp_proto_all);
+  compareList("profile_get_all", client, rpc_l2cp_profile_get_all_1, xdr_rpc_l2cp_profile_all);
+  const auto filter = [](auto* function) {
+    return reinterpret_cast<xdrproc_t>(function);  // NOLINT: RPC's interface
+  };
+  bench::compare(
+      "500 profiles by position", "one profile_get_all", bench::noGoal(), listRounds,
+      [&] {
+        const bench::Stopwatch watch;
+        for (u_int i = 0; i < listLength; ++i) {
+          client.use(rpc_l2cp_profile_get_1(i, client.get()), filter(xdr_rpc_l2cp_profile));
+        }
+        return watch.read();
+      },
+      [&] {
+        return average(5, [&] {
+          client.use(rpc_l2cp_profile_get_all_1(client.get()), filter(xdr_rpc_l2cp_profile_all));
+        });
+      });
+}
+
 }  // namespace
 
 int main() {
@@ -218,4 +292,5 @@ int main() {
   compareNullWithEcho();
   compareTransport("udp");
   compareTransport("tcp");
+  compareLists();
 }

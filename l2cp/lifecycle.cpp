@@ -96,11 +96,13 @@ int L2CP::applySettings(const char* /*bridgeName*/, const Settings& wanted) {
     }
   }
 
+  std::list<std::string> surplus;
+  for (const auto& [name, proto] : settings.protocols) {
+    if (!wanted.protocols.contains(name)) surplus.push_back(name);
+  }
   for (const auto& [profileName, profile] : settings.profiles) {
-    for (const auto& [protoName, proto] : settings.protocols) {
-      if (!wanted.protocols.contains(protoName)) {
-        profileProtoDel(profileName.c_str(), protoName.c_str());
-      }
+    for (const std::string& protoName : surplus) {
+      profileProtoDel(profileName.c_str(), protoName.c_str());
     }
   }
   for (auto profileIt = settings.profiles.begin(); profileIt != settings.profiles.end();) {
@@ -108,11 +110,7 @@ int L2CP::applySettings(const char* /*bridgeName*/, const Settings& wanted) {
     ++profileIt;
     if (!wanted.profiles.contains(name)) profileDel(name.c_str());
   }
-  for (auto protoIt = settings.protocols.begin(); protoIt != settings.protocols.end();) {
-    const std::string name = protoIt->first;
-    ++protoIt;
-    if (!wanted.protocols.contains(name)) protoDel(name.c_str());
-  }
+  for (const std::string& protoName : surplus) protoDel(protoName.c_str());
 
   for (const auto& [name, proto] : wanted.protocols) {
     if (settings.protocols.contains(name)) continue;
