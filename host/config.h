@@ -10,6 +10,8 @@ struct Config {
   std::string bridge = "br0";
   /// Names for port numbers.
   std::map<std::uint32_t, std::string> ports;
+  /// The script that is replayed at the start and written by saving; empty: none.
+  std::string startup;
 };
 
 /// A configuration file that cannot be used. The text names the file and, where there is one, the

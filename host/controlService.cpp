@@ -14,6 +14,7 @@
 #include "host/control.h"
 #include "host/log.h"
 #include "host/scriptText.h"
+#include "host/startup.h"
 #include "host/version.h"
 #include "host/wireText.h"
 #include "platform/CliConfig.h"
@@ -160,6 +161,26 @@ control_config_result* control_running_config_1_svc(control_config_mode mode,
   state.wireLines.clear();
   for (const std::string& line : state.lines) state.wireLines.push_back(wireText(line));
   result.lines = {static_cast<u_int>(state.wireLines.size()), state.wireLines.data()};
+  return &result;
+}
+
+control_save_result* control_save_1_svc(svc_req* /*request*/) {
+  static control_save_result result;
+  Service& state = service();
+  const std::string& path = state.config.startup;
+  const BLLManager::sharedLock_t lock;
+  if (path.empty()) {
+    state.answer = "the configuration names no startup script";
+  } else if (!lock) {
+    state.answer = "the configuration is locked";
+  } else {
+    state.answer = startup::save(
+        path,
+        scriptText(singleton<CliConfig>::instance().runningConfig(Scripter::configDifferences)));
+  }
+  result.error = state.answer.empty() ? CONTROL_OK : CONTROL_ERR_FAILED;
+  if (state.answer.empty()) state.answer = path;
+  result.text = state.answer.data();
   return &result;
 }
 

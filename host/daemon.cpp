@@ -15,10 +15,13 @@
 #include "host/config.h"
 #include "host/control.h"
 #include "host/controlService.h"
+#include "host/hostScripter.h"
 #include "host/log.h"
 #include "host/module.h"
 #include "host/registrar.h"
+#include "host/startup.h"
 #include "host/version.h"
+#include "platform/CliConfig.h"
 #include "rpc/l2cp.h"
 #include "rpc/rte/BLL/core/rpcProxy.h"
 
@@ -67,6 +70,7 @@ class Daemon {
       host().stopEntities();
       return EXIT_FAILURE;
     }
+    restore();
 
     // The RPC library keeps one set of transports for the process and does not guard it: no loop
     // until the module has registered its own.
@@ -106,17 +110,28 @@ class Daemon {
   static BLLManager::Host& host() { return singleton<BLLManager>::instance().host(); }
 
   bool configure() {
-    Config config;
     try {
-      if (!options_.configFile.empty()) config = readConfig(options_.configFile);
+      if (!options_.configFile.empty()) config_ = readConfig(options_.configFile);
     } catch (const ConfigError& problem) {
       hostlog::error("config", "{}", problem.what());
       return false;
     }
-    setBridgeName(config.bridge);
-    configureControlService(config);
-    hostlog::information("daemon", "l2cpd {}, bridge {}", hostVersion, config.bridge);
+    setBridgeName(config_.bridge);
+    configureControlService(config_);
+    // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): the framework takes it over
+    singleton<CliConfig>::instance().addScripter(new HostScripter);
+    hostlog::information("daemon", "l2cpd {}, bridge {}", hostVersion, config_.bridge);
     return true;
+  }
+
+  // Carries out the script that was saved last.
+  void restore() const {
+    if (config_.startup.empty()) return;
+    const auto [commands, problems] =
+        startup::replay(config_.startup, startup::Strictness::skipLines);
+    for (const std::string& line : problems) hostlog::warning("startup", "{}", line);
+    hostlog::information("startup", "{}: {} commands, {} problems", config_.startup, commands,
+                         problems.size());
   }
 
   // A port mapper that does not answer holds those who register up for minutes, and stopping them
@@ -157,6 +172,7 @@ class Daemon {
   }
 
   const DaemonOptions& options_;
+  Config config_;
 };
 
 }  // namespace

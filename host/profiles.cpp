@@ -170,6 +170,21 @@ int setVlanProfile(const std::string& serviceProfile, const std::string& vlanPro
 
 const std::map<int, std::list<std::string>>& applied() { return appliedProfiles(); }
 
+void clear() {
+  while (!appliedProfiles().empty()) {
+    const int intf = appliedProfiles().begin()->first;
+    const std::string name = appliedProfiles().begin()->second.front();
+    // One that the module refuses to detach is off the interface all the same.
+    if (services().servProfileDetach(name, intf) != 0) {
+      auto& names = appliedProfiles()[intf];
+      names.remove(name);
+      if (names.empty()) appliedProfiles().erase(intf);
+    }
+  }
+  services().servProfiles.clear();
+  vlans().vlanProfiles.clear();
+}
+
 int addVlanProfile(const std::string& name) {
   constexpr std::size_t longestName = sizeof(servprofile::servProfileInfo::vlanProfile) - 1;
   if (name.empty() || name.size() > longestName) return -EINVAL;

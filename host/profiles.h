@@ -31,6 +31,9 @@ int setVlanProfile(const std::string& serviceProfile, const std::string& vlanPro
 /// Interfaces and the service profiles applied there, in the order in which they were applied.
 const std::map<int, std::list<std::string>>& applied();
 
+/// Takes every service profile off its interfaces and deletes all profiles.
+void clear();
+
 /// A name of 1 to 33 bytes.
 int addVlanProfile(const std::string& name);
 int deleteVlanProfile(const std::string& name);

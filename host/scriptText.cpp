@@ -1,33 +1,84 @@
 #include "host/scriptText.h"
 
+#include <fmt/core.h>
+
+#include "script/script.h"
+
 namespace {
 
 std::string enteringCommand(const CliMode& mode) {
   switch (mode.id()) {
     case scriptingProductDefs::CLI_MODE_L2CP_PROFILE:
       return "l2cp-profile " + mode.name();
+    case scriptingProductDefs::CLI_MODE_VLAN_PROFILE:
+      return "vlan-profile " + mode.name();
+    case scriptingProductDefs::CLI_MODE_SERVICE_PROFILE:
+      return "service-profile " + mode.name();
     case scriptingProductDefs::CLI_MODE_CONF:
       break;
   }
   return {};
 }
 
+std::string withoutControlCharacters(const std::string& text) {
+  std::string safe;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7f) {
+      safe += fmt::format("\\x{:02x}", byte);
+    } else {
+      safe += c;
+    }
+  }
+  return safe;
+}
+
+class Writer {
+ public:
+  void write(const CliCommand& command) {
+    if (command.mode() != current_) {
+      leave();
+      current_ = command.mode();
+      entered_ = !isInner() || add(enteringCommand(*current_));
+    }
+    if (!entered_ || (isInner() && command.text().empty())) return;
+    add(isInner() ? " " + command.text() : command.text());
+  }
+
+  std::vector<std::string> finish() {
+    leave();
+    return std::move(lines_);
+  }
+
+ private:
+  bool isInner() const { return current_ != nullptr && current_->parent() != nullptr; }
+
+  void leave() {
+    if (isInner() && entered_) add("exit");
+  }
+
+  bool add(const std::string& line) {
+    try {
+      reader_.read(line);
+      lines_.push_back(line);
+      return true;
+    } catch (const script::Problem& problem) {
+      lines_.push_back(
+          fmt::format("! left out ({}): {}", problem.what(), withoutControlCharacters(line)));
+      return false;
+    }
+  }
+
+  std::vector<std::string> lines_;
+  script::Reader reader_;
+  const CliMode* current_ = nullptr;
+  bool entered_ = true;
+};
+
 }  // namespace
 
 std::vector<std::string> scriptText(const std::list<CliCommand>& commands) {
-  std::vector<std::string> lines;
-  const CliMode* current = nullptr;
-  const auto isInner = [](const CliMode* mode) {
-    return mode != nullptr && mode->parent() != nullptr;
-  };
-  for (const CliCommand& command : commands) {
-    if (command.mode() != current) {
-      if (isInner(current)) lines.emplace_back("exit");
-      if (isInner(command.mode())) lines.push_back(enteringCommand(*command.mode()));
-      current = command.mode();
-    }
-    lines.push_back(isInner(current) ? " " + command.text() : command.text());
-  }
-  if (isInner(current)) lines.emplace_back("exit");
-  return lines;
+  Writer writer;
+  for (const CliCommand& command : commands) writer.write(command);
+  return writer.finish();
 }

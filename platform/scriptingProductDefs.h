@@ -7,6 +7,8 @@ namespace scriptingProductDefs {
 enum CliModeId : int {
   CLI_MODE_CONF = 1,
   CLI_MODE_L2CP_PROFILE = 2,
+  CLI_MODE_VLAN_PROFILE = 3,
+  CLI_MODE_SERVICE_PROFILE = 4,
 };
 
 }  // namespace scriptingProductDefs

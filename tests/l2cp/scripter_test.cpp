@@ -39,6 +39,10 @@ std::string modeText(const CliMode* mode) {
     case scriptingProductDefs::CLI_MODE_L2CP_PROFILE:
       text += "l2cp-profile";
       break;
+    case scriptingProductDefs::CLI_MODE_VLAN_PROFILE:
+    case scriptingProductDefs::CLI_MODE_SERVICE_PROFILE:
+      text += "another module's";
+      break;
   }
   return mode->name().empty() ? text : text + ' ' + mode->name();
 }
