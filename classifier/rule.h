@@ -24,6 +24,10 @@ class Name {
   }
 
   std::string_view view() const { return {field_, size_}; }
+  /// Whether the field holds the name and nothing but zeros behind it.
+  bool fills(const char (&field)[ACL_NAME_SIZE]) const {
+    return std::memcmp(field, field_, sizeof field_) == 0;
+  }
   void copyTo(char (&field)[ACL_NAME_SIZE]) const { std::memcpy(field, field_, sizeof field_); }
 
  private:

@@ -84,20 +84,11 @@ struct Table::Port {
 
 namespace {
 
-/// The text of a field, or nothing when it does not end within the field.
-template <std::size_t size>
-std::optional<std::string_view> textOf(const char (&field)[size]) {
-  const std::size_t length = strnlen(field, size);
-  if (length == size) return std::nullopt;
-  return std::string_view(field, length);
-}
-
 std::optional<std::uint32_t> portOf(const char (&field)[ACL_PORT_SIZE]) {
-  const auto text = textOf(field);
-  if (!text) return std::nullopt;
+  const char* end = field + strnlen(field, sizeof(field));
+  if (end == std::end(field)) return std::nullopt;
   std::int64_t number = 0;
-  const char* end = text->data() + text->size();
-  const auto [stop, error] = std::from_chars(text->data(), end, number);
+  const auto [stop, error] = std::from_chars(field, end, number);
   if (error != std::errc() || stop != end || number < std::numeric_limits<std::int32_t>::min() ||
       number > std::numeric_limits<std::uint32_t>::max()) {
     return std::nullopt;
@@ -206,33 +197,38 @@ int Table::create(Registry<Object>& registry, std::string_view name) {
   if (name.empty()) return -EINVAL;
   if (registry.contains(name)) return -EEXIST;
   if (registry.size() >= maxObjects) return -ENOSPC;
-  auto object = std::make_shared<Object>(name);
-  const std::string_view key = object->name.view();
-  registry.emplace(key, std::move(object));
+  registry.add(std::make_shared<Object>(name));
   return 0;
 }
 
-int Table::addSelector(const acl_ioctl_selector& record) {
-  const auto name = textOf(record.name);
-  if (!name) return -EINVAL;
-  return create(selectors_, *name);
+template <class Object>
+int Table::create(Registry<Object>& registry, const char (&field)[ACL_NAME_SIZE]) {
+  const auto name = nameIn(field);
+  return name ? create(registry, *name) : -EINVAL;
 }
 
+template <class Object>
+int Table::remove(Registry<Object>& registry, const char (&field)[ACL_NAME_SIZE]) {
+  const auto name = nameIn(field);
+  if (!name) return -EINVAL;
+  return registry.remove(*name) ? 0 : -ENOENT;
+}
+
+int Table::addSelector(const acl_ioctl_selector& record) { return create(selectors_, record.name); }
+
 int Table::deleteSelector(const acl_ioctl_selector& record) {
-  const auto name = textOf(record.name);
-  if (!name || *name == everyFrame) return -EINVAL;
-  return selectors_.erase(*name) != 0 ? 0 : -ENOENT;
+  return nameIn(record.name) == everyFrame ? -EINVAL : remove(selectors_, record.name);
 }
 
 int Table::addCondition(const acl_ioctl_selector& record) {
-  const auto name = textOf(record.name);
-  if (!name || *name == everyFrame) return -EINVAL;
+  const auto [selectorError, found] = selectors_.find(record.name);
+  if (selectorError == -EINVAL) return -EINVAL;
+  if (found != nullptr && (*found)->name.view() == everyFrame) return -EINVAL;
   const auto [error, condition] = parseCondition(record);
   if (error != 0) return error;
+  if (selectorError != 0) return selectorError;
 
-  const auto found = selectors_.find(*name);
-  if (found == selectors_.end()) return -ENOENT;
-  const auto& selector = found->second;
+  const auto& selector = *found;
   if (selector->conditions.size() >= maxConditions) return -ENOSPC;
   selector->conditions.push_back(condition);
   if (selector.use_count() > 1) ++objectsRevision_;
@@ -240,34 +236,28 @@ int Table::addCondition(const acl_ioctl_selector& record) {
 }
 
 int Table::addActionList(const acl_ioctl_action& record) {
-  const auto name = textOf(record.actionList);
-  if (!name) return -EINVAL;
-  return create(actionLists_, *name);
+  return create(actionLists_, record.actionList);
 }
 
 int Table::deleteActionList(const acl_ioctl_action& record) {
-  const auto name = textOf(record.actionList);
-  if (!name) return -EINVAL;
-  return actionLists_.erase(*name) != 0 ? 0 : -ENOENT;
+  return remove(actionLists_, record.actionList);
 }
 
 int Table::addAction(const acl_ioctl_action& record) {
-  const auto name = textOf(record.actionList);
   const bool counts = record.type == ACL_ACTION_COUNTER_CHANGE;
-  const auto counterName = counts ? textOf(record.counter) : std::string_view();
-  if (!name || !counterName || !isActionType(record.type)) return -EINVAL;
+  const auto [listError, found] = actionLists_.find(record.actionList);
+  const auto [counterError, counter] =
+      counts ? counters_.find(record.counter) : Registry<Counter>::Lookup{};
+  if (listError == -EINVAL || counterError == -EINVAL || !isActionType(record.type)) return -EINVAL;
+  if (listError != 0 || counterError != 0) return -ENOENT;
 
-  const auto found = actionLists_.find(*name);
-  if (found == actionLists_.end()) return -ENOENT;
   Action action{.index = record.index, .type = record.type, .counter = nullptr, .increment = 0};
   if (counts) {
-    const auto counter = counters_.find(*counterName);
-    if (counter == counters_.end()) return -ENOENT;
-    action.counter = counter->second;
+    action.counter = *counter;
     action.increment = record.increment;
   }
 
-  const auto& list = found->second;
+  const auto& list = *found;
   const auto place = std::ranges::lower_bound(list->actions, action.index, {}, &Action::index);
   if (place != list->actions.end() && place->index == action.index) return -EEXIST;
   if (list->actions.size() >= maxActions) return -ENOSPC;
@@ -278,14 +268,10 @@ int Table::addAction(const acl_ioctl_action& record) {
 
 int Table::addPortEntry(const acl_ioctl_port_entry& record) {
   const auto number = portOf(record.port);
-  const auto selectorName = textOf(record.selector);
-  const auto listName = textOf(record.actionList);
-  if (!number || !selectorName || !listName) return -EINVAL;
-
-  const auto selector = selectors_.find(*selectorName);
-  if (selector == selectors_.end()) return -ENOENT;
-  const auto list = actionLists_.find(*listName);
-  if (list == actionLists_.end()) return -ENOENT;
+  const auto [selectorError, selector] = selectors_.find(record.selector);
+  const auto [listError, list] = actionLists_.find(record.actionList);
+  if (!number || selectorError == -EINVAL || listError == -EINVAL) return -EINVAL;
+  if (selectorError != 0 || listError != 0) return -ENOENT;
 
   const std::uint64_t place = Entry::placeOf(record.kind, record.index);
   if (const auto known = ports_.find(*number); known != ports_.end()) {
@@ -297,17 +283,28 @@ int Table::addPortEntry(const acl_ioctl_port_entry& record) {
   if (entries_ >= maxObjects) return -ENOSPC;
 
   Port& port = ports_[*number];
-  port.entries.insert(port.from(place), Entry{place, selector->second, list->second});
+  port.entries.insert(port.from(place), Entry{place, *selector, *list});
   port.matcher.reset();
   ++entries_;
   return 0;
 }
 
+int Table::findPort(const char (&field)[ACL_PORT_SIZE], Ports::value_type*& port) {
+  if (lastPort_ == nullptr || std::memcmp(field, lastPortField_, sizeof(field)) != 0) {
+    const auto number = portOf(field);
+    if (!number) return -EINVAL;
+    const auto found = ports_.find(*number);
+    if (found == ports_.end()) return -ENOENT;
+    std::memcpy(lastPortField_, field, sizeof(field));
+    lastPort_ = &*found;
+  }
+  port = lastPort_;
+  return 0;
+}
+
 int Table::deletePortEntry(const acl_ioctl_port_entry& record) {
-  const auto number = portOf(record.port);
-  if (!number) return -EINVAL;
-  const auto known = ports_.find(*number);
-  if (known == ports_.end()) return -ENOENT;
+  Ports::value_type* known = nullptr;
+  if (const int error = findPort(record.port, known); error != 0) return error;
   Port& port = known->second;
   const auto entry = port.find(Entry::placeOf(record.kind, record.index));
   if (entry == port.entries.end()) return -ENOENT;
@@ -315,15 +312,16 @@ int Table::deletePortEntry(const acl_ioctl_port_entry& record) {
   port.entries.erase(entry);
   port.matcher.reset();
   --entries_;
-  if (port.entries.empty()) ports_.erase(known);
+  if (port.entries.empty()) {
+    lastPort_ = nullptr;
+    ports_.erase(std::uint32_t{known->first});
+  }
   return 0;
 }
 
 int Table::getPortEntry(acl_ioctl_port_entry& record) {
-  const auto number = portOf(record.port);
-  if (!number) return -EINVAL;
-  const auto known = ports_.find(*number);
-  if (known == ports_.end()) return -ENOENT;
+  Ports::value_type* known = nullptr;
+  if (const int error = findPort(record.port, known); error != 0) return error;
   Port& port = known->second;
   const auto entry = port.find(Entry::placeOf(record.kind, record.index));
   if (entry == port.entries.end()) return -ENOENT;
@@ -333,25 +331,14 @@ int Table::getPortEntry(acl_ioctl_port_entry& record) {
   return 0;
 }
 
-int Table::addCounter(const acl_ioctl_counter& record) {
-  const auto name = textOf(record.name);
-  if (!name) return -EINVAL;
-  return create(counters_, *name);
-}
+int Table::addCounter(const acl_ioctl_counter& record) { return create(counters_, record.name); }
 
-int Table::deleteCounter(const acl_ioctl_counter& record) {
-  const auto name = textOf(record.name);
-  if (!name) return -EINVAL;
-  return counters_.erase(*name) != 0 ? 0 : -ENOENT;
-}
+int Table::deleteCounter(const acl_ioctl_counter& record) { return remove(counters_, record.name); }
 
 int Table::getCounter(acl_ioctl_counter& record) {
-  const auto name = textOf(record.name);
-  if (!name) return -EINVAL;
-  const auto found = counters_.find(*name);
-  if (found == counters_.end()) return -ENOENT;
-  record.value = found->second->value;
-  return 0;
+  const auto [error, counter] = counters_.find(record.name);
+  if (error == 0) record.value = (*counter)->value;
+  return error;
 }
 
 std::shared_ptr<const Rule> Table::ruleOf(const Entry& entry) {

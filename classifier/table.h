@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "classifier/matcher.h"
+#include "classifier/registry.h"
 #include "classifier/rule.h"
 #include "platform/acl_ioctl.h"
 
@@ -78,14 +79,14 @@ class Table {
   struct Entry;
   struct Port;
 
-  /// Keys are the objects' own names.
-  template <class Object>
-  using Registry = std::unordered_map<std::string_view, std::shared_ptr<Object>>;
-
-  template <class Object>
-  static int create(Registry<Object>& registry, std::string_view name);
   template <class Record>
   int answer(void* record, int (Table::*handler)(Record&));
+  template <class Object>
+  static int create(Registry<Object>& registry, std::string_view name);
+  template <class Object>
+  static int create(Registry<Object>& registry, const char (&field)[ACL_NAME_SIZE]);
+  template <class Object>
+  static int remove(Registry<Object>& registry, const char (&field)[ACL_NAME_SIZE]);
 
   int addSelector(const acl_ioctl_selector& record);
   int deleteSelector(const acl_ioctl_selector& record);
@@ -100,6 +101,10 @@ class Table {
   int deleteCounter(const acl_ioctl_counter& record);
   int getCounter(acl_ioctl_counter& record);
 
+  using Ports = std::unordered_map<std::uint32_t, Port>;
+  /// Finds the port that a request means. 0, -EINVAL, or -ENOENT for a port without entries.
+  int findPort(const char (&field)[ACL_PORT_SIZE], Ports::value_type*& port);
+
   static std::shared_ptr<const Rule> ruleOf(const Entry& entry);
   static Rules rulesOf(const Port& port);
 
@@ -107,7 +112,11 @@ class Table {
   Registry<Selector> selectors_;
   Registry<ActionList> actionLists_;
   Registry<Counter> counters_;
-  std::unordered_map<std::uint32_t, Port> ports_;
+  Ports ports_;
+  /// The field and the port of the last request that found one; null if that port is gone. A search
+  /// for a free position asks for the same port again and again.
+  char lastPortField_[ACL_PORT_SIZE];
+  Ports::value_type* lastPort_ = nullptr;
   std::size_t entries_ = 0;
   /// Grows whenever an object changes that entries use already.
   std::uint64_t objectsRevision_ = 0;

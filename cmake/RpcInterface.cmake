@@ -3,6 +3,7 @@
 #   name_filters     the XDR filters as a server needs them
 #   name_dispatcher  the server's dispatch routine
 #   name_client      filters and call stubs for a client
+# Both kinds of filters are compiled with rpc/inline_filters.h for the types of fields.
 # With TEXT_FILTER header function, name_filters sends texts through that function instead of
 # xdr_string. Clients keep the plain one: their own over-long texts have to fail.
 
@@ -42,9 +43,13 @@ function(l2cp_rpc_interface name)
   add_library(${name}_dispatcher OBJECT ${out}/${name}_svc.c)
   add_library(${name}_client STATIC ${out}/${name}_xdr.c ${out}/${name}_clnt.c)
   foreach(target IN ITEMS ${name}_filters ${name}_dispatcher ${name}_client)
-    target_compile_options(${target} PRIVATE -w)
+    # Filters call each other for every field; that is to be inlined, too.
+    target_compile_options(${target} PRIVATE -w -fno-semantic-interposition)
     target_link_libraries(${target} PUBLIC ${name}_header)
     add_dependencies(${target} ${name}_generated)
+  endforeach()
+  foreach(target IN ITEMS ${name}_filters ${name}_client)
+    target_compile_options(${target} PRIVATE "SHELL:-include rpc/inline_filters.h")
   endforeach()
   if(arg_TEXT_FILTER)
     list(GET arg_TEXT_FILTER 0 header)

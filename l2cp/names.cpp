@@ -14,6 +14,15 @@ constexpr std::size_t fullNameSize = 200;
 constexpr std::size_t shortNameSize = 40;
 constexpr std::string_view shortNamePrefix = "l2cp:0x";
 
+// The part of a selector's or action list's name that tells one definition of a protocol from
+// another.
+void writeDefinition(FullName& name, const L2CP::Protocol& proto) {
+  char mac[18];
+  L2CP::mac2str(proto.mac, mac);
+  name.text("/").text({mac, sizeof(mac) - 1});
+  name.text("/").hexadecimal<4>(proto.etherType).text("/").hexadecimal<2>(proto.subType);
+}
+
 // Use counts wrap: a daemon that runs for years may see that many uses.
 std::int32_t wrappingSum(std::int32_t left, std::int32_t right) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(left) +
@@ -83,8 +92,8 @@ char* L2CP::aclName(char* shortName, const std::string& protoName, unsigned int 
 char* L2CP::nameSelector(char* shortName, unsigned short vid, const Protocol& proto) {
   char fullName[fullNameSize];
   FullName name(fullName);
-  name.text(proto.name.c_str()).text("/").decimal(vid).text("/").text(mac2str(proto.mac));
-  name.text("/").hexadecimal(proto.etherType, 4).text("/").hexadecimal(proto.subType, 2);
+  name.text(proto.name.c_str()).text("/").decimal(vid);
+  writeDefinition(name, proto);
   return GetName(fullName, shortName, nullptr);
 }
 
@@ -92,9 +101,9 @@ char* L2CP::nameActionList(char* shortName, unsigned int port, unsigned short vi
                            const Protocol& proto) {
   char fullName[fullNameSize];
   FullName name(fullName);
-  name.text(proto.name.c_str()).text("/").decimal(static_cast<int>(port)).text("/");
-  name.decimal(vid).text("/").text(mac2str(proto.mac));
-  name.text("/").hexadecimal(proto.etherType, 4).text("/").hexadecimal(proto.subType, 2);
+  name.text(proto.name.c_str()).text("/").decimal(static_cast<int>(port));
+  name.text("/").decimal(vid);
+  writeDefinition(name, proto);
   return GetName(fullName, shortName, nullptr);
 }
 

@@ -3,6 +3,8 @@
 #include <string>
 #include <string_view>
 
+#include "rpc/inline_filters.h"
+
 bool_t l2cp_xdr_text(XDR* xdrs, char** text, u_int bound) {
   if (xdrs->x_op != XDR_ENCODE) return xdr_string(xdrs, text, bound);
 

@@ -502,6 +502,17 @@ TEST_F(Request, AnActionBindsTheCounterWhenItIsAdded) {
   EXPECT_THAT(request.counter("c"), Optional(0));
 }
 
+TEST_F(Request, WhatWasUsedLastIsGoneOnceItIsDeleted) {
+  EXPECT_EQ(request.addSelector("last"), 0);
+  EXPECT_EQ(request.addEtherType("last", 0x88cc), 0);
+  EXPECT_EQ(request.deleteSelector("last"), 0);
+  EXPECT_EQ(request.addEtherType("last", 0x88cc), -ENOENT);
+  EXPECT_EQ(request.addActionList("last"), 0);
+  EXPECT_EQ(request.addAction("last", 1, ACL_ACTION_DROP), 0);
+  EXPECT_EQ(request.deleteActionList("last"), 0);
+  EXPECT_EQ(request.addAction("last", 2, ACL_ACTION_DROP), -ENOENT);
+}
+
 TEST_F(Request, ADeletedNameCannotBeUsedForNewEntries) {
   ASSERT_EQ(request.addEntry("1", 1, 200, "s", "a"), 0);
   ASSERT_EQ(request.deleteSelector("s"), 0);
