@@ -11,7 +11,6 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <vector>
 
 #include "l2cp/node.h"
 #include "platform/BLEntity.h"
@@ -270,8 +269,6 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   int protoGet(unsigned int idx, Protocol& proto);
   /// Appends all protocols in name order. 0.
   int protoGetAll(std::list<Protocol>& protocols);
-  /// The same without copies: good until the next operation that changes the registry.
-  int protoGetAll(std::vector<const Protocol*>& protocols);
   /// -2, -11.
   int protoStat(const char* protoName, Statistics& stats);
 

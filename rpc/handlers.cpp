@@ -10,7 +10,6 @@
 #include <list>
 #include <map>
 #include <string>
-#include <vector>
 
 #include "l2cp/key.h"
 #include "l2cp/l2cp.h"
@@ -92,8 +91,6 @@ void fill(rpc_l2cp_proto& result, const L2CP::Protocol& proto) {
   result.use_count = proto.useCount;
 }
 
-void fill(rpc_l2cp_proto& result, const L2CP::Protocol* proto) { fill(result, *proto); }
-
 void fill(rpc_l2cp_profile& result, const L2CP::Profile& profile) {
   result.dynamic = profile.dynamic;
   result.protect = profile.protect;
@@ -173,7 +170,7 @@ rpc_l2cp_proto* rpc_l2cp_proto_get_1_svc(u_int index, svc_req* /*request*/) {
 rpc_l2cp_proto_all* rpc_l2cp_proto_get_all_1_svc(svc_req* /*request*/) {
   static rpc_l2cp_proto_all result;
   clear(result);
-  std::vector<const L2CP::Protocol*> protocols;
+  std::list<L2CP::Protocol> protocols;
   entity().protoGetAll(protocols);
   fillList(result, protocols);
   result.error = RPC_L2CP_OK;

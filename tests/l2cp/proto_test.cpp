@@ -1,6 +1,5 @@
 #include <climits>
 #include <stdexcept>
-#include <vector>
 
 #include "tests/l2cp/entity_fixture.h"
 
@@ -305,16 +304,6 @@ TEST_F(Protocols, AreAppendedBehindWhatAListHolds) {
                          "\"b\" protect=no 01:80:c2:00:ab:cd/ff:ff:ff:ff:ff:f0 0002 02 uses=0"));
 }
 
-TEST_F(Protocols, AreListedInPlaceInNameOrderBehindWhatTheListHolds) {
-  const L2CP::Protocol other;
-  std::vector<const L2CP::Protocol*> protocols{&other};
-  EXPECT_EQ(entity.protoGetAll(protocols), 0);
-  std::vector<const L2CP::Protocol*> expected{&other};
-  for (const auto& [name, proto] : entity.settings.protocols) expected.push_back(&*proto);
-  EXPECT_GT(expected.size(), 1U);
-  EXPECT_EQ(protocols, expected);
-}
-
 TEST_F(Protocols, AreListedEvenIfThereAreNone) {
   entity.settings.protocols.clear();
   std::list<L2CP::Protocol> protocols;
@@ -357,7 +346,6 @@ TEST_F(Protocols, OperationsTraceTheirArguments) {
   L2CP::Protocol proto;
   L2CP::Statistics stats;
   std::list<L2CP::Protocol> all;
-  std::vector<const L2CP::Protocol*> inPlace;
   const std::string add =
       "%s:%d %s(protoName=\"%s\", protect=%s, mac=%s, etherTypeHf=0x%04x (%d), subType=%d)";
   expectTraces({
@@ -389,7 +377,6 @@ TEST_F(Protocols, OperationsTraceTheirArguments) {
       {"%s:%d %s(idx=%d)", "protoGet(idx=3)", [&] { entity.protoGet(3, proto); }},
       {"%s:%d %s(idx=%d)", "protoGet(idx=-1)", [&] { entity.protoGet(UINT_MAX, proto); }},
       {"%s:%d %s()", "protoGetAll()", [&] { entity.protoGetAll(all); }},
-      {"%s:%d %s()", "protoGetAll()", [&] { entity.protoGetAll(inPlace); }},
       {"%s:%d %s(protoName=\"%s\")", "protoStat(protoName=\"A\")",
        [&] { entity.protoStat("A", stats); }},
   });
