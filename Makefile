@@ -6,7 +6,7 @@ JOBS ?= $(shell nproc)
 sources = $(shell git ls-files '*.cpp' '*.h')
 
 .DEFAULT_GOAL := build
-.PHONY: build setup demo test test-% bench format check-format lint install clean help
+.PHONY: build setup demo test test-% bench format check-format lint install packages clean help
 
 build: setup ## Build programs into build/bin and libraries into build/lib
 	@cmake --preset release >/dev/null
@@ -44,8 +44,11 @@ lint: ## Fail on what clang-tidy finds
 install: build ## Install; DESTDIR and PREFIX as usual
 	@cmake --install build $(if $(PREFIX),--prefix $(PREFIX))
 
+packages: setup ## Build Debian packages into the folder build-packages
+	@scripts/packages build-packages
+
 clean: ## Remove the build folders
-	@rm -rf build build-asan build-tsan
+	@rm -rf build build-asan build-tsan build-packages
 
 help: ## This list
 	@sed -n 's/^\([a-z%-]*\):.*## \(.*\)/  make \1\t\2/p' Makefile | expand -t 22
