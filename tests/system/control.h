@@ -35,6 +35,36 @@ struct Status {
   std::vector<std::pair<unsigned int, std::string>> ports;
 };
 
+struct ServiceProfile {
+  std::string name = {};
+  std::string vlanProfile = {};
+  std::string l2cpProfile = {};
+  std::vector<int> interfaces = {};
+
+  bool operator==(const ServiceProfile&) const = default;
+};
+
+struct VlanProfile {
+  std::string name = {};
+  /// S-VIDs by interface.
+  std::vector<std::pair<int, int>> svids = {};
+
+  bool operator==(const VlanProfile&) const = default;
+};
+
+inline std::ostream& operator<<(std::ostream& out, const ServiceProfile& profile) {
+  out << "{\"" << profile.name << "\", VLAN profile \"" << profile.vlanProfile
+      << "\", L2CP profile \"" << profile.l2cpProfile << "\"";
+  for (const int intf : profile.interfaces) out << ", on " << intf;
+  return out << "}";
+}
+
+inline std::ostream& operator<<(std::ostream& out, const VlanProfile& profile) {
+  out << "{\"" << profile.name << "\"";
+  for (const auto& [intf, svid] : profile.svids) out << ", " << svid << " on " << intf;
+  return out << "}";
+}
+
 class Control {
  public:
   explicit Control(const char* transport)
@@ -90,6 +120,68 @@ class Control {
       }
       return status;
     });
+  }
+
+  std::vector<ServiceProfile> serviceProfiles() const {
+    return taken(
+        control_service_profile_list_1(handle()), xdr_control_service_profiles,
+        [](const control_service_profiles& wire) {
+          std::vector<ServiceProfile> profiles;
+          for (u_int i = 0; i < wire.list.list_len; ++i) {
+            const control_service_profile& profile = wire.list.list_val[i];
+            const int* interfaces = profile.interfaces.interfaces_val;
+            profiles.push_back(
+                {profile.name, profile.vlan_profile, profile.l2cp_profile,
+                 std::vector<int>(interfaces, interfaces + profile.interfaces.interfaces_len)});
+          }
+          return profiles;
+        });
+  }
+  int serviceProfileAdd(std::string name) const {
+    return connection_.got(control_service_profile_add_1(name.data(), handle()));
+  }
+  int serviceProfileDelete(std::string name) const {
+    return connection_.got(control_service_profile_delete_1(name.data(), handle()));
+  }
+  int serviceProfileSetVlan(std::string name, std::string vlanProfile) const {
+    return connection_.got(
+        control_service_profile_set_vlan_1(name.data(), vlanProfile.data(), handle()));
+  }
+  int serviceProfileSetL2cp(std::string name, std::string l2cpProfile) const {
+    return connection_.got(
+        control_service_profile_set_l2cp_1(name.data(), l2cpProfile.data(), handle()));
+  }
+  int serviceProfileAttach(std::string name, int intf) const {
+    return connection_.got(control_service_profile_attach_1(name.data(), intf, handle()));
+  }
+  int serviceProfileDetach(std::string name, int intf) const {
+    return connection_.got(control_service_profile_detach_1(name.data(), intf, handle()));
+  }
+
+  std::vector<VlanProfile> vlanProfiles() const {
+    return taken(control_vlan_profile_list_1(handle()), xdr_control_vlan_profiles,
+                 [](const control_vlan_profiles& wire) {
+                   std::vector<VlanProfile> profiles;
+                   for (u_int i = 0; i < wire.list.list_len; ++i) {
+                     const control_vlan_profile& profile = wire.list.list_val[i];
+                     VlanProfile& value = profiles.emplace_back();
+                     value.name = profile.name;
+                     for (u_int j = 0; j < profile.svids.svids_len; ++j) {
+                       const control_svid& svid = profile.svids.svids_val[j];
+                       value.svids.emplace_back(svid.intf, svid.svid);
+                     }
+                   }
+                   return profiles;
+                 });
+  }
+  int vlanProfileAdd(std::string name) const {
+    return connection_.got(control_vlan_profile_add_1(name.data(), handle()));
+  }
+  int vlanProfileDelete(std::string name) const {
+    return connection_.got(control_vlan_profile_delete_1(name.data(), handle()));
+  }
+  int vlanProfileSetSvid(std::string name, int intf, int svid) const {
+    return connection_.got(control_vlan_profile_set_svid_1(name.data(), intf, svid, handle()));
   }
 
  private:

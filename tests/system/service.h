@@ -6,6 +6,7 @@
 #include <rpc/rpc.h>
 
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <memory>
 #include <ostream>
@@ -58,6 +59,22 @@ struct Link {
   bool operator==(const Link&) const = default;
 };
 
+/// Where a profile is attached.
+struct Place {
+  unsigned int port = 0;
+  std::uint16_t vid = 0;
+
+  bool operator==(const Place&) const = default;
+};
+
+/// A profile opened for editing: the name of its copy.
+struct Edit {
+  rpc_l2cp_error error = RPC_L2CP_OK;
+  std::string name = {};
+
+  bool operator==(const Edit&) const = default;
+};
+
 struct Counters {
   unsigned int total = 0;
   unsigned int discard = 0;
@@ -97,6 +114,14 @@ inline std::ostream& operator<<(std::ostream& out, const Entry& entry) {
 inline std::ostream& operator<<(std::ostream& out, const Link& link) {
   return out << "{\"" << link.profileName << "\", vid " << link.vid << ", error " << link.error
              << "}";
+}
+
+inline std::ostream& operator<<(std::ostream& out, const Place& place) {
+  return out << "{port " << place.port << ", vid " << place.vid << "}";
+}
+
+inline std::ostream& operator<<(std::ostream& out, const Edit& edit) {
+  return out << "{error " << edit.error << ", \"" << edit.name << "\"}";
 }
 
 inline std::ostream& operator<<(std::ostream& out, const Counters& counters) {
@@ -231,6 +256,9 @@ class Service {
   rpc_l2cp_error profileDel(const std::string& name) const {
     return connection_.got(rpc_l2cp_profile_del_1(text(name), handle()));
   }
+  rpc_l2cp_error profileRen(const std::string& from, const std::string& to) const {
+    return connection_.got(rpc_l2cp_profile_ren_1(text(from), text(to), handle()));
+  }
   Profile profileGet(unsigned int index) const {
     return taken(rpc_l2cp_profile_get_1(index, handle()), xdr_rpc_l2cp_profile,
                  [](const rpc_l2cp_profile& profile) { return value(profile); });
@@ -238,6 +266,10 @@ class Service {
   List<Profile> profileGetAll() const {
     return taken(rpc_l2cp_profile_get_all_1(handle()), xdr_rpc_l2cp_profile_all,
                  &values<Profile, rpc_l2cp_profile_all>);
+  }
+  List<Place> profileGetPorts(const std::string& name) const {
+    return taken(rpc_l2cp_profile_get_ports_1(text(name), handle()), xdr_rpc_l2cp_port_all,
+                 &values<Place, rpc_l2cp_port_all>);
   }
   rpc_l2cp_error profileSetDynamic(const std::string& name, bool dynamic) const {
     return connection_.got(rpc_l2cp_profile_set_dynamic_1(text(name), dynamic, handle()));
@@ -247,6 +279,11 @@ class Service {
   }
   Counters profileStat(const std::string& name) const {
     return value(connection_.got(rpc_l2cp_profile_stat_1(text(name), handle())));
+  }
+  /// The service profiles that name it.
+  List<std::string> profileGetUse(const std::string& name) const {
+    return taken(rpc_l2cp_profile_get_use_1(text(name), handle()), xdr_rpc_l2cp_profile_use,
+                 &values<std::string, rpc_l2cp_profile_use>);
   }
 
   rpc_l2cp_error entryAdd(const std::string& profile, const std::string& proto,
@@ -287,12 +324,28 @@ class Service {
                    return Link{link.profile_name, link.vid, link.error};
                  });
   }
+  List<Profile> linkGetAll(unsigned int port) const {
+    return taken(rpc_l2cp_profile_port_get_all_1(port, handle()), xdr_rpc_l2cp_profile_all,
+                 &values<Profile, rpc_l2cp_profile_all>);
+  }
 
   Counters portStat(unsigned int port) const {
     return value(connection_.got(rpc_l2cp_port_stat_1(port, handle())));
   }
   Counters vlanStat(std::uint16_t vid) const {
     return value(connection_.got(rpc_l2cp_vlan_stat_1(vid, handle())));
+  }
+
+  Edit profileEdit(const std::string& name) const {
+    const rpcl2cpProfEditResult& edit =
+        connection_.got(rpc_l2cp_profile_edit_1(text(name), handle()));
+    return {edit.error, std::string(edit.name, strnlen(edit.name, sizeof(edit.name)))};
+  }
+  rpc_l2cp_error profileCopy(const std::string& source, const std::string& destination) const {
+    return connection_.got(rpc_l2cp_profile_copy_1(text(source), text(destination), handle()));
+  }
+  rpc_l2cp_error profileOnExit(const std::string& target, const std::string& temporary) const {
+    return connection_.got(rpc_l2cp_profile_on_exit_1(text(target), text(temporary), handle()));
   }
   rpc_l2cp_error profileStatus(const std::string& name) const {
     return connection_.got(rpc_l2cp_profile_status_1(text(name), handle()));
@@ -325,6 +378,8 @@ class Service {
   static Entry value(const rpc_l2cp_profile_proto& entry) {
     return {entry.proto_name, entry.rule, entry.error};
   }
+  static Place value(const rpc_l2cp_port_vlan_t& place) { return {place.port, place.vid}; }
+  static std::string value(rpc_service_profile_name_t name) { return name; }
   static Counters value(const rpc_l2cp_counters& counters) {
     return {counters.total, counters.discard, counters.peer, counters.tunnel, counters.error};
   }
