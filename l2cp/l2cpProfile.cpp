@@ -64,7 +64,9 @@ rpcl2cpProfEditResult L2CP::l2cpProfileEdit(const char* profileName) {
 int L2CP::l2cpProfileCompareContent(const std::string& first, const std::string& second) {
   // Deliberate: a name that is not there becomes an empty profile.
   const auto findOrMake = [this](const std::string& name) -> const Profile& {
-    return *settings.profiles.try_emplace(name, Profile(name.c_str(), false, false)).first->second;
+    const auto [profileIt, isNew] = settings.profiles.try_emplace(name);
+    if (isNew) profileIt->second->name = name;
+    return *profileIt->second;
   };
   const Profile& left = findOrMake(first);
   const Profile& right = findOrMake(second);

@@ -1,55 +1,22 @@
 #include <climits>
-#include <cstring>
 #include <stdexcept>
-#include <tuple>
 
-#include "platform/servprofile.h"
-#include "tests/l2cp/entity_fixture.h"
+#include "tests/l2cp/service_fixture.h"
 
 namespace {
 
-/// What the service profiles' log was told: level, function, module, unit, type and name of the
-/// object, detail, two numbers. The line has to be one.
-using LogMessage =
-    std::tuple<int, std::string, std::string, int, std::string, std::string, std::string, int, int>;
-std::vector<LogMessage> logMessages;
-
-}  // namespace
-
-// In place of the daemon's own, which does not write down all it is given.
-void servprofile::servProfileLogMsg(int level, const char* function, int line, const char* module,
-                                    int unit, const char* objectType, const char* objectName,
-                                    const char* detail, int first, int second) {
-  EXPECT_GT(line, 0);
-  logMessages.emplace_back(level, function, module, unit, objectType, objectName, detail, first,
-                           second);
-}
-
-namespace {
-
+using LogMessage = support::ServiceCalls::LogMessage;
 using Rule = L2CP::Rule;
 
-class Profiles : public StartedEntityTest {
+class Profiles : public ServedEntityTest {
  protected:
-  void SetUp() override {
-    StartedEntityTest::SetUp();
-    services.servProfiles.clear();
-    services.servProfileLogLevel = 1;
-    logMessages.clear();
-  }
-
   void add(const char* name, bool protect = false, bool dynamic = false) {
     ASSERT_EQ(entity.profileAdd(name, protect, dynamic), 0);
   }
-  bool exists(const std::string& name) { return entity.settings.profiles.contains(name); }
   std::string shown(const std::string& name) { return text(profile(name)); }
 
-  /// Has a service profile name an L2CP profile.
-  void addService(const std::string& name, const char* l2cpProfile) {
-    std::strcpy(services.servProfiles[name].l2cpProfile, l2cpProfile);
-  }
-
-  servprofile& services = singleton<servprofile>::instance();
+  void setLogLevel(int level) { services.table().servProfileLogLevel = level; }
+  std::vector<LogMessage>& logMessages = calls.logMessages;
 };
 
 // ---- Adding ----
@@ -114,15 +81,18 @@ class ProfileDeletion : public Profiles, public testing::WithParamInterface<Dele
 TEST_P(ProfileDeletion, IsCheckedInThisOrder) {
   const DeletionRow& row = GetParam();
   SCOPED_TRACE(row.why);
-  services.servProfileLogLevel = 2;
+  setLogLevel(2);
   if (row.exists) {
     add("p", row.protect);
     profile("p").useCount = row.useCount;
   }
-  if (row.inService) addService("internet", "p");
-  logMessages.clear();
+  if (row.inService) services.add("internet", "p");
+  forget();
   const Lines before = text(entity.settings);
   EXPECT_EQ(entity.profileDel("p"), row.result);
+  // The service profiles are asked last.
+  const bool isAsked = row.result == -16 && row.useCount == 0;
+  EXPECT_EQ(calls.calls, isAsked ? Lines{"servProfileCheckSubAttached(\"p\", 5)"} : Lines{});
   EXPECT_EQ(text(entity.settings), before);
   EXPECT_THAT(sent(), testing::IsEmpty());
   EXPECT_THAT(logMessages, testing::IsEmpty());
@@ -139,9 +109,9 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(Profiles, ServiceProfilesThatNameOthersDoNotHinderDeletion) {
   add("p");
-  addService("internet", "other");
-  addService("voice", "");
-  addService("p", "P");
+  services.add("internet", "other");
+  services.add("voice", "");
+  services.add("p", "P");
   EXPECT_EQ(entity.profileDel("p"), 0);
 }
 
@@ -187,7 +157,7 @@ TEST_F(Profiles, WhoseUseCountWrappedToZeroCanBeDeletedUnderTheirAttachment) {
 
 TEST_F(Profiles, ChangesAreLoggedAboveLevelOne) {
   for (const int level : {2, 3, INT_MAX}) {
-    services.servProfileLogLevel = level;
+    setLogLevel(level);
     logMessages.clear();
     add("gold");
     ASSERT_EQ(entity.profileDel("gold"), 0);
@@ -200,7 +170,7 @@ TEST_F(Profiles, ChangesAreLoggedAboveLevelOne) {
 
 TEST_F(Profiles, ChangesAreNotLoggedUpToLevelOne) {
   for (const int level : {1, 0, -1}) {
-    services.servProfileLogLevel = level;
+    setLogLevel(level);
     add("gold");
     ASSERT_EQ(entity.profileDel("gold"), 0);
   }
@@ -209,7 +179,7 @@ TEST_F(Profiles, ChangesAreNotLoggedUpToLevelOne) {
 
 TEST_F(Profiles, RefusedChangesAreNotLogged) {
   add("gold", true);
-  services.servProfileLogLevel = 2;
+  setLogLevel(2);
   EXPECT_EQ(entity.profileAdd("gold", false, false), -17);
   EXPECT_EQ(entity.profileDel("gold"), -1);
   EXPECT_EQ(entity.profileDel("none"), -2);
@@ -374,8 +344,235 @@ TEST_F(Profiles, StatusTellsWhetherOneMayBeChanged) {
 
 TEST_F(Profiles, StatusDoesNotAskTheServiceProfiles) {
   add("p");
-  addService("internet", "p");
+  services.add("internet", "p");
   EXPECT_EQ(entity.l2cpProfileStatus("p"), 0);
+}
+
+// ---- Renaming ----
+
+class Renaming : public ServedEntityTest {
+ protected:
+  void SetUp() override {
+    ServedEntityTest::SetUp();
+    putIntoService();
+  }
+  int rename() { return entity.profileRen("P", "R"); }
+};
+
+const Lines renaming = {
+    "getAllServiceProfilesWithL2cpProfile(\"P\")",
+    "getAllServiceProfilesPerIntf([bronze gold silver])",
+    "servProfileDetach(\"gold\", 3)",
+    "servProfileDetach(\"silver\", 5)",
+    "servProfileDetach(\"gold\", 5)",
+    "servProfileL2cpProfile(\"bronze\", \"\")",
+    "servProfileL2cpProfile(\"gold\", \"\")",
+    "servProfileL2cpProfile(\"silver\", \"\")",
+    "servProfileL2cpProfile(\"bronze\", \"R\")",
+    "servProfileL2cpProfile(\"gold\", \"R\")",
+    "servProfileL2cpProfile(\"silver\", \"R\")",
+    "servProfileAttach(\"gold\", 3)",
+    "servProfileAttach(\"silver\", 5)",
+    "servProfileAttach(\"gold\", 5)",
+};
+
+TEST_F(Renaming, PutsTheNewNameIntoServiceWhereTheOldOneWas) {
+  EXPECT_EQ(rename(), 0);
+  EXPECT_THAT(shown(),
+              testing::ElementsAre(
+                  "profile Q: \"Q\" protect=no dynamic=no uses=1 on 3 LACP-LAMP=1",
+                  "profile R: \"R\" protect=no dynamic=no uses=3 on 3 on 5 LLDP=1",
+                  "port 3 vlan 100: R @201", "port 3 vlan 300: Q @200", "port 5 vlan 100: R @201",
+                  "port 5 vlan 200: R @200", "bronze: vlan \"\" l2cp \"R\"",
+                  "gold: vlan \"v1\" l2cp \"R\" on 3 5", "silver: vlan \"v2\" l2cp \"R\" on 5",
+                  "steel: vlan \"v3\" l2cp \"Q\" on 3"));
+}
+
+TEST_F(Renaming, AsksTheServiceProfilesInThisOrder) {
+  EXPECT_EQ(rename(), 0);
+  EXPECT_EQ(calls.calls, renaming);
+}
+
+TEST_F(Renaming, LeavesTheUseCountsOfProtocolsAndTheCountersOfTheOldName) {
+  EXPECT_EQ(rename(), 0);
+  EXPECT_EQ(protocol("LLDP").useCount, 1U);
+  EXPECT_THAT(sent(), testing::Not(testing::Contains(testing::HasSubstr("DEL_COUNTER"))));
+}
+
+TEST_F(Renaming, IsRefusedForAMissingOldNameAndAnExistingNewOne) {
+  const struct {
+    const char* why;
+    const char* oldName;
+    const char* newName;
+    int result;
+  } rows[] = {
+      {"no old name", "none", "R", -2},
+      {"no old name comes before the new name exists", "none", "Q", -2},
+      {"the new name exists", "P", "Q", -28},
+      {"the same name", "P", "P", -28},
+      {"no name at all", "", "R", -2},
+  };
+  services.table().servProfileLogLevel = 2;
+  const Lines before = shown();
+  for (const auto& row : rows) {
+    EXPECT_EQ(entity.profileRen(row.oldName, row.newName), row.result) << row.why;
+    EXPECT_EQ(shown(), before) << row.why;
+    EXPECT_THAT(sent(), testing::IsEmpty()) << row.why;
+    EXPECT_THAT(calls.calls, testing::IsEmpty()) << row.why;
+  }
+  EXPECT_THAT(calls.logMessages, testing::IsEmpty());
+}
+
+/// What is left if a call is refused. Calls behind it are not made.
+struct StepRow {
+  std::size_t position;
+  const char* left;
+};
+
+void PrintTo(const StepRow& row, std::ostream* out) { *out << renaming[row.position]; }
+
+class RenamingRefused : public Renaming, public testing::WithParamInterface<StepRow> {};
+
+INSTANTIATE_TEST_SUITE_P(
+    Step, RenamingRefused,
+    testing::Values(
+        StepRow{2,
+                "P:3[LLDP] Q:1[LACP-LAMP] R:0[LLDP] | 3/100=P 3/300=Q 5/100=P 5/200=P | "
+                "bronze=P gold=P@3@5 silver=P@5 steel=Q@3"},
+        StepRow{3,
+                "P:2[LLDP] Q:1[LACP-LAMP] R:0[LLDP] | 3/300=Q 5/100=P 5/200=P | "
+                "bronze=P gold=P@5 silver=P@5 steel=Q@3"},
+        StepRow{4,
+                "P:1[LLDP] Q:1[LACP-LAMP] R:0[LLDP] | 3/300=Q 5/100=P | "
+                "bronze=P gold=P@5 silver=P steel=Q@3"},
+        StepRow{5,
+                "P:0[LLDP] Q:1[LACP-LAMP] R:0[LLDP] | 3/300=Q | "
+                "bronze=P gold=P silver=P steel=Q@3"},
+        StepRow{6,
+                "P:0[LLDP] Q:1[LACP-LAMP] R:0[LLDP] | 3/300=Q | "
+                "bronze= gold=P silver=P steel=Q@3"},
+        StepRow{7,
+                "P:0[LLDP] Q:1[LACP-LAMP] R:0[LLDP] | 3/300=Q | "
+                "bronze= gold= silver=P steel=Q@3"},
+        StepRow{8, "Q:1[LACP-LAMP] R:0[LLDP] | 3/300=Q | bronze= gold= silver= steel=Q@3"},
+        StepRow{9, "Q:1[LACP-LAMP] R:0[LLDP] | 3/300=Q | bronze=R gold= silver= steel=Q@3"},
+        StepRow{10, "Q:1[LACP-LAMP] R:0[LLDP] | 3/300=Q | bronze=R gold=R silver= steel=Q@3"},
+        StepRow{11, "Q:1[LACP-LAMP] R:0[LLDP] | 3/300=Q | bronze=R gold=R silver=R steel=Q@3"},
+        StepRow{12,
+                "Q:1[LACP-LAMP] R:1[LLDP] | 3/100=R 3/300=Q | "
+                "bronze=R gold=R@3 silver=R steel=Q@3"},
+        StepRow{13,
+                "Q:1[LACP-LAMP] R:2[LLDP] | 3/100=R 3/300=Q 5/200=R | "
+                "bronze=R gold=R@3 silver=R@5 steel=Q@3"}),
+    [](const auto& row) { return std::to_string(row.param.position); });
+
+TEST_P(RenamingRefused, EndsThereAndUndoesNothing) {
+  const std::size_t position = GetParam().position;
+  calls.refuseAt(position, position % 2 == 0 ? -2 : 1);
+  EXPECT_EQ(rename(), -100);
+  EXPECT_EQ(summary(), GetParam().left);
+  const auto end = renaming.begin() + static_cast<std::ptrdiff_t>(position) + 1;
+  EXPECT_EQ(calls.calls, Lines(renaming.begin(), end));
+}
+
+TEST_F(Renaming, GoesByNeitherProtectionNorUseAndKeepsNoFlag) {
+  ASSERT_EQ(entity.profileSetDynamic("P", true), 0);
+  EXPECT_EQ(rename(), 0);
+  EXPECT_EQ(text(profile("R")), "\"R\" protect=no dynamic=no uses=3 on 3 on 5 LLDP=1");
+}
+
+TEST_F(Renaming, IsNotLogged) {
+  services.table().servProfileLogLevel = 3;
+  EXPECT_EQ(rename(), 0);
+  EXPECT_THAT(calls.logMessages, testing::IsEmpty());
+}
+
+TEST_F(Renaming, NameThatServiceProfilesCannotHoldEndsItBehindTheOldName) {
+  const std::string name(34, 'n');
+  EXPECT_EQ(entity.profileRen("P", name.c_str()), -100);
+  EXPECT_EQ(summary(),
+            "Q:1[LACP-LAMP] " + name + ":0[LLDP] | 3/300=Q | bronze= gold= silver= steel=Q@3");
+}
+
+TEST_F(Renaming, ServiceProfilesCalledDefaultKeepTheOldNameAndCannotBePutBack) {
+  services.addVlan("v4", {{9, 400}});
+  services.add("DEFAULT", "P", "v4");
+  services.apply("DEFAULT", 9);
+  EXPECT_EQ(rename(), -100);
+  EXPECT_EQ(summary(),
+            "Q:1[LACP-LAMP] R:3[LLDP] | 3/100=R 3/300=Q 5/100=R 5/200=R | "
+            "DEFAULT=P bronze=R gold=R@3@5 silver=R@5 steel=Q@3");
+}
+
+TEST_F(Renaming, ProfileThatServiceProfilesCannotNameIsRenamedAlone) {
+  addProfile("DEFAULT", {"CDP"});
+  services.add("iron", "DEFAULT");
+  forget();
+  EXPECT_EQ(entity.profileRen("DEFAULT", "S"), 0);
+  EXPECT_THAT(calls.calls, testing::ElementsAre("getAllServiceProfilesWithL2cpProfile(\"DEFAULT\")",
+                                                "getAllServiceProfilesPerIntf([iron])"));
+  EXPECT_THAT(services.lines(), testing::Contains("iron: vlan \"\" l2cp \"DEFAULT\""));
+  EXPECT_EQ(text(profile("S")), "\"S\" protect=no dynamic=no uses=0 CDP=1");
+}
+
+TEST_F(Profiles, RenamedWithoutServiceProfilesAreACopyInThePlaceOfTheOldOne) {
+  add("p", true, true);
+  profile("p").protocols.emplace(entity.settings.protocols.at("LLDP").pointer(), Rule::tunnel);
+  EXPECT_EQ(entity.profileRen("p", ""), 0);
+  EXPECT_FALSE(exists("p"));
+  EXPECT_EQ(shown(""), "\"\" protect=no dynamic=no uses=0 LLDP=2");
+  EXPECT_THAT(sent(), testing::IsEmpty());
+  EXPECT_THAT(calls.calls, testing::ElementsAre("getAllServiceProfilesWithL2cpProfile(\"p\")",
+                                                "getAllServiceProfilesPerIntf([])"));
+}
+
+class RenamedWhileAttached : public Profiles {
+ protected:
+  void SetUp() override {
+    Profiles::SetUp();
+    addProfile("p", {"LLDP"});
+    ASSERT_EQ(entity.portAttach("p", 3, 100), 0);
+    old = entity.settings.profiles.at("p").pointer();
+    ASSERT_EQ(entity.profileRen("p", "q"), 0);
+    classifier.take();
+  }
+
+  std::weak_ptr<L2CP::Profile> old;
+};
+
+TEST_F(RenamedWhileAttached, LeaveTheAttachmentToTheOldOneWhichIsNotFound) {
+  unsigned short vid = 0;
+  std::string name;
+  EXPECT_EQ(entity.portGet(3, 0, vid, name), 0);
+  EXPECT_EQ(name, "p");
+  L2CP::Profile output;
+  EXPECT_EQ(entity.profileGet("p", output), -2);
+  EXPECT_EQ(entity.portDetach("p", 3, 100), -2);
+  EXPECT_EQ(entity.portDetach("q", 3, 100), -9);
+  EXPECT_EQ(shown("q"), "\"q\" protect=no dynamic=no uses=0 LLDP=1");
+  EXPECT_EQ(entity.profileDel("q"), 0);
+  EXPECT_EQ(text(*old.lock()), "\"p\" protect=no dynamic=no uses=1 on 3 LLDP=1");
+}
+
+TEST_F(RenamedWhileAttached, CanBeAttachedThereUnderTheNewNameButNotUnderTheOldOne) {
+  EXPECT_EQ(entity.portAttach("q", 3, 100), 0);
+  add("p");
+  EXPECT_EQ(entity.portAttach("p", 3, 100), -16);
+}
+
+TEST_F(RenamedWhileAttached, NewProfileOfTheOldNameDetachesTheOldOne) {
+  add("p");
+  EXPECT_EQ(entity.portDetach("p", 3, 100), 0);
+  EXPECT_TRUE(old.expired());
+  EXPECT_EQ(shown("p"), "\"p\" protect=no dynamic=no uses=0");
+  EXPECT_THAT(entity.settings.ports, testing::IsEmpty());
+}
+
+TEST_F(RenamedWhileAttached, SettingsThatLackTheAttachmentEndIt) {
+  EXPECT_EQ(entity.applySettings("", L2CP::Settings()), 0);
+  EXPECT_TRUE(old.expired());
+  EXPECT_THAT(entity.settings.ports, testing::IsEmpty());
+  EXPECT_THAT(classifier.entries, testing::IsEmpty());
 }
 
 // ---- Trace ----
@@ -409,9 +606,13 @@ TEST_F(Profiles, OperationsTraceTheirArguments) {
   });
 }
 
-TEST_F(Profiles, StatusIsNotTraced) {
+TEST_F(Profiles, StatusAndRenamingAreNotTraced) {
+  add("p");
   trace(true);
   entity.l2cpProfileStatus("none");
+  entity.profileRen("none", "q");
+  entity.profileRen("p", "p");
+  entity.profileRen("p", "q");
   EXPECT_THAT(log.lines, testing::IsEmpty());
 }
 
@@ -421,17 +622,18 @@ TEST_F(Profiles, ANullNameIsALogicError) {
   L2CP::Profile output;
   L2CP::Statistics stats;
   const char* const null = nullptr;
-  const std::vector<std::function<void()>> calls = {
+  const std::vector<std::function<void()>> operations = {
       [&] { entity.profileAdd(null, true, true); },  [&] { entity.profileDel(null); },
       [&] { entity.profileSetProtect(null, true); }, [&] { entity.profileSetDynamic(null, true); },
       [&] { entity.profileGet(null, output); },      [&] { entity.profileStat(null, stats); },
-      [&] { entity.l2cpProfileStatus(null); },
+      [&] { entity.l2cpProfileStatus(null); },       [&] { entity.profileRen(null, "q"); },
+      [&] { entity.profileRen("p", null); },
   };
   const Lines before = text(entity.settings);
-  for (const auto& call : calls) {
+  for (const auto& call : operations) {
     try {
       call();
-      ADD_FAILURE() << "call " << &call - calls.data() << " has not thrown";
+      ADD_FAILURE() << "operation " << &call - operations.data() << " has not thrown";
     } catch (const std::logic_error& error) {
       EXPECT_STREQ(error.what(), "basic_string::_M_construct null not valid");
     }

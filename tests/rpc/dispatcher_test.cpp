@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <initializer_list>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -187,11 +188,14 @@ const Call calls[] = {
     {RPC_L2CP_PROTO_STAT, XdrBytes().text("A")},
     {RPC_L2CP_PROFILE_ADD, XdrBytes().words({0, 0}).text("P").words({7, 8})},
     {RPC_L2CP_PROFILE_DEL, XdrBytes().text("P")},
+    {RPC_L2CP_PROFILE_REN, XdrBytes().text("P").text("Q")},
     {RPC_L2CP_PROFILE_GET, XdrBytes().word(0)},
     {RPC_L2CP_PROFILE_GET_ALL, XdrBytes()},
+    {RPC_L2CP_PROFILE_GET_PORTS, XdrBytes().text("P")},
     {RPC_L2CP_PROFILE_SET_DYNAMIC, XdrBytes().text("P").word(1)},
     {RPC_L2CP_PROFILE_SET_PROTECT, XdrBytes().text("P").word(1)},
     {RPC_L2CP_PROFILE_STAT, XdrBytes().text("P")},
+    {RPC_L2CP_PROFILE_GET_USE, XdrBytes().text("P")},
     {RPC_L2CP_PROFILE_PROTO_ADD, XdrBytes().text("P").text("A").word(2)},
     {RPC_L2CP_PROFILE_PROTO_DEL, XdrBytes().text("P").text("A")},
     {RPC_L2CP_PROFILE_PROTO_GET, XdrBytes().text("P").word(0)},
@@ -200,8 +204,12 @@ const Call calls[] = {
     {RPC_L2CP_PROFILE_PORT_ATTACH, XdrBytes().text("P").words({3, 100})},
     {RPC_L2CP_PROFILE_PORT_DETACH, XdrBytes().text("P").words({3, 100})},
     {RPC_L2CP_PROFILE_PORT_GET, XdrBytes().words({3, 0})},
+    {RPC_L2CP_PROFILE_PORT_GET_ALL, XdrBytes().word(3)},
     {RPC_L2CP_PORT_STAT, XdrBytes().word(3)},
     {RPC_L2CP_VLAN_STAT, XdrBytes().word(100)},
+    {RPC_L2CP_PROFILE_EDIT, XdrBytes().text("P")},
+    {RPC_L2CP_PROFILE_COPY, XdrBytes().text("P").text("Q")},
+    {RPC_L2CP_PROFILE_ON_EXIT, XdrBytes().text("P").text("Q")},
     {RPC_L2CP_PROFILE_STATUS, XdrBytes().text("P")},
     {RPC_L2CP_PROFILE_PROTO_DEL_ALL, XdrBytes().text("P")},
 };
@@ -225,6 +233,91 @@ TEST_F(Dispatcher, RepliesTheResultOfTheHandler) {
   ASSERT_EQ(transport.replies.size(), 1U);
   EXPECT_EQ(readable(transport.replies[0]),
             readable(success().word(RPC_L2CP_ERR_PROTO_NOT_FOUND).str()));
+}
+
+// ---- Editing ----
+
+class EditingOverTheWire : public Dispatcher {
+ protected:
+  void SetUp() override {
+    entity.settings = L2CP::Settings();
+    ASSERT_EQ(entity.profileAdd("P", false, false), 0);
+    ASSERT_EQ(entity.profileProtoAdd("P", "LLDP", L2CP::Rule::peer), 0);
+  }
+
+  /// The bytes of the one reply to a call.
+  std::string reply(rpcproc_t procedure, const XdrBytes& arguments) {
+    transport.call(procedure, arguments);
+    return transport.replies.size() == 1 ? readable(transport.replies[0]) : "not one reply";
+  }
+
+  static XdrBytes edited(std::uint32_t error, std::string name) {
+    XdrBytes bytes = success().word(error);
+    name.resize(33);
+    for (const char character : name) bytes.word(static_cast<std::uint32_t>(character));
+    return bytes;
+  }
+
+  L2CP& entity = singleton<L2CP>::instance();
+};
+
+TEST_F(EditingOverTheWire, NameOfTheLastSuccessStandsBesideAnError) {
+  EXPECT_EQ(reply(RPC_L2CP_PROFILE_EDIT, XdrBytes().text("P")),
+            readable(edited(0, "temp_l2cp_prof_1").str()));
+  EXPECT_EQ(reply(RPC_L2CP_PROFILE_EDIT, XdrBytes().text("none")),
+            readable(edited(1, "temp_l2cp_prof_1").str()));
+}
+
+TEST_F(EditingOverTheWire, ResultOfLeavingKeepsItsSign) {
+  ASSERT_EQ(entity.l2cpProfileCopy("P", "C"), 0);
+  const XdrBytes names = XdrBytes().text("P").text("C");
+  EXPECT_EQ(reply(RPC_L2CP_PROFILE_ON_EXIT, names), readable(success().word(0xfffffffe).str()));
+  ASSERT_EQ(entity.profileSetProtect("P", true), 0);
+  EXPECT_EQ(reply(RPC_L2CP_PROFILE_ON_EXIT, names), readable(success().word(0xffffffff).str()));
+  ASSERT_EQ(entity.profileSetProtect("P", false), 0);
+  EXPECT_EQ(reply(RPC_L2CP_PROFILE_ON_EXIT, names), readable(success().word(0).str()));
+}
+
+TEST_F(EditingOverTheWire, TextsOfEditingHaveNoBound) {
+  const std::string name(5000, 'n');
+  EXPECT_EQ(reply(RPC_L2CP_PROFILE_COPY, XdrBytes().text("P").text(name)),
+            readable(success().word(0).str()));
+  EXPECT_TRUE(entity.settings.profiles.contains(name));
+  EXPECT_EQ(reply(RPC_L2CP_PROFILE_EDIT, XdrBytes().text(name)),
+            readable(edited(0, "temp_l2cp_prof_1").str()));
+  EXPECT_EQ(reply(RPC_L2CP_PROFILE_ON_EXIT, XdrBytes().text("temp_l2cp_prof_1").text(name)),
+            readable(success().word(0xfffffffe).str()));
+  EXPECT_FALSE(entity.settings.profiles.contains(name));
+}
+
+TEST_F(EditingOverTheWire, NamesOfRenamingAndUseHaveTheirBound) {
+  const std::string tooLong(34, 'n');
+  const std::vector<std::string> refused = {"getargs", "decode error"};
+  EXPECT_EQ(transport.call(RPC_L2CP_PROFILE_REN, XdrBytes().text(tooLong).text("Q")), refused);
+  EXPECT_EQ(transport.call(RPC_L2CP_PROFILE_GET_PORTS, XdrBytes().text(tooLong)), refused);
+  EXPECT_EQ(transport.call(RPC_L2CP_PROFILE_GET_USE, XdrBytes().text(tooLong)), refused);
+}
+
+TEST_F(EditingOverTheWire, NamesThatAreTooLongForAReplyAreCut) {
+  const std::string name(40, 'n');
+  ASSERT_EQ(entity.l2cpProfileCopy("P", name.c_str()), 0);
+  ASSERT_EQ(entity.profileDel("P"), 0);
+  ASSERT_EQ(entity.portAttach(name, 3, 100), 0);
+  EXPECT_EQ(
+      reply(RPC_L2CP_PROFILE_PORT_GET_ALL, XdrBytes().word(3)),
+      readable(success().words({1, 0, 0}).text(name.substr(0, 33)).words({1, 0}).word(0).str()));
+  ASSERT_EQ(entity.portDetach(name, 3, 100), 0);
+}
+
+TEST_F(EditingOverTheWire, TextThatPromisesMoreThanThereIsIsRefused) {
+  for (const std::uint32_t size : {5U, 0x100000U, 0xffffffffU}) {
+    for (const rpcproc_t procedure : std::initializer_list<rpcproc_t>{
+             RPC_L2CP_PROFILE_EDIT, RPC_L2CP_PROFILE_COPY, RPC_L2CP_PROFILE_ON_EXIT}) {
+      EXPECT_THAT(transport.call(procedure, XdrBytes().word(size).raw("name")),
+                  ElementsAre("getargs", "decode error"))
+          << procedure << " " << size;
+    }
+  }
 }
 
 TEST(DispatcherDeathTest, ArgumentsThatCannotBeFreedEndTheProcess) {

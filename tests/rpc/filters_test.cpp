@@ -281,6 +281,8 @@ TEST(Filters, RulesAndErrorsHaveTheirNumbers) {
   EXPECT_EQ(RPC_L2CP_ERR_PROFILE_PROTECTED, 14);
   EXPECT_EQ(RPC_L2CP_ERR_NO_SUCH_LINK, 15);
   EXPECT_EQ(RPC_L2CP_ERR_DETACH_REFUSED, 16);
+  EXPECT_EQ(RPC_L2CP_EDIT_FAILED, -1);
+  EXPECT_EQ(RPC_L2CP_EDIT_UNCHANGED, -2);
 }
 
 // ---- Records ----
@@ -541,6 +543,74 @@ TEST(Filters, AttachmentArgumentsAreProfilePortVlan) {
                  rpc_l2cp_profile_port_detach_1_argument{text("P"), 0x80000000, 4095}, expected);
   expectBothWays(xdr_rpc_l2cp_profile_port_get_1_argument,
                  rpc_l2cp_profile_port_get_1_argument{3, 1}, Bytes().words({3, 1}));
+}
+
+TEST(Filters, RenamingAProfileIsTwoNames) {
+  const std::string longest(33, 'n');
+  const std::string tooLong(34, 'n');
+  expectBothWays(xdr_rpc_l2cp_profile_ren_1_argument,
+                 rpc_l2cp_profile_ren_1_argument{text("P"), text("Q")},
+                 Bytes().text("P").text("Q"));
+  EXPECT_TRUE(Decoded(xdr_rpc_l2cp_profile_ren_1_argument, Bytes().text(longest).text(longest)));
+  EXPECT_FALSE(Decoded(xdr_rpc_l2cp_profile_ren_1_argument, Bytes().text(tooLong).text("Q")));
+  EXPECT_FALSE(Decoded(xdr_rpc_l2cp_profile_ren_1_argument, Bytes().text("P").text(tooLong)));
+}
+
+TEST(Filters, CopyingAndLeavingAreTwoTextsWithoutBound) {
+  const std::string longOne(5000, 'x');
+  expectBothWays(xdr_rpc_l2cp_profile_copy_1_argument,
+                 rpc_l2cp_profile_copy_1_argument{text("P"), text("to be P")},
+                 Bytes().text("P").text("to be P"));
+  expectBothWays(xdr_rpc_l2cp_profile_on_exit_1_argument,
+                 rpc_l2cp_profile_on_exit_1_argument{text(""), text("C")},
+                 Bytes().text("").text("C"));
+  const Bytes bytes = Bytes().text(longOne).text(longOne);
+  EXPECT_EQ(encoded(xdr_rpc_l2cp_profile_copy_1_argument,
+                    rpc_l2cp_profile_copy_1_argument{text(longOne), text(longOne)}),
+            bytes.str());
+  const Decoded copy(xdr_rpc_l2cp_profile_copy_1_argument, bytes);
+  ASSERT_TRUE(copy);
+  EXPECT_EQ(copy->arg2, longOne);
+  const Decoded onExit(xdr_rpc_l2cp_profile_on_exit_1_argument, bytes);
+  ASSERT_TRUE(onExit);
+  EXPECT_EQ(onExit->arg1, longOne);
+}
+
+TEST(Filters, TextWithoutBoundFailsIfItPromisesMoreThanThereIs) {
+  for (const std::uint32_t size : {5U, 0x100000U, 0xffffffffU}) {
+    EXPECT_FALSE(Decoded(xdr_rpc_l2cp_text_t, Bytes().word(size).raw("name"))) << size;
+  }
+}
+
+TEST(Filters, AbsentTextsGoOutAsEmptyOnes) {
+  EXPECT_EQ(readable(encoded(xdr_rpc_l2cp_text_t, rpc_l2cp_text_t{})),
+            readable(Bytes().word(0).str()));
+  EXPECT_EQ(
+      readable(encoded(xdr_rpc_l2cp_profile_copy_1_argument, rpc_l2cp_profile_copy_1_argument{})),
+      readable(Bytes().words({0, 0}).str()));
+  std::vector<rpc_service_profile_name_t> names(2);
+  rpc_l2cp_profile_use use{};
+  use.list = {.list_len = 2, .list_val = names.data()};
+  EXPECT_EQ(readable(encoded(xdr_rpc_l2cp_profile_use, use)),
+            readable(Bytes().words({2, 0, 0, 0}).str()));
+}
+
+TEST(Filters, ServiceProfileNameThatIsTooLongForAReplyIsCut) {
+  const std::string name(70, 's');
+  std::vector<rpc_service_profile_name_t> names = {text(name)};
+  rpc_l2cp_profile_use use{};
+  use.list = {.list_len = 1, .list_val = names.data()};
+  EXPECT_EQ(readable(encoded(xdr_rpc_l2cp_profile_use, use)),
+            readable(Bytes().word(1).text(name.substr(0, 65)).word(0).str()));
+}
+
+TEST(Filters, EditResultKeepsTheSignOfItsErrorAndNameBytesTheirs) {
+  rpcl2cpProfEditResult result{};
+  result.error = static_cast<rpc_l2cp_error>(-1);
+  result.name[0] = '\xfc';
+  Bytes expected = Bytes().words({0xffffffff, 0xfffffffc});
+  for (int i = 1; i < 33; ++i) expected.word(0);
+  expectBothWays(xdr_rpcl2cpProfEditResult, result, expected);
 }
 
 TEST(Filters, NamesInArgumentsKeepTheirBounds) {

@@ -22,6 +22,7 @@
 #include "tests/support/recording_classifier.h"
 #include "tests/support/refused_block.h"
 #include "tests/support/rpc_service.h"
+#include "tests/support/services.h"
 
 namespace {
 
@@ -368,6 +369,158 @@ TEST_F(Handlers, LinkIsFilledInAndAFailedGetClearsIt) {
   EXPECT_EQ(result->vid, 0);
 }
 
+TEST_F(Handlers, PortListHoldsPortsAndVlansInOrderAndAFailedGetClearsIt) {
+  addProfile("P");
+  const rpc_l2cp_port_all* result = rpc_l2cp_profile_get_ports_1_svc(text("P"), nullptr);
+  EXPECT_EQ(result->error, RPC_L2CP_OK);
+  EXPECT_EQ(result->list.list_len, 0U);
+  EXPECT_EQ(result->list.list_val, nullptr);
+
+  attach("P", 4294967295, 65535);
+  attach("P", 3, 200);
+  attach("P", 3, 100);
+  rpc_l2cp_profile_get_ports_1_svc(text("P"), nullptr);
+  EXPECT_EQ(result->error, RPC_L2CP_OK);
+  ASSERT_EQ(result->list.list_len, 3U);
+  const rpc_l2cp_port_vlan_t* places = result->list.list_val;
+  EXPECT_EQ(places[0].port, 3U);
+  EXPECT_EQ(places[0].vid, 100U);
+  EXPECT_EQ(places[1].port, 3U);
+  EXPECT_EQ(places[1].vid, 200U);
+  EXPECT_EQ(places[2].port, 4294967295U);
+  EXPECT_EQ(places[2].vid, 65535U);
+
+  rpc_l2cp_profile_get_ports_1_svc(text("Q"), nullptr);
+  EXPECT_EQ(result->error, RPC_L2CP_ERR_PROFILE_NOT_FOUND);
+  EXPECT_EQ(result->list.list_len, 0U);
+  EXPECT_EQ(result->list.list_val, nullptr);
+}
+
+TEST_F(Handlers, UseListHoldsCopiesOfTheNamesAndAFailedGetClearsIt) {
+  const support::Services services;
+  addProfile("P");
+  services.add("silver", "P");
+  services.add("gold", "P");
+  services.add("bronze", "Q");
+  const rpc_l2cp_profile_use* result = rpc_l2cp_profile_get_use_1_svc(text("P"), nullptr);
+  services.reset();
+  EXPECT_EQ(result->error, RPC_L2CP_OK);
+  ASSERT_EQ(result->list.list_len, 2U);
+  EXPECT_STREQ(result->list.list_val[0], "gold");
+  EXPECT_STREQ(result->list.list_val[1], "silver");
+
+  rpc_l2cp_profile_get_use_1_svc(text("Q"), nullptr);
+  EXPECT_EQ(result->error, RPC_L2CP_ERR_PROFILE_NOT_FOUND);
+  EXPECT_EQ(result->list.list_len, 0U);
+  EXPECT_EQ(result->list.list_val, nullptr);
+}
+
+TEST_F(Handlers, ProfilesOfAPortAreFilledInAndAPortWithoutAttachmentsIsNoError) {
+  addProfile("P", true, true);
+  addProfile("Q");
+  attach("Q", 3, 200);
+  attach("P", 3, 100);
+  attach("P", 3, 300);
+  const rpc_l2cp_profile_all* result = rpc_l2cp_profile_port_get_all_1_svc(3, nullptr);
+  EXPECT_EQ(result->error, RPC_L2CP_OK);
+  ASSERT_EQ(result->list.list_len, 2U);
+  EXPECT_STREQ(result->list.list_val[0].name, "P");
+  EXPECT_EQ(result->list.list_val[0].dynamic, TRUE);
+  EXPECT_EQ(result->list.list_val[0].protect, TRUE);
+  EXPECT_EQ(result->list.list_val[0].use_count, 2U);
+  EXPECT_EQ(result->list.list_val[0].error, RPC_L2CP_OK);
+  EXPECT_STREQ(result->list.list_val[1].name, "Q");
+  EXPECT_EQ(result->list.list_val[1].dynamic, FALSE);
+  EXPECT_EQ(result->list.list_val[1].use_count, 1U);
+
+  rpc_l2cp_profile_port_get_all_1_svc(4, nullptr);
+  EXPECT_EQ(result->error, RPC_L2CP_OK);
+  EXPECT_EQ(result->list.list_len, 0U);
+  EXPECT_EQ(result->list.list_val, nullptr);
+}
+
+// ---- Editing ----
+
+TEST_F(Handlers, EditResultIsCopiedWholeWithTheLastNameBesideAnError) {
+  addProfile("P");
+  const rpcl2cpProfEditResult* result = rpc_l2cp_profile_edit_1_svc(text("P"), nullptr);
+  EXPECT_EQ(result->error, RPC_L2CP_OK);
+  EXPECT_STREQ(result->name, "temp_l2cp_prof_1");
+  EXPECT_TRUE(entity().settings.profiles.contains("temp_l2cp_prof_1"));
+
+  rpc_l2cp_profile_edit_1_svc(text("none"), nullptr);
+  EXPECT_EQ(result->error, RPC_L2CP_ERR_FAILED);
+  EXPECT_STREQ(result->name, "temp_l2cp_prof_1");
+  // It is the operation that remembers the name, also of a success that no client saw.
+  ASSERT_EQ(entity().l2cpProfileEdit("P").error, RPC_L2CP_OK);
+  rpc_l2cp_profile_edit_1_svc(text("none"), nullptr);
+  EXPECT_EQ(result->error, RPC_L2CP_ERR_FAILED);
+  EXPECT_STREQ(result->name, "temp_l2cp_prof_2");
+}
+
+rpc_l2cp_error copyProfile(const char* source, const char* destination) {
+  return *rpc_l2cp_profile_copy_1_svc(text(source), text(destination), nullptr);
+}
+
+TEST_F(Handlers, CopyingNamesAMissingSourceEvenIfTheDestinationExists) {
+  addProfile("P");
+  addProfile("Q", true, true);
+  EXPECT_EQ(copyProfile("none", "C"), RPC_L2CP_ERR_PROTO_NOT_FOUND);
+  EXPECT_EQ(copyProfile("none", "P"), RPC_L2CP_ERR_PROTO_NOT_FOUND);
+  EXPECT_EQ(copyProfile("P", "Q"), RPC_L2CP_ERR_FAILED);
+  EXPECT_EQ(copyProfile("P", "P"), RPC_L2CP_ERR_FAILED);
+  EXPECT_EQ(copyProfile("Q", "P"), RPC_L2CP_ERR_FAILED);
+  attach("P", 3, 100);
+  EXPECT_EQ(copyProfile("P", "Q"), RPC_L2CP_ERR_FAILED);
+  EXPECT_EQ(entity().settings.profiles.size(), 2U);
+  EXPECT_EQ(copyProfile("P", "C"), RPC_L2CP_OK);
+  EXPECT_EQ(copyProfile("Q", "D"), RPC_L2CP_OK);
+  EXPECT_FALSE(profile("D").protect);
+}
+
+TEST_F(Handlers, LeavingAnswersWithTheResultOfTheOperationItself) {
+  const auto leave = [](const char* target, const char* temporary) {
+    return static_cast<int>(
+        *rpc_l2cp_profile_on_exit_1_svc(text(target), text(temporary), nullptr));
+  };
+  addProfile("P", true, false);
+  addProfile("A");
+  addProfile("B");
+  addProfile("C");
+  addEntry("C", "LLDP", 0);
+  EXPECT_EQ(leave("P", "C"), -1);
+  EXPECT_EQ(leave("A", "B"), -2);
+  EXPECT_FALSE(entity().settings.profiles.contains("B"));
+  EXPECT_EQ(leave("A", "C"), 0);
+  EXPECT_EQ(profile("A").protocols.size(), 1U);
+}
+
+TEST_F(Handlers, RenamingIsMappedAndItsFailurePartWayIsPlain) {
+  const support::Services services;
+  const auto rename = [](const char* from, const char* to) {
+    return *rpc_l2cp_profile_ren_1_svc(text(from), text(to), nullptr);
+  };
+  addProfile("P", true, true);
+  addProfile("Q");
+  EXPECT_EQ(rename("none", "R"), RPC_L2CP_ERR_PROFILE_NOT_FOUND);
+  EXPECT_EQ(rename("none", "Q"), RPC_L2CP_ERR_PROFILE_NOT_FOUND);
+  EXPECT_EQ(rename("P", "Q"), RPC_L2CP_ERR_PROFILE_EXISTS);
+  EXPECT_EQ(rename("P", "R"), RPC_L2CP_OK);
+  EXPECT_EQ(profile("R").name, "R");
+  services.add("gold", "R");
+  EXPECT_EQ(rename("R", std::string(34, 'n').c_str()), RPC_L2CP_ERR_FAILED);
+}
+
+TEST_F(Handlers, NullNamesOfEditingAreLogicErrors) {
+  addProfile("P");
+  expectLogicError([] { rpc_l2cp_profile_ren_1_svc(nullptr, text("Q"), nullptr); });
+  expectLogicError([] { rpc_l2cp_profile_get_ports_1_svc(nullptr, nullptr); });
+  expectLogicError([] { rpc_l2cp_profile_get_use_1_svc(nullptr, nullptr); });
+  expectLogicError([] { rpc_l2cp_profile_edit_1_svc(nullptr, nullptr); });
+  expectLogicError([] { rpc_l2cp_profile_copy_1_svc(nullptr, text("Q"), nullptr); });
+  expectLogicError([] { rpc_l2cp_profile_on_exit_1_svc(text("P"), nullptr, nullptr); });
+}
+
 // ---- Life of results ----
 
 TEST_F(Handlers, ResultsStandAlwaysAtTheSamePlace) {
@@ -386,6 +539,14 @@ TEST_F(Handlers, ResultsStandAlwaysAtTheSamePlace) {
             rpc_l2cp_profile_proto_get_all_1_svc(text("P"), nullptr));
   EXPECT_EQ(rpc_l2cp_profile_port_get_1_svc(3, 0, nullptr),
             rpc_l2cp_profile_port_get_1_svc(3, 0, nullptr));
+  EXPECT_EQ(rpc_l2cp_profile_get_ports_1_svc(text("P"), nullptr),
+            rpc_l2cp_profile_get_ports_1_svc(text("Q"), nullptr));
+  EXPECT_EQ(rpc_l2cp_profile_get_use_1_svc(text("P"), nullptr),
+            rpc_l2cp_profile_get_use_1_svc(text("Q"), nullptr));
+  EXPECT_EQ(rpc_l2cp_profile_port_get_all_1_svc(3, nullptr),
+            rpc_l2cp_profile_port_get_all_1_svc(4, nullptr));
+  EXPECT_EQ(rpc_l2cp_profile_edit_1_svc(text("P"), nullptr),
+            rpc_l2cp_profile_edit_1_svc(text("Q"), nullptr));
   EXPECT_EQ(rpc_l2cp_port_stat_1_svc(3, nullptr), rpc_l2cp_port_stat_1_svc(4, nullptr));
 }
 
@@ -408,8 +569,11 @@ TEST_F(Handlers, EveryProcedureHasItsOwnResult) {
       rpc_l2cp_proto_stat_1_svc(text("A"), nullptr),
       rpc_l2cp_profile_add_1_svc(profile, nullptr),
       rpc_l2cp_profile_del_1_svc(text("P"), nullptr),
+      rpc_l2cp_profile_ren_1_svc(text("P"), text("P"), nullptr),
       rpc_l2cp_profile_get_1_svc(0, nullptr),
       rpc_l2cp_profile_get_all_1_svc(nullptr),
+      rpc_l2cp_profile_get_ports_1_svc(text("P"), nullptr),
+      rpc_l2cp_profile_get_use_1_svc(text("P"), nullptr),
       rpc_l2cp_profile_set_dynamic_1_svc(text("P"), TRUE, nullptr),
       rpc_l2cp_profile_set_protect_1_svc(text("P"), TRUE, nullptr),
       rpc_l2cp_profile_stat_1_svc(text("P"), nullptr),
@@ -422,6 +586,10 @@ TEST_F(Handlers, EveryProcedureHasItsOwnResult) {
       rpc_l2cp_profile_port_attach_1_svc(text("P"), 3, 100, nullptr),
       rpc_l2cp_profile_port_detach_1_svc(text("P"), 3, 100, nullptr),
       rpc_l2cp_profile_port_get_1_svc(3, 0, nullptr),
+      rpc_l2cp_profile_port_get_all_1_svc(3, nullptr),
+      rpc_l2cp_profile_edit_1_svc(text("P"), nullptr),
+      rpc_l2cp_profile_copy_1_svc(text("P"), text("P"), nullptr),
+      rpc_l2cp_profile_on_exit_1_svc(text("P"), text("P"), nullptr),
       rpc_l2cp_port_stat_1_svc(3, nullptr),
       rpc_l2cp_vlan_stat_1_svc(100, nullptr),
       rpc_l2cp_profile_status_1_svc(text("P"), nullptr)};
