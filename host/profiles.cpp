@@ -69,7 +69,7 @@ bool isInForce(const std::string& vlanProfile) {
 // ---- What modules call ----
 
 int servprofile::servProfileCheckSubAttached(const std::string& profileName, int subProfileKind) {
-  if (subProfileKind != subProfileL2cp) return 0;
+  if (subProfileKind != subProfileL2cp || profileName.empty()) return 0;
   const bool named =
       std::any_of(servProfiles.begin(), servProfiles.end(),
                   [&](const auto& element) { return element.second.l2cpProfile == profileName; });

@@ -278,6 +278,8 @@ TEST_F(ProfileTables, L2cpProfileIsAttachedWhileAServiceProfileNamesIt) {
   EXPECT_NE(table().servProfileCheckSubAttached("P", 5), 0);
   EXPECT_EQ(table().servProfileCheckSubAttached("P", 6), 0);
   EXPECT_EQ(table().servProfileCheckSubAttached("none", 5), 0);
+  // A service profile without an L2CP profile names none, whatever the empty field looks like.
+  EXPECT_EQ(table().servProfileCheckSubAttached("", 5), 0);
   ASSERT_EQ(setL2cp("gold", ""), 0);
   EXPECT_EQ(table().servProfileCheckSubAttached("P", 5), 0);
 }

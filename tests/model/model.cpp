@@ -251,7 +251,7 @@ Answer Model::profileDel(const std::string& name) {
   const int status = profileStatus(name).code;
   if (status != 0) return {status};
   for (const auto& [service, info] : services_) {
-    if (info.l2cpProfile == name) return {-16};
+    if (!name.empty() && info.l2cpProfile == name) return {-16};
   }
   live_.profiles.erase(name);
   return {0};
