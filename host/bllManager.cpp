@@ -129,6 +129,7 @@ std::string BLLManager::Host::startWithDependencies(BLEntity& entity,
     const std::lock_guard lock(mutex_);
     started_.push_back(&entity);
   }
+  entity.applyConfiguration(nullptr);
   return entity.start() ? "" : fmt::format("entity {} does not start", entity.entityName());
 }
 
@@ -139,6 +140,15 @@ void BLLManager::Host::stopEntities() {
     order.swap(started_);
   }
   std::for_each(order.rbegin(), order.rend(), [](BLEntity* entity) { entity->stop(); });
+}
+
+void BLLManager::Host::saveEntities() const {
+  std::vector<BLEntity*> running;
+  {
+    const std::lock_guard lock(mutex_);
+    running = started_;
+  }
+  for (const BLEntity* entity : running) entity->saveConfiguration(nullptr);
 }
 
 // ---- Threads ----

@@ -28,11 +28,14 @@ class BLLManager::Host {
   };
   std::vector<EntityState> entities() const;
 
-  /// Starts every entity behind those it depends on. Stops at the first that cannot be started and
-  /// returns why, else an empty text.
+  /// Lets every entity take over its configuration and starts it, behind those it depends on. Stops
+  /// at the first that cannot be started and returns why, else an empty text. There is no tree of
+  /// settings here, so each gets a null one.
   std::string startEntities();
   /// Stops what `startEntities` started, and what failed to start, in reverse order.
   void stopEntities();
+  /// Lets every entity that runs write down its configuration, in the order of their start.
+  void saveEntities() const;
 
   void threadBegins(const std::string& name);
   void threadEnds(const std::string& name);

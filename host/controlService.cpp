@@ -174,6 +174,7 @@ control_save_result* control_save_1_svc(svc_req* /*request*/) {
   } else if (!lock) {
     state.answer = "the configuration is locked";
   } else {
+    manager().saveEntities();
     state.answer = startup::save(
         path,
         scriptText(singleton<CliConfig>::instance().runningConfig(Scripter::configDifferences)));

@@ -1,5 +1,5 @@
-// The daemon's entities for ports, VLAN profiles and service profiles. This daemon has nowhere to
-// keep their objects, so there is nothing to start, store or reset.
+// The daemon's entities for ports, VLAN profiles and service profiles. Their objects are kept as
+// command lines, so there is nothing to start, store or reset here.
 
 #include "host/log.h"
 #include "platform/BLLManager.h"

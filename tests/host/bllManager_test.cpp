@@ -22,8 +22,12 @@ class Entity : public BLEntity {
   Entity(Journal& journal, const std::string& name, std::list<std::string> dependencies = {})
       : BLEntity(name), journal_(journal), dependencies_(std::move(dependencies)) {}
 
-  void applyConfiguration(boost::shared_ptr<Storage::Setting> /*setting*/) override {}
-  void saveConfiguration(boost::shared_ptr<Storage::Setting> /*setting*/) const override {}
+  void applyConfiguration(boost::shared_ptr<Storage::Setting> /*setting*/) override {
+    if (toldOfConfiguration) journal_.push_back("apply " + entityName());
+  }
+  void saveConfiguration(boost::shared_ptr<Storage::Setting> /*setting*/) const override {
+    journal_.push_back("save " + entityName());
+  }
   bool start() override {
     journal_.push_back("start " + entityName());
     return starts;
@@ -39,6 +43,7 @@ class Entity : public BLEntity {
   }
 
   bool starts = true;
+  bool toldOfConfiguration = false;
 
  private:
   Journal& journal_;
@@ -98,6 +103,23 @@ TEST_F(Entities, StopInTheReverseOrderOfTheirStart) {
   journal.clear();
   manager.host().stopEntities();
   EXPECT_THAT(journal, IsEmpty());
+}
+
+TEST_F(Entities, TakeTheirConfigurationOverBeforeTheyStart) {
+  add("first", {"second"}).toldOfConfiguration = true;
+  add("second").toldOfConfiguration = true;
+  EXPECT_EQ(manager.host().startEntities(), "");
+  EXPECT_THAT(journal, ElementsAre("apply second", "start second", "apply first", "start first"));
+}
+
+TEST_F(Entities, ThatRunWriteTheirConfigurationDown) {
+  add("first", {"second"});
+  add("second");
+  EXPECT_EQ(manager.host().startEntities(), "");
+  add("third");
+  journal.clear();
+  manager.host().saveEntities();
+  EXPECT_THAT(journal, ElementsAre("save second", "save first"));
 }
 
 TEST_F(Entities, ThatRunAreNotStartedAgain) {
