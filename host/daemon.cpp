@@ -32,8 +32,9 @@ using namespace std::chrono_literals;
 constexpr const char* moduleThread = "L2CP_mng";
 constexpr auto unregistrationTimeout = 1s;
 // Largest request record. Setting one also keeps a client that sends half a record from holding up
-// all others.
-constexpr int maxRequestRecord = 1 << 20;
+// all others. It has to fit the buffer that the RPC library begins with: for a larger record it
+// makes room and then, until all of it has come, tries to read it and does nothing else.
+constexpr int maxRequestRecord = CONTROL_REQUEST_MAX;
 
 struct Program {
   unsigned long number;
