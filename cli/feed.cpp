@@ -18,9 +18,14 @@ namespace cli {
 
 namespace {
 
-// A request's frames as they are encoded. Far below what the daemon takes, and few enough for the
-// first verdicts to be seen soon.
-constexpr std::size_t mostBytes = 256UL * 1024;
+// As XDR's variable-length opaque data: a length, and the bytes up to a multiple of four.
+constexpr std::size_t encodedSize(std::size_t size) {
+  constexpr std::size_t unit = 4;
+  return unit + (size + unit - 1) / unit * unit;
+}
+
+// A request's frames as they are encoded.
+constexpr std::size_t mostBytes = encodedSize(CONTROL_FRAME_MAX);
 
 constexpr std::array<Column, 7> columns{{{"FRAME", Column::Align::right, 6},
                                          {"LENGTH", Column::Align::right},
@@ -98,12 +103,6 @@ class Feed {
     std::uint64_t number;
     std::vector<std::uint8_t> bytes;
   };
-
-  // As XDR's variable-length opaque data: a length, and the bytes up to a multiple of four.
-  static std::size_t encodedSize(std::size_t size) {
-    constexpr std::size_t unit = 4;
-    return unit + (size + unit - 1) / unit * unit;
-  }
 
   FateTotal& totalOf(control_fate fate) {
     for (FateTotal& total : totals_) {

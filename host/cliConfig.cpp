@@ -30,6 +30,11 @@ void CliConfig::addScripter(Scripter* scripter) {
   scripters_.emplace(behind, scripter);
 }
 
+void CliConfig::removeScripter(const std::string& name) {
+  const std::lock_guard lock(mutex_);
+  std::erase_if(scripters_, [&](const auto& scripter) { return scripter->name() == name; });
+}
+
 std::list<CliCommand> CliConfig::runningConfig(Scripter::ConfigMode mode) const {
   const std::lock_guard lock(mutex_);
   std::list<CliCommand> commands;

@@ -13,6 +13,7 @@
 #include "host/bllManager.h"
 #include "host/control.h"
 #include "host/log.h"
+#include "host/replies.h"
 #include "host/scriptText.h"
 #include "host/startup.h"
 #include "host/version.h"
@@ -99,6 +100,7 @@ void configureControlService(const Config& config) {
 
 void* controlServiceStart(void* /*interruptionHook*/) {
   rpcProxyRegisterSvc(CONTROL_PROGRAM, CONTROL_VERSION, control_program_1);
+  limitUnreadReplies();
   hostlog::information("daemon", "ready");
   return nullptr;
 }

@@ -36,8 +36,9 @@ constexpr auto stopTimeout = 1800ms;
 // How long a port mapper may take before the daemon says what it is waiting for.
 constexpr auto registrationPatience = 2s;
 // Largest request record. Setting one also keeps a client that sends half a record from holding up
-// all others.
-constexpr int maxRequestRecord = 1 << 20;
+// all others. It has to fit the buffer that the RPC library begins with: for a larger record it
+// makes room and then, until all of it has come, tries to read it and does nothing else.
+constexpr int maxRequestRecord = CONTROL_REQUEST_MAX;
 
 constexpr RpcProgram programs[] = {{L2CP_PROGRAM, L2CP_VERSION},
                                    {CONTROL_PROGRAM, CONTROL_VERSION}};

@@ -3,6 +3,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "platform/Scripter.h"
@@ -11,8 +12,13 @@
 /// The daemon's writer of running configuration.
 class CliConfig : public singleton<CliConfig> {
  public:
-  /// Takes over a scripter made with `new`, for the life of the process.
+  /// Takes over a scripter made with `new`, for the life of the process or until it
+  /// is removed.
   void addScripter(Scripter* scripter);
+
+  /// Deletes the scripters of that name. For a daemon that is about to unload the library they came
+  /// from.
+  void removeScripter(const std::string& name);
 
   /// 1 while the command line replays the script of dynamic profiles, else 0.
   int isScriptingDynamicProfilesMode() const { return scriptingDynamicProfiles_ ? 1 : 0; }

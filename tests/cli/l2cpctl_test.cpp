@@ -544,17 +544,17 @@ TEST_F(Feeding, SendsAnyNumberOfFrames) {
 TEST_F(Feeding, SendsFramesOfAnySizeThatARequestCarries) {
   CaptureFile capture;
   capture.frame(0, 'x').frame(1, 'x');
-  for (int i = 0; i < 20; ++i) capture.frame(65535, 'x');
+  for (int i = 0; i < 20; ++i) capture.frame(CONTROL_FRAME_MAX, 'x');
   EXPECT_EQ(shown({"feed", "3", support::World::file("big.pcap", capture.bytes()), "-q"}),
             untouched(22));
 }
 
 TEST_F(Feeding, StopsAtAFrameThatNoRequestCarries) {
-  const std::string path =
-      support::World::file("huge.pcap", CaptureFile().frame(60, 'x').frame(65536, 'x').bytes());
+  const std::string path = support::World::file(
+      "huge.pcap", CaptureFile().frame(60, 'x').frame(CONTROL_FRAME_MAX + 1, 'x').bytes());
   const auto [status, out, err] = outcome({"feed", "3", path, "-q"});
   EXPECT_EQ(status, 1);
-  EXPECT_EQ(err, "l2cpctl: error: frame 2 has 65536 bytes; 65535 is the most that can be sent\n");
+  EXPECT_EQ(err, "l2cpctl: error: frame 2 has 64001 bytes; 64000 is the most that can be sent\n");
 }
 
 TEST_F(Feeding, SaysWhatIsWrongWithAFile) {
@@ -679,7 +679,8 @@ TEST_F(Daemon, PassesMessagesOn) {
 }
 
 TEST_F(Daemon, TakesMessagesOfTheGreatestLength) {
-  does({{"daemon", "message", std::string(65536, 'c'), std::string(65536, 'a')}});
+  does({{"daemon", "message", std::string(CONTROL_TEXT_MAX, 'c'),
+         std::string(CONTROL_TEXT_MAX, 'a')}});
 }
 
 // ---- Not reached ----

@@ -179,10 +179,10 @@ const Wrong wrongDaemonCommands[] = {
 INSTANTIATE_TEST_SUITE_P(Daemon, WrongCommandLine, testing::ValuesIn(wrongDaemonCommands));
 
 TEST(Program, RefusesMessagesLongerThanARequestCarries) {
-  const auto [status, out, err] = outcome({"daemon", "message", "x", std::string(65537, 'y')});
+  const auto [status, out, err] = outcome({"daemon", "message", "x", std::string(32001, 'y')});
   EXPECT_EQ(status, 1);
   EXPECT_EQ(err,
-            "l2cpctl: error: daemon message: the argument is 65537 bytes long; 65536 is the most; "
+            "l2cpctl: error: daemon message: the argument is 32001 bytes long; 32000 is the most; "
             "see \"l2cpctl daemon message --help\"\n");
 }
 

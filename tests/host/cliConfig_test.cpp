@@ -88,6 +88,16 @@ TEST(RunningConfiguration, IsWrittenInTheOrderOfTheScriptersThenOfTheirAddition)
             (std::vector<std::string>{"negative 0", "first 0", "second 0", "usual 0", "late 0"}));
 }
 
+TEST(RunningConfiguration, LacksScriptersThatWereRemoved) {
+  CliConfig config;
+  for (const char* name : {"gone", "stays", "gone"}) {
+    config.addScripter(new NamedScripter(name));  // NOLINT: taken over
+  }
+  config.removeScripter("gone");
+  config.removeScripter("was never there");
+  EXPECT_EQ(texts(config, Scripter::configAll), std::vector<std::string>{"stays 1"});
+}
+
 TEST(RunningConfiguration, PassesTheModeOn) {
   CliConfig config;
   config.addScripter(new NamedScripter("one"));  // NOLINT: taken over

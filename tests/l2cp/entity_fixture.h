@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <boost/thread.hpp>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <string>
@@ -79,6 +80,11 @@ inline Lines text(const L2CP::Settings& settings) {
     }
   }
   return lines;
+}
+
+inline std::size_t openDescriptors() {
+  const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
 }
 
 /// For the service's thread: waits until it is asked to end.

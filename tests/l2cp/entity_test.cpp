@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <boost/bind.hpp>
-#include <filesystem>
 #include <optional>
 
 #include "host/bllManager.h"
@@ -17,11 +16,6 @@ using Entity = EntityTest;
 
 constexpr const char* header = "Use Len Short name    Name";
 constexpr const char* rule = "---------------------------------------------------";
-
-std::size_t openDescriptors() {
-  const std::filesystem::directory_iterator descriptors("/proc/self/fd");
-  return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
-}
 
 // What `stop` would do for an entity that a test destroys while it is started.
 void unsubscribe(L2CP& entity) {
@@ -74,6 +68,19 @@ TEST_F(Entity, DestructionFreesTheNamesAndLeavesTheKernelAsItIs) {
   EXPECT_EQ(classifier.entries.size(), entries);
   EXPECT_NE(fcntl(classifier.descriptor(), F_GETFD), -1);
   close(classifier.descriptor());
+}
+
+TEST_F(Entity, DestructionWithTheTraceOnFreesTheNamesAndTracesNothing) {
+  std::optional<L2CP> mortal(std::in_place);
+  mortal->externalMessage("l2cp_debug", "1", nullptr);
+  char shortName[ACL_NAME_SIZE];
+  for (int name = 0; name < 1000; ++name) {
+    mortal->GetName(("name " + std::to_string(name)).c_str(), shortName, nullptr);
+  }
+  log.reset();
+  mortal.reset();
+  EXPECT_THAT(log.lines, testing::IsEmpty());
+  EXPECT_THAT(classifier.requests, testing::IsEmpty());
 }
 
 TEST_F(Entity, DestructionEndsTheService) {

@@ -174,6 +174,44 @@ TEST_F(Start, SucceedsAfterAFailedOne) {
   EXPECT_EQ(sent(), startRequests);
 }
 
+TEST_F(Start, WorksAgainAfterOneThatFoundTheServiceRunning) {
+  trace(true);
+  service.body = waitForInterruption;
+  const std::size_t descriptors = openDescriptors();
+  ASSERT_TRUE(entity.start());
+  const int first = classifier.descriptor();
+  ASSERT_FALSE(entity.start());
+  EXPECT_TRUE(entity.stop());
+  // The second start forgot the first one's descriptor.
+  EXPECT_TRUE(isOpen(first));
+  close(first);
+  EXPECT_EQ(openDescriptors(), descriptors);
+  EXPECT_FALSE(listens());
+  trace(false);
+  sent();
+  EXPECT_TRUE(entity.start());
+  EXPECT_EQ(sent(), startRequests);
+  EXPECT_TRUE(listens());
+  EXPECT_TRUE(entity.stop());
+  EXPECT_EQ(service.runs, 2U);
+}
+
+TEST_F(Start, AndStopManyTimesLeaveNothingBehind) {
+  ASSERT_TRUE(entity.start());
+  ASSERT_TRUE(entity.stop());
+  const std::size_t descriptors = openDescriptors();
+  const std::size_t names = nameLines(entity).size();
+  for (int round = 0; round < 1000; ++round) {
+    ASSERT_TRUE(entity.start());
+    ASSERT_TRUE(entity.stop());
+    classifier.requests.clear();
+  }
+  EXPECT_EQ(openDescriptors(), descriptors);
+  EXPECT_EQ(nameLines(entity).size(), names);
+  EXPECT_FALSE(listens());
+  EXPECT_EQ(service.runs, 1001U);
+}
+
 class StartRefusal : public Start, public testing::WithParamInterface<std::size_t> {};
 
 TEST_P(StartRefusal, EndsTheStartThereAndStopClosesTheDescriptor) {
@@ -192,6 +230,35 @@ TEST_P(StartRefusal, EndsTheStartThereAndStopClosesTheDescriptor) {
   EXPECT_TRUE(entity.stop());
   EXPECT_EQ(sent(), stopRequests);
   EXPECT_FALSE(isOpen(descriptor));
+}
+
+TEST_P(StartRefusal, IsTracedOnlyIfTheMiddleOfTheTunnelListWasReached) {
+  trace(true);
+  classifier.refuseAt(GetParam(), ENOMEM);
+  EXPECT_FALSE(entity.start());
+  classifier.refusal = nullptr;
+  EXPECT_TRUE(entity.stop());
+  EXPECT_THAT(log.traces(), GetParam() < 4 ? Lines{} : Lines{"---\n"});
+}
+
+TEST_P(StartRefusal, IsFollowedByAStartThatWorks) {
+  const std::size_t descriptors = openDescriptors();
+  for (int round = 0; round < 3; ++round) {
+    classifier.reset();
+    classifier.refuseAt(GetParam(), ENOSPC);
+    EXPECT_FALSE(entity.start());
+    classifier.refusal = nullptr;
+    EXPECT_TRUE(entity.stop());
+    EXPECT_EQ(openDescriptors(), descriptors);
+    sent();
+    EXPECT_TRUE(entity.start());
+    EXPECT_EQ(sent(), startRequests);
+    EXPECT_TRUE(listens());
+    EXPECT_TRUE(entity.stop());
+    EXPECT_FALSE(listens());
+    EXPECT_EQ(openDescriptors(), descriptors);
+  }
+  EXPECT_EQ(service.runs, 3U);
 }
 
 INSTANTIATE_TEST_SUITE_P(EachRequest, StartRefusal, testing::Range<std::size_t>(0, 5));
