@@ -27,15 +27,16 @@ struct acl_ioctl_selector;
 ///
 /// Operations that return an int return 0, or a negative error number:
 ///
-///     -1  the profile is protected          -19  no such protocol; the port has no attachment
-///     -2  no such object                    -20  the VLAN has no attachment
-///     -9  not attached                      -22  invalid, not in the profile, past the end
-///    -11  a counter could not be read
-///    -16  in use, or the lock is not to be had
-///    -17  exists already
+///     -1  the profile is protected          -20  the VLAN has no attachment
+///     -2  no such object                    -22  invalid, not in the profile, past the end
+///     -9  not attached                      -28  the new name is taken
+///    -11  a counter could not be read       -64  no S-VID to detach from
+///    -16  in use, or no lock to be had      -99  no S-VID to attach to
+///    -17  exists already                   -100  renamed part-way
+///    -19  no such protocol or VLAN profile; the port has no attachment
 ///
 /// The checks run in the order in which an operation lists its errors, and a refusal changes
-/// nothing but the statistics asked for. Operations that look a protocol or profile up throw
+/// nothing unless the operation says otherwise. Operations that look a protocol or profile up throw
 /// std::logic_error when they come to a null name.
 ///
 /// Registry operations take no lock: the daemon's RPC loop runs them one at a time. Only the table
@@ -146,7 +147,8 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   // ---- Entity (l2cp.cpp) ------------------------------------------------------------------------
 
   L2CP();
-  /// Frees the table of names. The kernel is left as it is: that is `stop`'s work.
+  /// Frees the table of names. The kernel and the daemon's event are left as they are: an entity
+  /// that was started has to be stopped first.
   ~L2CP() noexcept override;
 
   /// Writes to the system log at LOG_DEBUG while the debug switch is on.
@@ -292,8 +294,9 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   /// Whether the profile may be changed: 0, -2, -1, -16.
   int l2cpProfileStatus(const char* profileName);
   /// Renames by copying: the new profile is unprotected, not dynamic and attached where service
-  /// profiles name it; direct attachments stay with the old one. -2, -28, -100 (part-way: both
-  /// profiles are there, and service profiles may be detached or point nowhere).
+  /// profiles name it; direct attachments stay with the old one. -2, -28, -100 (part-way:
+  /// both profiles or the new one are there, and service profiles may be detached or point
+  /// nowhere).
   int profileRen(const char* oldName, const char* newName);
 
   // ---- Entries of profiles (profileProto.cpp) ---------------------------------------------------
@@ -314,8 +317,8 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   int profileGetProtocols(const char* profileName, std::map<std::string, Rule>& protocols);
 
   // ---- Editing (l2cpProfile.cpp) ----------------------------------------------------------------
-  // A profile in use is edited as a temporary copy that takes its place in the end. Nothing here is
-  // traced.
+  // A profile in use is edited as a temporary copy that takes its place in the end. Only what
+  // these operations call is traced.
 
   /// Copies a profile: unprotected, not dynamic, attached nowhere. The use counts of its protocols
   /// stay as they are. -1 for a missing source, and for an existing destination.
@@ -330,10 +333,11 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   /// Puts `temporary` in the place of `target`, taking the service profiles that use it off their
   /// interfaces meanwhile. -1 at the first step that fails; what was done before it stays.
   int l2cpProfileReplace(const char* target, const char* temporary);
-  /// Ends editing: 0 (replaced), -2 (same content, copy discarded), -1 (replacing failed).
+  /// Ends editing: 0 (replaced), -2 (same content; the copy is discarded if it can be), -1
+  /// (replacing failed).
   int l2cpProfileOnExit(const char* target, const char* temporary);
-  /// Deletes all dynamic profiles. One that is in use stays, unprotected and not dynamic, and is
-  /// named in the daemon's log. 0.
+  /// Takes the protection off all dynamic profiles and deletes them. One that is in use stays, and
+  /// is named in the daemon's log. 0.
   int l2cpDynamicProfilesDeleteAll();
 
   // ---- Where profiles are used (relations.cpp) --------------------------------------------------

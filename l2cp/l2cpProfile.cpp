@@ -56,6 +56,7 @@ rpcl2cpProfEditResult L2CP::l2cpProfileEdit(const char* profileName) {
       return result;
     }
     result.error = RPC_L2CP_OK;
+    std::fill(std::begin(result.name), std::end(result.name), '\0');
     result.name[candidate.copy(result.name, longestName)] = '\0';
     return result;
   }
@@ -82,11 +83,13 @@ int L2CP::l2cpProfileCompareContent(const std::string& first, const std::string&
 }
 
 int L2CP::l2cpProfileReplace(const char* target, const char* temporary) {
-  const std::string targetName = registryKey(target);
-  const ServiceProfiles services(*this, targetName);
-  const bool replaced = services.detach() && services.clear() && profileDel(target) == 0 &&
-                        l2cpProfileCopy(temporary, target) == 0 && profileDel(temporary) == 0 &&
-                        services.name(targetName) && services.attach();
+  // Copies: the caller's names may be those of the profiles that go.
+  const std::string name = registryKey(target);
+  const std::string copy = registryKey(temporary);
+  const ServiceProfiles services(*this, name);
+  const bool replaced = services.detach() && services.clear() && profileDel(name.c_str()) == 0 &&
+                        l2cpProfileCopy(copy.c_str(), name.c_str()) == 0 &&
+                        profileDel(copy.c_str()) == 0 && services.name(name) && services.attach();
   return replaced ? 0 : failed;
 }
 

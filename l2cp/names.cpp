@@ -17,9 +17,7 @@ constexpr std::string_view shortNamePrefix = "l2cp:0x";
 // The part of a selector's or action list's name that tells one definition of a protocol from
 // another.
 void writeDefinition(FullName& name, const L2CP::Protocol& proto) {
-  char mac[18];
-  L2CP::mac2str(proto.mac, mac);
-  name.text("/").text({mac, sizeof(mac) - 1});
+  name.text("/").text(L2CP::mac2str(proto.mac));
   name.text("/").hexadecimal<4>(proto.etherType).text("/").hexadecimal<2>(proto.subType);
 }
 
@@ -41,6 +39,7 @@ void writeShortName(char* shortName, const void* entry) {
 
 char* L2CP::GetName(const char* name, char* shortName, int* useCount) {
   NameEntry* entry = nullptr;
+  int uses = 0;
   {
     const MutexGuard guard(nameMutex);
     const std::string_view fullName(name);
@@ -61,8 +60,9 @@ char* L2CP::GetName(const char* name, char* shortName, int* useCount) {
         return nullptr;
       }
     }
-    if (useCount != nullptr) *useCount = entry->useCount;
+    uses = entry->useCount;
   }
+  if (useCount != nullptr) *useCount = uses;
   // Entries are not freed during operation, so the address can be read without the lock.
   if (shortName != nullptr) writeShortName(shortName, entry);
   return shortName;

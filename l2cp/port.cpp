@@ -30,12 +30,10 @@ int L2CP::portAttach(const std::string& profileName, unsigned int port, unsigned
     kernelCounterAdd(mask, of, m_rule_tunnel);
     kernelCounterAdd(mask, of, m_rule_discard);
   };
-  const auto [portIt, portIsNew] = settings.ports.try_emplace(port);
-  if (portIsNew) addCounters(m_counter_port_mask, static_cast<int>(port));
-  const auto [vlanIt, vlanIsNew] = portIt->second.try_emplace(vid);
-  if (vlanIsNew) addCounters(m_counter_vlan_mask, static_cast<int>(vid));
-
-  ProfileMap& attached = vlanIt->second;
+  if (!settings.ports.contains(port)) addCounters(m_counter_port_mask, static_cast<int>(port));
+  VlanMap& vlans = settings.ports[port];
+  if (!vlans.contains(vid)) addCounters(m_counter_vlan_mask, static_cast<int>(vid));
+  ProfileMap& attached = vlans[vid];
   for (const auto& [other, positions] : attached) {
     if (other->name == profileName) {
       Debug("%s:%d   Port and VLAN overlap.", L2CP_TRACE_SITE);

@@ -116,7 +116,8 @@ int L2CP::profileRen(const char* oldName, const char* newName) {
   if (!services.detach() || !services.clear()) return renamedPartly;
   // An attachment made directly still points at the old profile and keeps it alive.
   settings.profiles.erase(oldKey);
-  settings.profiles.at(newKey)->name = newKey;
+  const auto renamed = settings.profiles.find(newKey);
+  if (renamed != settings.profiles.end()) renamed->second->name = newKey;
   if (!services.name(newKey) || !services.attach()) return renamedPartly;
   return 0;
 }

@@ -1,6 +1,7 @@
-// The procedures of the service. Each releases what its last result holds, calls one operation of
-// the entity, fills the result and maps the operation's error. The result stays valid until the
-// same procedure runs again; procedures run one at a time, on the thread of the RPC loop.
+// The procedures of the service. Each releases what its last result holds, if it holds memory,
+// calls an operation of the entity, fills the result and maps the operation's error. The result
+// stays valid until the same procedure runs again; procedures run one at a time, on the thread of
+// the RPC loop.
 
 #include <algorithm>
 #include <array>

@@ -34,7 +34,7 @@ class RPCProxy {
   RPCProxy(const RPCProxy&) = delete;
   RPCProxy& operator=(const RPCProxy&) = delete;
 
-  /// Starts the thread. False if it runs already.
+  /// Starts the thread. False if it runs already, or has ended and nobody has stopped it.
   bool start();
 
   /// Asks the thread to stop. Waits for its end without limit and returns true, or with
