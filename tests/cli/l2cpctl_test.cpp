@@ -264,11 +264,11 @@ TEST_F(Profiles, FlagsGoTogether) {
 
 TEST_F(Profiles, StatusSaysWhetherTheyMayBeChanged) {
   does({{"profile", "add", "p"}});
-  EXPECT_EQ(shown({"profile", "status", "p"}), "changeable\n");
+  EXPECT_EQ(shown({"profile", "status", "p"}), "name    p\nstatus  changeable\n");
   does({{"attach", "p", "port", "1"}});
-  EXPECT_EQ(shown({"profile", "status", "p"}), "attached\n");
+  EXPECT_EQ(shown({"profile", "status", "p"}), "name    p\nstatus  attached\n");
   does({{"profile", "set", "p", "protect", "on"}});
-  EXPECT_EQ(shown({"profile", "status", "p"}), "protected\n");
+  EXPECT_EQ(shown({"profile", "status", "p"}), "name    p\nstatus  protected\n");
   EXPECT_EQ(
       refused({"profile", "status", "q"}),
       "l2cpctl: error: PROFILE_NOT_FOUND: there is no profile of this name; \"l2cpctl profile "
@@ -413,8 +413,9 @@ TEST_F(Statistics, CountFramesByPortAndVlan) {
       "peer     2\n"
       "tunnel   1\n"
       "total    4\n";
-  EXPECT_EQ(shown({"port", "statistics", "3"}), counters);
-  EXPECT_EQ(shown({"vlan", "statistics", "4095"}), counters);
+  EXPECT_EQ(shown({"port", "statistics", "3"}), std::string("port     3\n") + counters);
+  EXPECT_EQ(shown({"vlan", "statistics", "4095"}), std::string("vlan     all\n") + counters);
+  EXPECT_EQ(shown({"vlan", "statistics", "all"}), shown({"vlan", "statistics", "4095"}));
 }
 
 TEST_F(Statistics, OfPlacesWithoutAttachmentsDoNotExist) {
@@ -646,15 +647,15 @@ TEST_F(Daemon, ShowsTheRunningConfiguration) {
         {"protocol", "add", "PTP", "mac", "any", "ethertype", "0x88f7"},
         {"profile", "add", "d", "dynamic"},
         {"profile", "rule", "add", "d", "CDP", "peer"}});
-  EXPECT_EQ(shown({"daemon", "running-config"}),
+  EXPECT_EQ(shown({"running-config", "show"}),
             "l2protocol \"PTP\" mac any ethertype 0x88f7\n"
             "\n"
             "l2cp-profile \"my net\"\n"
             " protocol \"LLDP\" rule tunnel\n"
             "exit\n");
-  EXPECT_THAT(shown({"daemon", "running-config", "all"}),
+  EXPECT_THAT(shown({"running-config", "show", "all"}),
               HasSubstr("l2protocol \"LLDP\" mac 01:80:c2:00:00:0e\n"));
-  EXPECT_EQ(shown({"daemon", "running-config", "dynamic"}),
+  EXPECT_EQ(shown({"running-config", "show", "dynamic"}),
             "l2cp-profile d\n"
             " protocol \"CDP\" rule peer\n"
             "exit\n");
@@ -665,7 +666,7 @@ TEST_F(Daemon, AppliesTheFactoryConfiguration) {
         {"protocol", "delete", "LLDP"},
         {"profile", "add", "p"},
         {"attach", "p", "port", "1"},
-        {"daemon", "defaults"}});
+        {"running-config", "defaults"}});
   EXPECT_EQ(shown({"profile", "list"}), "NAME  PROTECT  DYNAMIC  ATTACHMENTS\n");
   EXPECT_THAT(shown({"protocol", "list"}), testing::Not(HasSubstr("\nx ")));
   EXPECT_THAT(shown({"protocol", "list"}), HasSubstr("\nLLDP "));
@@ -704,15 +705,16 @@ support::Descriptor listener(in_port_t port, int backlog) {
 constexpr in_port_t portMapperPort = 111;
 constexpr in_port_t someonesPort = 4711;
 constexpr const char* nowhere =
-    "l2cpctl: error: l2cpd not reached at 127.0.0.1 (program 0x2000001d, version 1): ";
+    "l2cpctl: error: l2cpd not reached at 127.0.0.1 (program 0x2000001d, version 1, TCP): ";
 
 TEST_F(Unreached, BecauseThereIsNoPortMapper) {
   world().stopPortMapper();
   EXPECT_EQ(notReached({"protocol", "list"}),
             std::string(nowhere) + "the port mapper did not answer (Connection refused)\n");
-  EXPECT_EQ(notReached({"daemon", "status"}),
-            "l2cpctl: error: l2cpd not reached at 127.0.0.1 (program 0x20000100, version 1): the "
-            "port mapper did not answer (Connection refused)\n");
+  EXPECT_EQ(
+      notReached({"daemon", "status"}),
+      "l2cpctl: error: l2cpd not reached at 127.0.0.1 (program 0x20000100, version 1, TCP): the "
+      "port mapper did not answer (Connection refused)\n");
 }
 
 TEST_F(Unreached, BecauseThereIsNoDaemon) {
@@ -796,9 +798,10 @@ TEST_F(Unreached, BecauseAnotherProgramIsServedThere) {
 }
 
 TEST_F(Unreached, BecauseTheAddressLeadsNowhere) {
-  EXPECT_EQ(notReached({"-s", "192.0.2.1", "protocol", "list"}),
-            "l2cpctl: error: l2cpd not reached at 192.0.2.1 (program 0x2000001d, version 1): the "
-            "port mapper did not answer (Network is unreachable)\n");
+  EXPECT_EQ(
+      notReached({"-s", "192.0.2.1", "protocol", "list"}),
+      "l2cpctl: error: l2cpd not reached at 192.0.2.1 (program 0x2000001d, version 1, TCP): the "
+      "port mapper did not answer (Network is unreachable)\n");
   for (const char* address : {"", "::1", "127.0.0.1:80", "no\x1b.such.name."}) {
     EXPECT_THAT(notReached({"-s", address, "protocol", "list"}),
                 HasSubstr("): no IPv4 address, nor a name that leads to one ("))

@@ -101,27 +101,9 @@ TEST(MacAddress, OfAnotherFormIsRefused) {
   }
 }
 
-// ---- Words with few values ----
-
-TEST(Rule, IsReadByItsName) {
-  EXPECT_EQ(parseRule("discard"), RPC_L2CP_RULE_DISCARD);
-  EXPECT_EQ(parseRule("peer"), RPC_L2CP_RULE_PEER);
-  EXPECT_EQ(parseRule("tunnel"), RPC_L2CP_RULE_TUNNEL);
-  EXPECT_EQ(refusal([] { parseRule("drop"); }),
-            "\"drop\" is no rule; write \"discard\", \"peer\" or \"tunnel\"");
-  EXPECT_NE(refusal([] { parseRule(""); }), "taken");
-}
-
 TEST(Rule, UnknownToThisProgramIsShownByItsNumber) {
   EXPECT_EQ(ruleText(static_cast<rpc_l2cp_rule>(3)), "rule 3");
   EXPECT_EQ(ruleText(RPC_L2CP_RULE_LOWEST), "rule -2147483648");
-}
-
-TEST(Switch, IsOnOrOff) {
-  EXPECT_TRUE(parseSwitch("on", "protect"));
-  EXPECT_FALSE(parseSwitch("off", "protect"));
-  EXPECT_EQ(refusal([] { parseSwitch("yes", "protect"); }),
-            "protect: \"yes\" is neither \"on\" nor \"off\"");
 }
 
 // ---- Names ----
@@ -208,6 +190,35 @@ TEST(NameText, QuotesWhatCouldBeMisread) {
   EXPECT_EQ(nameText("say \"x\""), "\"say \\\"x\\\"\"");
   EXPECT_EQ(nameText("a\\x41"), "\"a\\\\x41\"");
   EXPECT_EQ(nameText("a\x1b"), "a\\x1b");
+}
+
+TEST(UnicodeText, ReplacesOnlyBytesThatAreNotUtf8) {
+  EXPECT_EQ(unicodeText("gr\xc3\xbc\xc3\x9f \x1b\n\xe2\x80\xae"),
+            "gr\xc3\xbc\xc3\x9f \x1b\n\xe2\x80\xae");
+  EXPECT_EQ(unicodeText("a\xff\xc3"), "a\\xff\\xc3");
+  EXPECT_EQ(unicodeText(""), "");
+}
+
+TEST(ShellText, LeavesAloneWhatNoShellTakesForMore) {
+  for (const char* plain : {"LLDP", "01:80:c2:00:00:0e", "a_b-c.d/e,f+g@h%i=j", "0"}) {
+    EXPECT_EQ(shellText(plain), plain);
+  }
+}
+
+TEST(ShellText, QuotesWhatAShellWouldTakeForMore) {
+  EXPECT_EQ(shellText(""), "''");
+  EXPECT_EQ(shellText("my net"), "'my net'");
+  EXPECT_EQ(shellText("it's $HOME `x` \\ \"y\" ~ * ! #"), "'it'\\''s $HOME `x` \\ \"y\" ~ * ! #'");
+  EXPECT_EQ(shellText("caf\xc3\xa9"), "'caf\xc3\xa9'");
+}
+
+TEST(ShellText, WritesWhatCouldHarmATerminalInOctalDigits) {
+  EXPECT_EQ(shellText("\x1b[2J9"), "$'\\033[2J9'");
+  EXPECT_EQ(shellText("line\nline"), "$'line\\012line'");
+  EXPECT_EQ(shellText("\xff\x80"), "$'\\377\\200'");
+  // NOLINTNEXTLINE(misc-misleading-bidirectional): what is tested
+  EXPECT_EQ(shellText("\xe2\x80\xae"), "$'\\342\\200\\256'");
+  EXPECT_EQ(shellText("it's \\ \x07 caf\xc3\xa9"), "$'it\\'s \\\\ \\007 caf\xc3\xa9'");
 }
 
 // ---- Other values as text ----
