@@ -38,10 +38,10 @@ constexpr Result results[] = {
      "the profile is applied on an interface; take it off with \"l2cpctl service-profile detach\" "
      "first"},
     {-17, "EXISTS", "there is a profile of this name; choose another name"},
-    {-19, "NO_VLAN_PROFILE",
+    {-19, "NOTHING_THERE",
      "the service profile has no VLAN profile; give it one with \"l2cpctl service-profile set NAME "
      "vlan-profile\""},
-    {-20, "NOT_ON_VLAN",
+    {-20, "NOTHING_ON_VLAN",
      "nothing is attached to the port on the S-VID any more; \"l2cpctl port show\" lists what is"},
     {-22, "INVALID",
      "the daemon does not take one of the values; check them against the command's help"},

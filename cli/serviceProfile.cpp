@@ -121,6 +121,10 @@ void attach(Context& context) {
        {-17, "the service profile is applied on this interface already"}});
 }
 
+// Whoever detaches a profile behind a service profile's back has to put it back.
+constexpr std::string_view nothingToDetach =
+    "the L2CP profile is not attached there any more; put it back with \"l2cpctl attach\" first";
+
 void detach(Context& context) {
   Application application(context);
   acceptResult(
@@ -129,9 +133,11 @@ void detach(Context& context) {
       {{-2,
         "there is no such service profile, or the L2CP profile that it names does not exist; "
         "look at \"l2cpctl service-profile list\" and \"l2cpctl profile list\""},
-       {-19,
-        "the module has nothing attached to the port any more; \"l2cpctl port show\" lists "
-        "what is"}});
+       {-9,
+        "the service profile is not applied there, or its L2CP profile not attached there any "
+        "more; look at \"l2cpctl service-profile show\" and \"l2cpctl port show\""},
+       {-19, nothingToDetach},
+       {-20, nothingToDetach}});
 }
 
 constexpr std::string_view notWhileApplied =

@@ -248,6 +248,20 @@ TEST(Program, TakesNegativeNumbersForWords) {
             "\"all\"; see \"l2cpctl vlan statistics --help\"\n");
 }
 
+TEST(Program, GivesItsExamplesAsCommandsThatItTakes) {
+  for (const Command* command : commandsWith("")) {
+    std::istringstream example{std::string(command->example)};
+    CommandLine line;
+    for (std::string word; example >> word;) line.push_back(word);
+    ASSERT_EQ(line.front(), "l2cpctl");
+    line.erase(line.begin());
+    // To be understood is all that can be expected without a daemon.
+    line.insert(line.begin(), {"-s", "256.0.0.1"});
+    EXPECT_NE(outcome(line).status, 0) << command->example;
+    EXPECT_THAT(outcome(line).err, testing::Not(HasSubstr("--help"))) << command->example;
+  }
+}
+
 TEST(Program, TakesAbbreviatedCommands) {
   EXPECT_EQ(outcome({"prof", "li", "x"}).err,
             "l2cpctl: error: profile list: \"x\" is one word too many; see \"l2cpctl profile list "

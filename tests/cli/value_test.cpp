@@ -3,7 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "cli/failure.h"
@@ -219,6 +224,39 @@ TEST(ShellText, WritesWhatCouldHarmATerminalInOctalDigits) {
   // NOLINTNEXTLINE(misc-misleading-bidirectional): what is tested
   EXPECT_EQ(shellText("\xe2\x80\xae"), "$'\\342\\200\\256'");
   EXPECT_EQ(shellText("it's \\ \x07 caf\xc3\xa9"), "$'it\\'s \\\\ \\007 caf\xc3\xa9'");
+}
+
+TEST(ShellText, IsReadBackByAShell) {
+  const std::string texts[] = {"",
+                               "my net",
+                               "it's",
+                               "$HOME `ls` $(ls)",
+                               "a\\b \"c\"",
+                               "a\nb'",
+                               "\x1b[2J\\9'",
+                               "\xff"
+                               "1",
+                               "caf\xc3\xa9 \xe2\x80\xae!",
+                               "~ #*"};
+  std::string script = "printf '%s|'";
+  std::string expected;
+  for (const std::string& text : texts) {
+    script += ' ' + shellText(text);
+    expected += text + '|';
+  }
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::tmpfile(), std::fclose);
+  const int output = fileno(file.get());
+  const pid_t shell = fork();
+  if (shell == 0) {
+    dup2(output, STDOUT_FILENO);
+    execlp("bash", "bash", "-c", script.c_str(), nullptr);
+    _exit(127);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(shell, &status, 0), shell);
+  std::string read(expected.size() + 1, '\0');
+  read.resize(static_cast<std::size_t>(pread(output, read.data(), read.size(), 0)));
+  EXPECT_EQ(read, expected);
 }
 
 // ---- Other values as text ----
