@@ -47,8 +47,9 @@ constexpr Command attachCommands[] = {
     {"attach", "PROFILE port PORT [vlan VID]",
      "Puts a profile in force for the frames that arrive on a port.",
      "With \"vlan\", only for frames with this outer VLAN id (0 to 4095); without it, or with "
-     "4095,\n"
-     "for all frames of the port, tagged or not. PORT is a number, or a name from the daemon's\n"
+     "\"all\"\n"
+     "or 4095, for all frames of the port, tagged or not. PORT is a number, or a name from the "
+     "daemon's\n"
      "configuration (\"l2cpctl daemon status\" lists them).",
      "l2cpctl attach customer port 3 vlan 100", attach}};
 

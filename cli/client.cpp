@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
+#include <thread>
 #include <utility>
 
 #include "cli/failure.h"
@@ -78,7 +79,7 @@ class Attempt {
       : server_(server), program_(program), deadline_(Clock::now() + server.timeout) {}
 
   [[noreturn]] void fail(const std::string& how) const {
-    throw NotReached(fmt::format("l2cpd not reached at {} (program {:#x}, version {}): {}",
+    throw NotReached(fmt::format("l2cpd not reached at {} (program {:#x}, version {}, TCP): {}",
                                  safeText(server_.address), program_.number, program_.version,
                                  how));
   }
@@ -160,8 +161,7 @@ class Attempt {
     return htons(static_cast<in_port_t>(port));
   }
 
-  Handle connectToProgram() const {
-    sockaddr_in address = resolve();
+  Handle connectToProgram(sockaddr_in address) const {
     address.sin_port = askPortMapper(address);
     auto [socket, error] = connectTo(address);
     if (error != 0) {
@@ -191,7 +191,18 @@ class Attempt {
 void DestroyHandle::operator()(CLIENT* handle) const { clnt_destroy(handle); }
 
 Handle Client::connect(const RpcProgram& program) const {
-  return Attempt(server_, program).connectToProgram();
+  using namespace std::chrono_literals;
+  constexpr auto pause = 100ms;
+  const sockaddr_in address = Attempt(server_, program).resolve();
+  const Clock::time_point lastAttempt = Clock::now() + server_.wait;
+  while (true) {
+    try {
+      return Attempt(server_, program).connectToProgram(address);
+    } catch (const NotReached&) {
+      if (Clock::now() + pause > lastAttempt) throw;
+    }
+    std::this_thread::sleep_for(pause);
+  }
 }
 
 void Client::failed(Handle& handle, const RpcProgram& program) const {

@@ -17,6 +17,7 @@ namespace cli {
 struct Server {
   std::string address = "127.0.0.1";  ///< IPv4, or a name of one
   std::chrono::seconds timeout{5};
+  std::chrono::seconds wait{0};  ///< for a daemon that is starting: new attempts are made that long
 };
 
 struct RpcProgram {
@@ -82,7 +83,7 @@ class Client {
     const auto* result = stub(arguments..., handle.get());
     if (result == nullptr) failed(handle, program);
     using Result = std::remove_cvref_t<decltype(*result)>;
-    if constexpr (std::is_enum_v<Result>) {
+    if constexpr (std::is_enum_v<Result> || std::is_integral_v<Result>) {
       return *result;
     } else {
       return Reply<Result>(*result);
@@ -109,11 +110,30 @@ inline bool_t filter(XDR* xdr, rpc_l2cp_profile_proto_all* of) {
 inline bool_t filter(XDR* xdr, rpc_l2cp_profile_link* of) {
   return xdr_rpc_l2cp_profile_link(xdr, of);
 }
+inline bool_t filter(XDR* xdr, rpc_l2cp_proto* of) { return xdr_rpc_l2cp_proto(xdr, of); }
+inline bool_t filter(XDR* xdr, rpc_l2cp_profile* of) { return xdr_rpc_l2cp_profile(xdr, of); }
+inline bool_t filter(XDR* xdr, rpc_l2cp_profile_proto* of) {
+  return xdr_rpc_l2cp_profile_proto(xdr, of);
+}
+inline bool_t filter(XDR* xdr, rpc_l2cp_profile_use* of) {
+  return xdr_rpc_l2cp_profile_use(xdr, of);
+}
+inline bool_t filter(XDR* xdr, rpc_l2cp_port_all* of) { return xdr_rpc_l2cp_port_all(xdr, of); }
+inline bool_t filter(XDR* xdr, rpcl2cpProfEditResult* of) {
+  return xdr_rpcl2cpProfEditResult(xdr, of);
+}
 inline bool_t filter(XDR* xdr, rpc_l2cp_counters* of) { return xdr_rpc_l2cp_counters(xdr, of); }
 inline bool_t filter(XDR* xdr, control_text* of) { return xdr_control_text(xdr, of); }
 inline bool_t filter(XDR* xdr, control_feed_result* of) { return xdr_control_feed_result(xdr, of); }
 inline bool_t filter(XDR* xdr, control_config_result* of) {
   return xdr_control_config_result(xdr, of);
+}
+inline bool_t filter(XDR* xdr, control_save_result* of) { return xdr_control_save_result(xdr, of); }
+inline bool_t filter(XDR* xdr, control_service_profiles* of) {
+  return xdr_control_service_profiles(xdr, of);
+}
+inline bool_t filter(XDR* xdr, control_vlan_profiles* of) {
+  return xdr_control_vlan_profiles(xdr, of);
 }
 inline bool_t filter(XDR* xdr, control_status* of) { return xdr_control_status(xdr, of); }
 

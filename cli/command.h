@@ -1,7 +1,9 @@
 #pragma once
 
 #include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "cli/client.h"
 #include "cli/output.h"
@@ -9,9 +11,13 @@
 
 namespace cli {
 
+enum class Colours : std::uint8_t { automatic, always, never };
+
 /// What the options on the command line say.
 struct Options {
   Server server;
+  Format format = Format::table;
+  Colours colours = Colours::automatic;
   bool quiet = false;
   bool help = false;
   bool version = false;
@@ -25,7 +31,7 @@ struct Context {
   Output& output;
 };
 
-/// One command. It reads its words to their end, checks them, asks the daemon and shows the answer;
+/// One command. It reads its words to their end, checks them, asks the daemon and gives the answer;
 /// what goes wrong on the way is thrown as a Failure.
 struct Command {
   std::string_view name;       ///< all its words, such as "profile rule add"
@@ -37,7 +43,7 @@ struct Command {
   bool takesQuiet = false;
 };
 
-/// The commands of a noun.
+/// The commands of a noun, one or several.
 struct Noun {
   std::string_view name;
   std::string_view summary;
@@ -51,6 +57,31 @@ extern const Noun detachNoun;
 extern const Noun portNoun;
 extern const Noun vlanNoun;
 extern const Noun feedNoun;
+extern const Noun serviceProfileNoun;
+extern const Noun vlanProfileNoun;
+extern const Noun runningConfigNoun;
 extern const Noun daemonNoun;
+
+// ---- All of them ----
+
+std::span<const Noun* const> allNouns();
+
+/// The commands whose names are, or go on after, these words. All commands for no words.
+std::vector<const Command*> commandsWith(std::string_view words);
+
+/// The words that can follow these on the way to a command.
+std::vector<std::string_view> wordsAfter(std::string_view words);
+
+/// How far a command line leads into the table: to a command, or to the beginning of several.
+struct Place {
+  std::string words;  ///< in full
+  const Command* command = nullptr;
+  bool help = false;  ///< the word "help" was among them
+};
+
+/// Takes the words of a command's name, each of which may be abbreviated to any beginning that only
+/// one of the words that can stand there has. Throws UsageError for a word that leads nowhere;
+/// `place` then is where it does so.
+void takePlace(Words& words, Place& place);
 
 }  // namespace cli

@@ -1,10 +1,11 @@
 #include <fmt/format.h>
 
 #include <span>
+#include <string>
+#include <vector>
 
 #include "cli/command.h"
 #include "cli/failure.h"
-#include "cli/refusal.h"
 #include "cli/value.h"
 
 namespace cli {
@@ -27,69 +28,49 @@ void message(Context& context) {
   context.words.end();
   const auto answer =
       context.client.control<control_message_1>(wireText(command), wireText(argument));
+  std::vector<std::string> lines;
   for (std::string_view rest = *answer; !rest.empty();) {
     const std::size_t length = rest.find('\n');
-    context.output.line(safeText(rest.substr(0, length)));
+    lines.emplace_back(rest.substr(0, length));
     rest.remove_prefix(length == std::string_view::npos ? rest.size() : length + 1);
   }
+  context.output.lines(lines);
 }
+
+using Status = control_status;
+constexpr Field<Status> statusFields[] = {
+    {{"release"}, [](const Status& of) { return textValue(of.release); }},
+    {{"bridge"}, [](const Status& of) { return textValue(of.bridge); }},
+    {{"classifier"}, [](const Status& of) { return textValue(of.classifier); }},
+    {{"process"}, [](const Status& of) { return numberValue(of.pid); }},
+    {{"uptime"}, [](const Status& of) { return durationValue(of.uptime); }}};
+constexpr Kind<Status> statusKind{"daemon", "daemons", statusFields};
+
+constexpr Field<control_entity> entityFields[] = {
+    {{"entity"}, [](const control_entity& of) { return nameValue(of.name); }},
+    {{"state"}, [](const control_entity& of) {
+       return of.running != FALSE ? wordValue("running", Style::green)
+                                  : wordValue("stopped", Style::red);
+     }}};
+constexpr Kind<control_entity> entityKind{"entity", "entities", entityFields};
+
+constexpr Field<control_port> portFields[] = {
+    {{"port", Align::right}, [](const control_port& of) { return numberValue(of.number); }},
+    {{"name"}, [](const control_port& of) { return nameValue(of.name); }}};
+constexpr Kind<control_port> portKind{"port", "ports", portFields};
 
 void status(Context& context) {
   context.words.end();
   const auto status = context.client.control<control_status_1>();
-  context.output.record({{"release", safeText(status->release)},
-                         {"bridge", safeText(status->bridge)},
-                         {"classifier", safeText(status->classifier)},
-                         {"process", std::to_string(status->pid)},
-                         {"uptime", durationText(status->uptime)}});
-
-  std::vector<Row> entities;
-  for (const control_entity& entity :
-       std::span(status->entities.entities_val, status->entities.entities_len)) {
-    entities.push_back({nameText(entity.name), entity.running != FALSE ? "running" : "stopped"});
-  }
-  context.output.line("");
-  context.output.table({{"ENTITY"}, {"STATE"}}, entities);
-
-  std::vector<Row> ports;
-  for (const control_port& port : std::span(status->ports.ports_val, status->ports.ports_len)) {
-    ports.push_back({std::to_string(port.number), nameText(port.name)});
-  }
-  context.output.line("");
-  context.output.table({{"PORT", Column::Align::right}, {"NAME"}}, ports);
-}
-
-void runningConfig(Context& context) {
-  control_config_mode mode = CONTROL_CONFIG_DIFFERENCES;
-  if (context.words.takeIf("all")) {
-    mode = CONTROL_CONFIG_ALL;
-  } else if (context.words.takeIf("dynamic")) {
-    mode = CONTROL_CONFIG_DYNAMIC;
-  } else if (!context.words.empty()) {
-    context.words.expectOneOf(R"("all" or "dynamic")");
-  }
-  context.words.end();
-  const auto config = context.client.control<control_running_config_1>(mode);
-  accept(config->error);
-  for (const char* line : std::span(config->lines.lines_val, config->lines.lines_len)) {
-    context.output.line(safeText(line));
-  }
-}
-
-void defaults(Context& context) {
-  context.words.end();
-  accept(context.client.control<control_apply_defaults_1>());
+  const Table parts[] = {
+      tableOf(entityKind, std::span(status->entities.entities_val, status->entities.entities_len)),
+      tableOf(portKind, std::span(status->ports.ports_val, status->ports.ports_len))};
+  context.output.show(tableOf(statusKind, *status), parts);
 }
 
 constexpr Command commands[] = {
     {"daemon status", "", "Shows the daemon, its entities and its names for ports.", "",
      "l2cpctl daemon status", status},
-    {"daemon running-config", "[all|dynamic]", "Shows the running configuration as command lines.",
-     "Without a word, what differs from the defaults; with \"all\", everything; with\n"
-     "\"dynamic\", the dynamic profiles alone.",
-     "l2cpctl daemon running-config all", runningConfig},
-    {"daemon defaults", "", "Removes attachments, unprotected profiles and added protocols.", "",
-     "l2cpctl daemon defaults", defaults},
     {"daemon message", "COMMAND [ARGUMENT]", "Sends an operator's command and shows the answer.",
      "Commands of the module, which answers in the daemon's system log:\n"
      "l2cp_debug 1|0  switches its trace on or off\n"
@@ -99,6 +80,6 @@ constexpr Command commands[] = {
 
 }  // namespace
 
-constinit const Noun daemonNoun{"daemon", "The daemon: state, configuration, messages", commands};
+constinit const Noun daemonNoun{"daemon", "The daemon: state, messages", commands};
 
 }  // namespace cli

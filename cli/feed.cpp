@@ -27,18 +27,28 @@ constexpr std::size_t encodedSize(std::size_t size) {
 // A request's frames as they are encoded.
 constexpr std::size_t mostBytes = encodedSize(CONTROL_FRAME_MAX);
 
-constexpr std::array<Column, 7> columns{{{"FRAME", Column::Align::right, 6},
-                                         {"LENGTH", Column::Align::right},
-                                         {"DESTINATION", Column::Align::left, 17},
-                                         {"VLAN", Column::Align::right},
-                                         {"TYPE", Column::Align::left, 16},
-                                         {"FATE", Column::Align::left, 9},
-                                         {"ENTRY", Column::Align::right}}};
+// Rows are shown as they come, so that widths are given.
+const Table frameTable{"frame",
+                       "frames",
+                       {{"frame", Align::right, 6},
+                        {"length", Align::right},
+                        {"destination", Align::left, 17},
+                        {"vlan", Align::right},
+                        {"type", Align::left, 16},
+                        {"fate", Align::left, 9},
+                        {"entry", Align::right}},
+                       {}};
+
+// What a frame is too short to have is a dash.
+Value fieldValue(const std::string& text) {
+  return text == "-" ? nothing(text, "") : wordValue(text);
+}
 
 struct FateTotal {
   control_fate fate;
   std::string_view name;
-  std::uint64_t frames = 0;
+  Style style;
+  std::int64_t frames = 0;
 };
 
 class Feed {
@@ -82,20 +92,25 @@ class Feed {
     context_.output.flush();
   }
 
-  void header() {
-    if (!context_.options.quiet) context_.output.header(columns);
+  void begin() {
+    if (!quietly()) context_.output.begin(frameTable);
   }
 
-  void summary() {
-    if (!context_.options.quiet) context_.output.line("");
-    std::vector<std::pair<std::string_view, std::string>> fields;
-    std::uint64_t total = 0;
+  void end() {
+    Table summary{"summary", "summaries", {}, {{}}};
+    std::int64_t total = 0;
     for (const FateTotal& fate : totals_) {
-      fields.emplace_back(fate.name, std::to_string(fate.frames));
+      summary.columns.push_back({fate.name});
+      summary.rows.front().push_back(numberValue(fate.frames));
       total += fate.frames;
     }
-    fields.emplace_back("total", std::to_string(total));
-    context_.output.record(fields);
+    summary.columns.push_back({"total"});
+    summary.rows.front().push_back(numberValue(total));
+    if (quietly()) {
+      context_.output.show(summary);
+    } else {
+      context_.output.end(summary);
+    }
   }
 
  private:
@@ -116,21 +131,27 @@ class Feed {
   void show(const Sent& frame, const control_verdict& verdict) {
     FateTotal& total = totalOf(verdict.fate);
     ++total.frames;
-    if (context_.options.quiet) return;
+    if (quietly()) return;
     const FrameText text = frameText(frame.bytes);
-    context_.output.row(columns, {std::to_string(frame.number), std::to_string(frame.bytes.size()),
-                                  text.destination, text.vlan, text.type, std::string(total.name),
-                                  verdict.met != FALSE ? std::to_string(verdict.index) : "-"});
+    context_.output.row(
+        frameTable,
+        {numberValue(static_cast<std::int64_t>(frame.number)),
+         numberValue(static_cast<std::int64_t>(frame.bytes.size())), fieldValue(text.destination),
+         text.vlan ? numberValue(*text.vlan) : nothing("-", ""), fieldValue(text.type),
+         wordValue(total.name, total.style),
+         verdict.met != FALSE ? numberValue(verdict.index) : nothing("-", "")});
   }
+
+  bool quietly() const { return context_.options.quiet; }
 
   Context& context_;
   std::uint32_t port_;
   std::vector<Sent> frames_;
   std::size_t bytes_ = 0;
-  std::array<FateTotal, 4> totals_{{{CONTROL_FATE_DISCARD, "discard"},
-                                    {CONTROL_FATE_PEER, "peer"},
-                                    {CONTROL_FATE_TUNNEL, "tunnel"},
-                                    {CONTROL_FATE_UNTOUCHED, "untouched"}}};
+  std::array<FateTotal, 4> totals_{{{CONTROL_FATE_DISCARD, "discard", Style::red},
+                                    {CONTROL_FATE_PEER, "peer", Style::cyan},
+                                    {CONTROL_FATE_TUNNEL, "tunnel", Style::green},
+                                    {CONTROL_FATE_UNTOUCHED, "untouched", Style::plain}}};
 };
 
 void feed(Context& context) {
@@ -144,10 +165,10 @@ void feed(Context& context) {
   auto& reader = std::get<capture::Reader>(opened);
 
   Feed frames(context, portNumber(portWord, context.client));
-  frames.header();
+  frames.begin();
   while (const auto frame = reader.next()) frames.add(*frame);
   frames.send();
-  frames.summary();
+  frames.end();
   if (reader.error() != nullptr) throw LocalError(safeText(reader.error()->text));
 }
 

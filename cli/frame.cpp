@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <optional>
 #include <string_view>
 
 namespace cli {
@@ -79,7 +78,7 @@ std::string llcText(Bytes payload) {
 }  // namespace
 
 FrameText frameText(Bytes frame) {
-  FrameText text{.destination = "-", .vlan = "-", .type = "-"};
+  FrameText text{.destination = "-", .vlan = std::nullopt, .type = "-"};
   if (frame.size() < macSize) return text;
   text.destination = fmt::format("{:02x}", fmt::join(frame.first(macSize), ":"));
 
@@ -87,7 +86,7 @@ FrameText frameText(Bytes frame) {
   auto type = word(frame, offset);
   for (; type && isTag(*type); type = word(frame, offset)) {
     const auto tag = word(frame, offset + 2);
-    if (offset == typeOffset && tag) text.vlan = std::to_string(*tag & vlanIdMask);
+    if (offset == typeOffset && tag) text.vlan = static_cast<std::uint16_t>(*tag & vlanIdMask);
     offset += tagSize;
   }
   if (!type) return text;

@@ -1,16 +1,17 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 
 namespace cli {
 
-/// What a frame looks like to a reader, each field "-" where the frame is too short to have it.
+/// What a frame looks like to a reader, each text "-" where the frame is too short to have it.
 struct FrameText {
   std::string destination;
-  /// Id of the outer tag, 0x8100 or 0x88a8; "-" for an untagged frame.
-  std::string vlan;
+  /// Id of the outer tag, 0x8100 or 0x88a8; none for an untagged frame.
+  std::optional<std::uint16_t> vlan;
   /// What is behind the tags, with its name if it has a well-known one: "0x88cc LLDP",
   /// "SNAP 0x2000 CDP", "LLC 42 STP".
   std::string type;

@@ -1,10 +1,26 @@
+#include <unistd.h>
+
 #include <csignal>
+#include <cstdlib>
 #include <iostream>
+#include <string_view>
 
 #include "cli/program.h"
+
+namespace {
+
+std::string_view variable(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   // A daemon or a reader of the output that goes away is told about, not died of.
   std::signal(SIGPIPE, SIG_IGN);
-  return cli::run({argv + 1, argv + argc}, std::cout, std::cerr);
+  const cli::Surroundings surroundings{
+      .terminal = isatty(STDOUT_FILENO) == 1 && variable("TERM") != "dumb",
+      .plainWanted = !variable("NO_COLOR").empty()};
+  return cli::run({argv + 1, argv + argc}, std::cout, std::cerr, surroundings);
 }

@@ -1,51 +1,67 @@
 #pragma once
 
-#include <cstddef>
+#include <cstdint>
 #include <ostream>
 #include <span>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
+
+#include "cli/answer.h"
 
 namespace cli {
 
-/// A column of a table: its title and the least width of its cells.
-struct Column {
-  enum class Align { left, right };
-
-  std::string_view title;
-  Align align = Align::left;
-  std::size_t width = 0;
+enum class Format : std::uint8_t {
+  table,       ///< for people
+  oneLine,     ///< for the shell: a line of key=value for each thing
+  json,        ///< for programs: a line
+  prettyJson,  ///< the same, indented
 };
 
-using Row = std::vector<std::string>;
-
-/// Everything that the program tells goes through here. Texts are taken as they are: whoever shows
-/// a text that came over the wire makes it safe first.
+/// Everything that the program tells goes through here. A command gives one answer, with one of the
+/// operations below, and leaves its form to them.
 class Output {
  public:
-  explicit Output(std::ostream& stream) : stream_(stream) {}
+  Output(std::ostream& stream, Format format, bool colours)
+      : stream_(stream), format_(format), colours_(colours) {}
 
-  /// Text as it is, without a line end of its own.
+  /// Any number of things: in JSON an array of objects.
+  void list(const Table& things);
+
+  /// The single thing of a table, and what it has several of: in JSON an object, with an array for
+  /// each part under its key. With parts, every line for the shell begins with the kind of the
+  /// thing.
+  void show(const Table& thing, std::span<const Table> parts = {});
+
+  /// Text in lines: in JSON an object with an array of them.
+  void lines(std::span<const std::string> lines);
+
+  /// Things that are not known together, and then a single one: in JSON an object with an array and
+  /// an object. Columns keep their given widths. The rows of the table itself are not looked at.
+  void begin(const Table& things);
+  void row(const Table& things, const Row& row);
+  void end(const Table& thing);
+
+  /// What is no answer, such as help, as it is in every format. The caller makes it safe.
   void text(std::string_view text);
   void line(std::string_view text);
-
-  /// Names and values, one below the other.
-  void record(const std::vector<std::pair<std::string_view, std::string>>& fields);
-
-  /// A header line and the rows, every column as wide as its widest cell.
-  void table(std::vector<Column> columns, const std::vector<Row>& rows);
-
-  /// The parts of a table whose rows are not known together: columns keep their given widths.
-  void header(std::span<const Column> columns);
-  void row(std::span<const Column> columns, const Row& cells);
 
   /// Writes out what is held back. Throws LocalError if that or any earlier writing failed.
   void flush();
 
  private:
+  bool isJson() const { return format_ == Format::json || format_ == Format::prettyJson; }
+  void record(const Table& thing);
+  void table(Table things);
+  void header(std::span<const Column> columns);
+  void cells(std::span<const Column> columns, const Row& row);
+  void assignments(const Table& things, const Row& row, bool kindToo);
+  std::string painted(std::string_view text, Style style) const;
+
   std::ostream& stream_;
+  Format format_;
+  bool colours_;
+  bool hasRows_ = false;
 };
 
 }  // namespace cli

@@ -13,7 +13,13 @@ namespace cli {
 /// for a name that the configuration does not have.
 std::uint32_t portNumber(const std::string& port, Client& client);
 
-/// Takes VID, from 0 to 4095.
+/// The same for an interface, whose numbers are those of ports up to 2147483647.
+std::int32_t interfaceNumber(const std::string& interface, Client& client);
+
+/// Takes VID, from 0 to 4095, or "all" for 4095.
 std::uint16_t takeVlan(Words& words);
+
+/// Takes N, a position in a list, from 0.
+std::uint32_t takePosition(Words& words);
 
 }  // namespace cli

@@ -1,9 +1,10 @@
 #include <algorithm>
-#include <optional>
 
 #include "cli/command.h"
 #include "cli/failure.h"
+#include "cli/place.h"
 #include "cli/refusal.h"
+#include "cli/setting.h"
 #include "cli/statistics.h"
 #include "cli/value.h"
 
@@ -17,29 +18,34 @@ rpc_l2cp_mac_t wireMac(Mac& mac) {
   return {.rpc_l2cp_mac_t_len = static_cast<u_int>(mac.size()), .rpc_l2cp_mac_t_val = mac.data()};
 }
 
-std::string macText(const rpc_l2cp_mac_t& wire) {
-  Mac mac{};
-  std::copy_n(wire.rpc_l2cp_mac_t_val, std::min<std::size_t>(wire.rpc_l2cp_mac_t_len, mac.size()),
-              mac.begin());
-  return cli::macText(mac);
-}
+using Protocol = rpc_l2cp_proto;
+constexpr Field<Protocol> protocolFields[] = {
+    {{"name"}, [](const Protocol& of) { return nameValue(of.name); }},
+    {{"mac"}, [](const Protocol& of) { return macValue(of.mac); }},
+    {{"ethertype"}, [](const Protocol& of) { return etherTypeValue(of.ether_type); }},
+    {{"subtype"}, [](const Protocol& of) { return subTypeValue(of.sub_type); }},
+    {{"protect"}, [](const Protocol& of) { return truthValue(of.protect != FALSE); }},
+    {{"rules", Align::right}, [](const Protocol& of) { return numberValue(of.use_count); }}};
+constexpr Kind<Protocol> protocolKind{"protocol", "protocols", protocolFields};
 
 void list(Context& context) {
   context.words.end();
   const auto all = context.client.module<rpc_l2cp_proto_get_all_1>();
   accept(all->error);
-  std::vector<Row> rows;
-  for (const rpc_l2cp_proto& proto : std::span(all->list.list_val, all->list.list_len)) {
-    rows.push_back({nameText(proto.name), macText(proto.mac), etherTypeText(proto.ether_type),
-                    subTypeText(proto.sub_type), std::string(yesNo(proto.protect != FALSE)),
-                    std::to_string(proto.use_count)});
-  }
-  context.output.table(
-      {{"NAME"}, {"MAC"}, {"ETHERTYPE"}, {"SUBTYPE"}, {"PROTECT"}, {"RULES", Column::Align::right}},
-      rows);
+  context.output.list(tableOf(protocolKind, std::span(all->list.list_val, all->list.list_len)));
+}
+
+void showAt(Context& context) {
+  const std::uint32_t position = takePosition(context.words);
+  context.words.end();
+  const auto found = context.client.module<rpc_l2cp_proto_get_1>(position);
+  accept(found->error,
+         {{RPC_L2CP_ERR_FAILED, "there are no more protocols than this; positions count from 0"}});
+  context.output.show(tableOf(protocolKind, *found));
 }
 
 void show(Context& context) {
+  if (context.words.size() == 2 && context.words.takeIf("position")) return showAt(context);
   const std::string name = protocolName(context.words);
   context.words.end();
   const auto all = context.client.module<rpc_l2cp_proto_get_all_1>();
@@ -48,42 +54,34 @@ void show(Context& context) {
   const auto found = std::find_if(protocols.begin(), protocols.end(),
                                   [&](const rpc_l2cp_proto& proto) { return proto.name == name; });
   if (found == protocols.end()) accept(RPC_L2CP_ERR_PROTO_NOT_FOUND);
-  context.output.record({{"name", nameText(found->name)},
-                         {"mac", macText(found->mac)},
-                         {"ethertype", etherTypeText(found->ether_type)},
-                         {"subtype", subTypeText(found->sub_type)},
-                         {"protect", std::string(yesNo(found->protect != FALSE))},
-                         {"rules", std::to_string(found->use_count)}});
+  context.output.show(tableOf(protocolKind, *found));
 }
 
 void add(Context& context) {
   Words& words = context.words;
   std::string name = protocolName(words);
-  std::optional<Mac> mac;
-  std::optional<std::uint16_t> etherType;
-  std::optional<std::uint8_t> subType;
-  bool protect = false;
+  Mac mac{};
+  bool hasMac = false;
+  rpc_l2cp_proto proto{};
+  proto.ether_type = noEtherType;
+  proto.sub_type = noSubType;
+  Keywords keywords({"mac", "ethertype", "subtype", "protect"});
   while (!words.empty()) {
-    if (!mac && words.takeIf("mac")) {
+    const std::string_view keyword = keywords.take(words);
+    if (keyword == "mac") {
       mac = parseMac(words.take("MAC"));
-    } else if (!etherType && words.takeIf("ethertype")) {
-      etherType = parseEtherType(words.take("the ethertype"));
-    } else if (!subType && words.takeIf("subtype")) {
-      subType = parseSubType(words.take("the subtype"));
-    } else if (!protect && words.takeIf("protect")) {
-      protect = true;
+      hasMac = true;
+    } else if (keyword == "ethertype") {
+      proto.ether_type = parseEtherType(words.take("the ethertype"));
+    } else if (keyword == "subtype") {
+      proto.sub_type = parseSubType(words.take("the subtype"));
     } else {
-      words.end();
+      proto.protect = TRUE;
     }
   }
-  if (!mac) throw UsageError("\"mac\" is missing");
-
-  rpc_l2cp_proto proto{};
-  proto.protect = protect ? TRUE : FALSE;
+  if (!hasMac) throw UsageError("\"mac\" is missing");
   proto.name = wireText(name);
-  proto.mac = wireMac(*mac);
-  proto.ether_type = etherType.value_or(noEtherType);
-  proto.sub_type = subType.value_or(noSubType);
+  proto.mac = wireMac(mac);
   accept(context.client.module<rpc_l2cp_proto_add_1>(proto),
          {{RPC_L2CP_ERR_INVALID, "the name is too long for the module; 30 bytes are the most"}});
 }
@@ -110,38 +108,39 @@ void rename(Context& context) {
 void set(Context& context) {
   Words& words = context.words;
   std::string name = protocolName(words);
-  if (words.takeIf("protect")) {
-    const bool on = parseSwitch(words.take(R"("on" or "off")"), "protect");
+  const std::string_view what = words.choose({"protect", "mac", "ethertype", "subtype"});
+  if (what == "protect") {
+    const bool on = takeSwitch(words);
     words.end();
     accept(context.client.module<rpc_l2cp_proto_set_protect_1>(wireText(name), on ? TRUE : FALSE));
-  } else if (words.takeIf("mac")) {
+  } else if (what == "mac") {
     Mac mac = parseMac(words.take("MAC"));
     words.end();
     accept(context.client.module<rpc_l2cp_proto_set_mac_1>(wireText(name), wireMac(mac)));
-  } else if (words.takeIf("ethertype")) {
+  } else if (what == "ethertype") {
     const std::uint16_t etherType = parseEtherType(words.take("the ethertype"));
     words.end();
     accept(context.client.module<rpc_l2cp_proto_set_ether_type_1>(wireText(name), etherType));
-  } else if (words.takeIf("subtype")) {
+  } else {
     const std::uint8_t subType = parseSubType(words.take("the subtype"));
     words.end();
     accept(context.client.module<rpc_l2cp_proto_set_sub_type_1>(wireText(name), subType));
-  } else {
-    words.expectOneOf(R"("protect", "mac", "ethertype" or "subtype")");
   }
 }
 
 void statistics(Context& context) {
   std::string name = protocolName(context.words);
   context.words.end();
-  showStatistics(context, *context.client.module<rpc_l2cp_proto_stat_1>(wireText(name)),
-                 {{RPC_L2CP_ERR_NO_COUNTERS, countersElsewhere}});
+  const auto counters = context.client.module<rpc_l2cp_proto_stat_1>(wireText(name));
+  accept(counters->error, {{RPC_L2CP_ERR_NO_COUNTERS, countersElsewhere}});
+  showStatistics(context, "protocol", nameValue(name), *counters);
 }
 
 constexpr Command commands[] = {
     {"protocol list", "", "Lists the protocols of the catalogue, in name order.",
      "RULES counts the rules of profiles that refer to a protocol.", "l2cpctl protocol list", list},
-    {"protocol show", "NAME", "Shows one protocol.", "", "l2cpctl protocol show LACP-LAMP", show},
+    {"protocol show", "NAME | position N", "Shows one protocol.",
+     "Positions are those in name order, from 0.", "l2cpctl protocol show LACP-LAMP", show},
     {"protocol add", "NAME mac MAC|any [ethertype N] [subtype N] [protect]",
      "Adds a protocol to the catalogue.",
      "The subtype is the first byte behind the EtherType. It is matched only beside an EtherType:\n"

@@ -2,21 +2,62 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include "cli/failure.h"
 
 namespace cli {
 
 namespace {
 
-template <class Error>
-[[noreturn]] void refuse(Error error, std::string_view advice) {
-  const std::string_view name = errorName(error);
-  if (name.empty()) throw Refused(fmt::format("error {}: {}", static_cast<int>(error), advice));
+[[noreturn]] void refuse(std::string_view name, int number, std::string_view advice) {
+  if (name.empty()) throw Refused(fmt::format("error {}: {}", number, advice));
   throw Refused(fmt::format("{}: {}", name, advice));
 }
 
 constexpr std::string_view unknownAdvice =
     "this error is unknown here; the daemon may be newer than this program";
+
+// The interface names none of these numbers.
+struct Result {
+  control_result number;
+  std::string_view name;
+  std::string_view advice;
+};
+constexpr Result results[] = {
+    {0, "OK", "nothing is wrong"},
+    {-2, "NOT_FOUND",
+     "there is no profile of this name; \"l2cpctl service-profile list\" and \"l2cpctl "
+     "vlan-profile "
+     "list\" show those there are"},
+    {-9, "NOT_APPLIED",
+     "the service profile is not applied there; \"l2cpctl service-profile show\" tells where it "
+     "is"},
+    {-16, "IN_USE",
+     "the profile is applied on an interface; take it off with \"l2cpctl service-profile detach\" "
+     "first"},
+    {-17, "EXISTS", "there is a profile of this name; choose another name"},
+    {-19, "NOTHING_THERE",
+     "the service profile has no VLAN profile; give it one with \"l2cpctl service-profile set NAME "
+     "vlan-profile\""},
+    {-20, "NOTHING_ON_VLAN",
+     "nothing is attached to the port on the S-VID any more; \"l2cpctl port show\" lists what is"},
+    {-22, "INVALID",
+     "the daemon does not take one of the values; check them against the command's help"},
+    {-64, "SVID_GONE",
+     "the VLAN profile has no S-VID for the interface any more; set it again with \"l2cpctl "
+     "vlan-profile set\""},
+    {-99, "NO_SVID",
+     "the VLAN profile has no S-VID for the interface; give it one with \"l2cpctl vlan-profile "
+     "set\""},
+};
+
+const Result* find(control_result number) {
+  const auto* const found = std::find_if(std::begin(results), std::end(results),
+                                         [&](const Result& each) { return each.number == number; });
+  return found == std::end(results) ? nullptr : found;
+}
 
 }  // namespace
 
@@ -144,13 +185,31 @@ std::string_view errorAdvice(control_error error) {
 void accept(rpc_l2cp_error error, std::initializer_list<Meaning> meanings) {
   if (error == RPC_L2CP_OK) return;
   for (const Meaning& meaning : meanings) {
-    if (meaning.error == error) refuse(error, meaning.advice);
+    if (meaning.error == error) refuse(errorName(error), error, meaning.advice);
   }
-  refuse(error, errorAdvice(error));
+  refuse(errorName(error), error, errorAdvice(error));
 }
 
 void accept(control_error error) {
-  if (error != CONTROL_OK) refuse(error, errorAdvice(error));
+  if (error != CONTROL_OK) refuse(errorName(error), error, errorAdvice(error));
+}
+
+std::string_view resultName(control_result result) {
+  const Result* const found = find(result);
+  return found == nullptr ? std::string_view() : found->name;
+}
+
+std::string_view resultAdvice(control_result result) {
+  const Result* const found = find(result);
+  return found == nullptr ? unknownAdvice : found->advice;
+}
+
+void acceptResult(control_result result, std::initializer_list<ResultMeaning> meanings) {
+  if (result == 0) return;
+  for (const ResultMeaning& meaning : meanings) {
+    if (meaning.result == result) refuse(resultName(result), result, meaning.advice);
+  }
+  refuse(resultName(result), result, resultAdvice(result));
 }
 
 }  // namespace cli

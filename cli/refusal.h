@@ -17,9 +17,18 @@ std::string_view errorName(control_error error);
 std::string_view errorAdvice(rpc_l2cp_error error);
 std::string_view errorAdvice(control_error error);
 
+/// The same for the error numbers of service profiles and VLAN profiles.
+std::string_view resultName(control_result result);
+std::string_view resultAdvice(control_result result);
+
 /// What an error means to one procedure where that is not what it means to others.
 struct Meaning {
   rpc_l2cp_error error;
+  std::string_view advice;
+};
+
+struct ResultMeaning {
+  control_result result;
   std::string_view advice;
 };
 
@@ -27,5 +36,6 @@ struct Meaning {
 /// goes before the general advice.
 void accept(rpc_l2cp_error error, std::initializer_list<Meaning> meanings = {});
 void accept(control_error error);
+void acceptResult(control_result result, std::initializer_list<ResultMeaning> meanings = {});
 
 }  // namespace cli

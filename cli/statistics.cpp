@@ -1,16 +1,17 @@
 #include "cli/statistics.h"
 
-#include <string>
+#include <utility>
 
 namespace cli {
 
-void showStatistics(Context& context, const rpc_l2cp_counters& counters,
-                    std::initializer_list<Meaning> meanings) {
-  accept(counters.error, meanings);
-  context.output.record({{"discard", std::to_string(counters.discard)},
-                         {"peer", std::to_string(counters.peer)},
-                         {"tunnel", std::to_string(counters.tunnel)},
-                         {"total", std::to_string(counters.total)}});
+void showStatistics(Context& context, std::string_view kind, Value whose,
+                    const rpc_l2cp_counters& counters) {
+  context.output.show(
+      {"statistics",
+       "statistics",
+       {{kind}, {"discard"}, {"peer"}, {"tunnel"}, {"total"}},
+       {{std::move(whose), numberValue(counters.discard), numberValue(counters.peer),
+         numberValue(counters.tunnel), numberValue(counters.total)}}});
 }
 
 }  // namespace cli

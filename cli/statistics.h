@@ -1,10 +1,8 @@
 #pragma once
 
-#include <initializer_list>
 #include <string_view>
 
 #include "cli/command.h"
-#include "cli/refusal.h"
 
 namespace cli {
 
@@ -13,8 +11,8 @@ inline constexpr std::string_view countersElsewhere =
     "the module never has counters of protocols and profiles; read those of ports and VLANs with "
     "\"l2cpctl port statistics\" and \"l2cpctl vlan statistics\"";
 
-/// Shows the counters, or throws Refused with what `meanings` says about the error in them.
-void showStatistics(Context& context, const rpc_l2cp_counters& counters,
-                    std::initializer_list<Meaning> meanings = {});
+/// Shows the counters of `whose`, which is of this kind.
+void showStatistics(Context& context, std::string_view kind, Value whose,
+                    const rpc_l2cp_counters& counters);
 
 }  // namespace cli

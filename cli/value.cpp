@@ -154,20 +154,6 @@ std::uint8_t parseSubType(std::string_view text) {
   return static_cast<std::uint8_t>(parseMarked(text, "subtype", noSubType));
 }
 
-rpc_l2cp_rule parseRule(std::string_view text) {
-  for (const rpc_l2cp_rule rule :
-       {RPC_L2CP_RULE_DISCARD, RPC_L2CP_RULE_PEER, RPC_L2CP_RULE_TUNNEL}) {
-    if (text == ruleText(rule)) return rule;
-  }
-  throw UsageError(
-      fmt::format(R"({} is no rule; write "discard", "peer" or "tunnel")", quotedText(text)));
-}
-
-bool parseSwitch(std::string_view text, std::string_view what) {
-  if (text == "on" || text == "off") return text == "on";
-  throw UsageError(fmt::format(R"({}: {} is neither "on" nor "off")", what, quotedText(text)));
-}
-
 std::string parseName(std::string_view text, std::string_view what, std::size_t longest) {
   if (text.empty()) throw UsageError(fmt::format("{} is empty", what));
   if (text.size() > longest) {
@@ -187,6 +173,45 @@ std::string parseName(std::string_view text, std::string_view what, std::size_t 
 std::string safeText(std::string_view text) { return escaped(text, ""); }
 
 std::string quotedText(std::string_view text) { return '"' + escaped(text, "\"\\") + '"'; }
+
+std::string unicodeText(std::string_view text) {
+  std::string result;
+  while (!text.empty()) {
+    const std::size_t size = firstCodePoint(text).size;
+    if (size == 0) {
+      result += fmt::format("\\x{:02x}", static_cast<unsigned char>(text.front()));
+    } else {
+      result += text.substr(0, size);
+    }
+    text.remove_prefix(std::max<std::size_t>(size, 1));
+  }
+  return result;
+}
+
+std::string shellText(std::string_view bytes) {
+  constexpr std::string_view plain =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_@%+=:,./-";
+  if (!bytes.empty() && bytes.find_first_not_of(plain) == std::string_view::npos) {
+    return std::string(bytes);
+  }
+  std::string quoted;
+  std::string escapes;
+  bool harmless = true;
+  while (!bytes.empty()) {
+    const auto [value, size] = firstCodePoint(bytes);
+    const std::string_view first = bytes.substr(0, std::max<std::size_t>(size, 1));
+    bytes.remove_prefix(first.size());
+    if (size == 0 || isControl(value) || isLayout(value)) {
+      harmless = false;
+      for (const char c : first) escapes += fmt::format("\\{:03o}", static_cast<unsigned char>(c));
+      continue;
+    }
+    quoted += first == "'" ? R"('\'')" : first;
+    if (first == "'" || first == "\\") escapes += '\\';
+    escapes += first;
+  }
+  return harmless ? '\'' + quoted + '\'' : "$'" + escapes + '\'';
+}
 
 std::string nameText(std::string_view name) {
   const bool plain =

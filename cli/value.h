@@ -44,12 +44,6 @@ Mac parseMac(std::string_view text);
 std::uint16_t parseEtherType(std::string_view text);
 std::uint8_t parseSubType(std::string_view text);
 
-/// "discard", "peer" or "tunnel".
-rpc_l2cp_rule parseRule(std::string_view text);
-
-/// "on" or "off".
-bool parseSwitch(std::string_view text, std::string_view what);
-
 /// A name of 1 to `longest` bytes without control characters.
 std::string parseName(std::string_view text, std::string_view what,
                       std::size_t longest = longestName);
@@ -67,6 +61,13 @@ std::string quotedText(std::string_view text);
 /// A name as it is shown: safe, and quoted if it is empty, has blanks, quotation marks or
 /// backslashes, or is a lone "-", which stands for what is not there.
 std::string nameText(std::string_view name);
+
+/// The text as Unicode, with every byte that is not UTF-8 as "\xNN".
+std::string unicodeText(std::string_view text);
+
+/// The bytes as a word that a shell reads back: as they are, in '...', or in $'...' with every byte
+/// that safeText would escape as three octal digits.
+std::string shellText(std::string_view bytes);
 
 /// "any" for zeros, else "01:80:c2:00:00:02".
 std::string macText(const Mac& mac);

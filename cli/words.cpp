@@ -2,8 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 
+#include "cli/choice.h"
 #include "cli/failure.h"
 #include "cli/value.h"
 
@@ -16,23 +18,38 @@ std::string Words::take(std::string_view what) {
   return word;
 }
 
-bool Words::takeIf(std::string_view word) {
-  if (empty() || words_.front() != word) return false;
+bool Words::takeIf(std::string_view keyword) {
+  if (empty() || candidates(front(), {&keyword, 1}).empty()) return false;
   words_.pop_front();
   return true;
 }
 
-void Words::expect(std::string_view word) {
-  if (!takeIf(word)) expectOneOf(quotedText(word));
-}
-
-void Words::expectOneOf(std::string_view choices) const {
-  if (empty()) throw UsageError(fmt::format("{} is missing", choices));
-  throw UsageError(fmt::format("{} stands where {} should", quotedText(front()), choices));
+std::string_view Words::choose(std::span<const std::string_view> keywords) {
+  const std::string all = alternatives(keywords);
+  if (empty()) throw UsageError(fmt::format("{} is missing", all));
+  const auto found = candidates(front(), keywords);
+  if (found.empty()) {
+    throw UsageError(fmt::format("{} stands where {} should{}", quotedText(front()), all,
+                                 suggestion(front(), keywords)));
+  }
+  if (found.size() > 1) {
+    throw UsageError(fmt::format("{} could be {}", quotedText(front()), alternatives(found)));
+  }
+  words_.pop_front();
+  return found.front();
 }
 
 void Words::end() const {
   if (!empty()) throw UsageError(quotedText(front()) + " is one word too many");
+}
+
+std::string_view Keywords::take(Words& words) {
+  const std::string_view keyword = words.choose(keywords_);
+  if (std::find(taken_.begin(), taken_.end(), keyword) != taken_.end()) {
+    throw UsageError(fmt::format("\"{}\" stands there twice", keyword));
+  }
+  taken_.push_back(keyword);
+  return keyword;
 }
 
 }  // namespace cli

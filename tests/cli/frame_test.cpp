@@ -17,7 +17,8 @@ FrameBuilder frame() { return FrameBuilder().ethernet(bridgeGroup, station); }
 
 std::string shown(const FrameBuilder& builder) {
   const FrameText text = frameText(builder.bytes());
-  return text.destination + " | " + text.vlan + " | " + text.type;
+  return text.destination + " | " + (text.vlan ? std::to_string(*text.vlan) : "-") + " | " +
+         text.type;
 }
 
 TEST(Frame, UntaggedIsShownWithItsEtherType) {

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <pty.h>
 #include <rpc/pmap_clnt.h>
 #include <rpc/rpc.h>
 #include <sys/socket.h>
@@ -38,10 +39,10 @@ struct Outcome {
   std::string err;
 };
 
-Outcome outcome(const CommandLine& line) {
+Outcome outcome(const CommandLine& line, const Surroundings& surroundings = {}) {
   std::ostringstream out;
   std::ostringstream err;
-  const int status = cli::run(line, out, err);
+  const int status = cli::run(line, out, err, surroundings);
   return {status, out.str(), err.str()};
 }
 
@@ -117,6 +118,37 @@ TEST_F(Protocols, AreShownOneByOne) {
             "subtype    0x01\n"
             "protect    yes\n"
             "rules      1\n");
+}
+
+TEST_F(Protocols, AreShownToProgramsAsTheyAreToPeople) {
+  does({{"protocol", "add", "a 'b", "mac", "any"}, {"protocol", "delete", "LLDP"}});
+  const std::string lines = shown({"-o", "protocol", "list"});
+  EXPECT_THAT(lines, testing::StartsWith("name=All-Bridges mac=01:80:c2:00:00:10 ethertype=none "
+                                         "subtype=none protect=yes rules=0\nname=CDP "));
+  EXPECT_THAT(lines, HasSubstr("\nname='a '\\''b' mac=any ethertype=none subtype=none protect=no "
+                               "rules=0\nname=xSTP "));
+  EXPECT_THAT(shown({"-j", "protocol", "list"}),
+              testing::AllOf(testing::StartsWith("[{\"name\":\"All-Bridges\","),
+                             HasSubstr(R"({"name":"a 'b","mac":null,"ethertype":null,)"
+                                       R"("subtype":null,"protect":false,"rules":0},)"),
+                             testing::EndsWith("}]\n")));
+  EXPECT_EQ(shown({"-o", "protocol", "show", "LACP-LAMP"}),
+            "name=LACP-LAMP mac=01:80:c2:00:00:02 ethertype=0x8809 subtype=0x01 protect=yes "
+            "rules=0\n");
+  EXPECT_EQ(shown({"-j", "protocol", "show", "LACP-LAMP"}),
+            R"({"name":"LACP-LAMP","mac":"01:80:c2:00:00:02","ethertype":34825,"subtype":1,)"
+            R"("protect":true,"rules":0})"
+            "\n");
+}
+
+TEST_F(Protocols, AreFoundByTheirPosition) {
+  EXPECT_EQ(shown({"protocol", "show", "position", "13"}), shown({"protocol", "show", "xSTP"}));
+  EXPECT_EQ(refused({"protocol", "show", "position", "14"}),
+            "l2cpctl: error: FAILED: there are no more protocols than this; positions count from "
+            "0\n");
+  does({{"protocol", "add", "position", "mac", "any"}});
+  EXPECT_THAT(shown({"protocol", "show", "position"}),
+              testing::StartsWith("name       position\n"));
 }
 
 TEST_F(Protocols, AreChangedOneThingAtATime) {
@@ -238,6 +270,152 @@ TEST_F(Profiles, AreShownWithTheirRules) {
   EXPECT_EQ(shown({"profile", "rule", "list", "my net"}), rules);
 }
 
+TEST_F(Profiles, AreShownToProgramsAsTheyAreToPeople) {
+  EXPECT_EQ(shown({"-o", "profile", "list"}), "");
+  EXPECT_EQ(shown({"-j", "profile", "list"}), "[]\n");
+  does({{"profile", "add", "my net", "dynamic"}});
+  EXPECT_EQ(shown({"-j", "profile", "rule", "list", "my net"}), "[]\n");
+  EXPECT_EQ(shown({"-j", "profile", "show", "my net"}),
+            R"({"name":"my net","protect":false,"dynamic":true,"attachments":0,"rules":[]})"
+            "\n");
+  does({{"profile", "rule", "add", "my net", "xSTP", "peer"},
+        {"profile", "rule", "add", "my net", "CDP", "tunnel"}});
+  EXPECT_EQ(shown({"-o", "profile", "list"}),
+            "name='my net' protect=no dynamic=yes attachments=0\n");
+  EXPECT_EQ(shown({"-j", "profile", "list"}),
+            R"([{"name":"my net","protect":false,"dynamic":true,"attachments":0}])"
+            "\n");
+  EXPECT_EQ(shown({"-o", "profile", "show", "my net"}),
+            "kind=profile name='my net' protect=no dynamic=yes attachments=0\n"
+            "kind=rule protocol=CDP rule=tunnel\n"
+            "kind=rule protocol=xSTP rule=peer\n");
+  EXPECT_EQ(shown({"-p", "profile", "show", "my net"}),
+            "{\n"
+            "  \"name\": \"my net\",\n"
+            "  \"protect\": false,\n"
+            "  \"dynamic\": true,\n"
+            "  \"attachments\": 0,\n"
+            "  \"rules\": [\n"
+            "    {\n"
+            "      \"protocol\": \"CDP\",\n"
+            "      \"rule\": \"tunnel\"\n"
+            "    },\n"
+            "    {\n"
+            "      \"protocol\": \"xSTP\",\n"
+            "      \"rule\": \"peer\"\n"
+            "    }\n"
+            "  ]\n"
+            "}\n");
+  EXPECT_EQ(shown({"-o", "profile", "rule", "list", "my net"}),
+            "protocol=CDP rule=tunnel\nprotocol=xSTP rule=peer\n");
+  EXPECT_EQ(shown({"-j", "profile", "rule", "list", "my net"}),
+            R"([{"protocol":"CDP","rule":"tunnel"},{"protocol":"xSTP","rule":"peer"}])"
+            "\n");
+  EXPECT_EQ(shown({"-o", "profile", "status", "my net"}), "name='my net' status=changeable\n");
+  EXPECT_EQ(shown({"-j", "profile", "status", "my net"}),
+            R"({"name":"my net","status":"changeable"})"
+            "\n");
+}
+
+TEST_F(Profiles, AreFoundByTheirPosition) {
+  does({{"profile", "add", "b"}, {"profile", "add", "a"}});
+  EXPECT_EQ(shown({"profile", "show", "position", "1"}), shown({"profile", "show", "b"}));
+  EXPECT_EQ(refused({"profile", "show", "position", "2"}),
+            "l2cpctl: error: PROFILE_NOT_FOUND: there are no more profiles than this; positions "
+            "count from 0\n");
+}
+
+TEST_F(Profiles, RulesAreShownOneByOne) {
+  does({{"profile", "add", "p"},
+        {"profile", "rule", "add", "p", "LLDP", "discard"},
+        {"profile", "rule", "add", "p", "CDP", "peer"}});
+  EXPECT_EQ(shown({"profile", "rule", "show", "p", "LLDP"}), "protocol  LLDP\nrule      discard\n");
+  EXPECT_EQ(shown({"-o", "profile", "rule", "show", "p", "CDP"}), "protocol=CDP rule=peer\n");
+  EXPECT_EQ(shown({"-j", "profile", "rule", "show", "p", "CDP"}),
+            R"({"protocol":"CDP","rule":"peer"})"
+            "\n");
+  // The module's order is that of addresses in its memory.
+  EXPECT_THAT(
+      (std::vector{shown({"-o", "profile", "rule", "show", "p", "position", "0"}),
+                   shown({"-o", "profile", "rule", "show", "p", "position", "1"})}),
+      testing::UnorderedElementsAre("protocol=CDP rule=peer\n", "protocol=LLDP rule=discard\n"));
+  EXPECT_EQ(refused({"profile", "rule", "show", "p", "position", "2"}),
+            "l2cpctl: error: PROTO_NOT_FOUND: the profile has no more rules than this; positions "
+            "count from 0\n");
+  EXPECT_EQ(refused({"profile", "rule", "show", "p", "xSTP"}),
+            "l2cpctl: error: PROTO_NOT_IN_PROFILE: the profile has no rule for this protocol; add "
+            "one with \"l2cpctl profile rule add\"\n");
+}
+
+TEST_F(Profiles, AreRenamed) {
+  does({{"profile", "add", "old", "protect"}, {"profile", "rename", "old", "new"}});
+  EXPECT_EQ(shown({"-o", "profile", "list"}), "name=new protect=no dynamic=no attachments=0\n");
+  does({{"profile", "add", "other"}});
+  EXPECT_EQ(refused({"profile", "rename", "new", "other"}),
+            "l2cpctl: error: PROFILE_EXISTS: there is a profile of the new name; choose another\n");
+}
+
+TEST_F(Profiles, AreCopiedWithTheirRules) {
+  does({{"profile", "add", "p"},
+        {"profile", "rule", "add", "p", "LLDP", "peer"},
+        {"profile", "copy", "p", "q"}});
+  EXPECT_EQ(shown({"-o", "profile", "rule", "list", "q"}), "protocol=LLDP rule=peer\n");
+  EXPECT_EQ(refused({"profile", "copy", "p", "q"}),
+            "l2cpctl: error: FAILED: there is a profile of the new name; choose another\n");
+  EXPECT_EQ(refused({"profile", "copy", "x", "y"}),
+            "l2cpctl: error: PROTO_NOT_FOUND: there is no profile of this name to copy; \"l2cpctl "
+            "profile list\" shows those there are\n");
+}
+
+TEST_F(Profiles, AreEditedAsCopies) {
+  does({{"profile", "add", "p"}, {"profile", "rule", "add", "p", "LLDP", "peer"}});
+  EXPECT_EQ(shown({"profile", "edit", "p"}), "profile  p\ncopy     temp_l2cp_prof_1\n");
+  EXPECT_EQ(shown({"-o", "profile", "edit", "p"}), "profile=p copy=temp_l2cp_prof_2\n");
+  EXPECT_EQ(shown({"-j", "profile", "edit", "p"}), R"({"profile":"p","copy":"temp_l2cp_prof_3"})"
+                                                   "\n");
+  does({{"profile", "rule", "add", "temp_l2cp_prof_2", "CDP", "tunnel"},
+        {"profile", "commit", "p", "temp_l2cp_prof_2"}});
+  EXPECT_EQ(shown({"-o", "profile", "rule", "list", "p"}),
+            "protocol=CDP rule=tunnel\nprotocol=LLDP rule=peer\n");
+  EXPECT_EQ(
+      refused({"profile", "edit", "x"}),
+      "l2cpctl: error: FAILED: there is no profile of this name; \"l2cpctl profile list\" shows "
+      "those there are\n");
+}
+
+TEST_F(Profiles, KeepTheirRulesIfOnlyThoseDifferInTheCopy) {
+  does({{"profile", "add", "p"}, {"profile", "rule", "add", "p", "LLDP", "peer"}});
+  shown({"profile", "edit", "p"});
+  does({{"profile", "rule", "set", "temp_l2cp_prof_1", "LLDP", "tunnel"}});
+  EXPECT_EQ(
+      refused({"profile", "commit", "p", "temp_l2cp_prof_1"}),
+      "l2cpctl: error: EDIT_UNCHANGED: the copy has the same protocols, so the module discarded "
+      "it without a look at their rules; to change rules alone, detach the profile and use "
+      "\"l2cpctl profile rule set\"\n");
+  EXPECT_EQ(shown({"-o", "profile", "rule", "list", "p"}), "protocol=LLDP rule=peer\n");
+}
+
+TEST_F(Profiles, ThatAreProtectedAreNotReplaced) {
+  does({{"profile", "add", "p"},
+        {"profile", "copy", "p", "q"},
+        {"profile", "rule", "add", "q", "LLDP", "peer"},
+        {"profile", "set", "p", "protect", "on"}});
+  EXPECT_EQ(refused({"profile", "commit", "p", "q"}),
+            "l2cpctl: error: EDIT_FAILED: the copy could not take the profile's place, or only "
+            "part-way: the profile is protected, or attached other than by service profiles; look "
+            "at both with \"l2cpctl profile show\"\n");
+}
+
+TEST_F(Profiles, ThatDoNotExistAreNotMadeByCommitting) {
+  does({{"profile", "add", "p"}});
+  constexpr const char* notFound =
+      "l2cpctl: error: PROFILE_NOT_FOUND: there is no profile of this name; \"l2cpctl profile "
+      "list\" shows those there are\n";
+  EXPECT_EQ(refused({"profile", "commit", "p", "x"}), notFound);
+  EXPECT_EQ(refused({"profile", "commit", "x", "p"}), notFound);
+  EXPECT_EQ(shown({"-o", "profile", "list"}), "name=p protect=no dynamic=no attachments=0\n");
+}
+
 TEST_F(Profiles, RulesAreChangedDeletedAndCleared) {
   does({{"profile", "add", "p"},
         {"profile", "rule", "add", "p", "LLDP", "discard"},
@@ -264,11 +442,11 @@ TEST_F(Profiles, FlagsGoTogether) {
 
 TEST_F(Profiles, StatusSaysWhetherTheyMayBeChanged) {
   does({{"profile", "add", "p"}});
-  EXPECT_EQ(shown({"profile", "status", "p"}), "changeable\n");
+  EXPECT_EQ(shown({"profile", "status", "p"}), "name    p\nstatus  changeable\n");
   does({{"attach", "p", "port", "1"}});
-  EXPECT_EQ(shown({"profile", "status", "p"}), "attached\n");
+  EXPECT_EQ(shown({"profile", "status", "p"}), "name    p\nstatus  attached\n");
   does({{"profile", "set", "p", "protect", "on"}});
-  EXPECT_EQ(shown({"profile", "status", "p"}), "protected\n");
+  EXPECT_EQ(shown({"profile", "status", "p"}), "name    p\nstatus  protected\n");
   EXPECT_EQ(
       refused({"profile", "status", "q"}),
       "l2cpctl: error: PROFILE_NOT_FOUND: there is no profile of this name; \"l2cpctl profile "
@@ -287,6 +465,11 @@ TEST_F(Profiles, ThatDoNotExistAreSaidToBeMissing) {
                                           {"profile", "set", "x", "protect", "on"},
                                           {"profile", "set", "x", "dynamic", "on"},
                                           {"profile", "statistics", "x"},
+                                          {"profile", "rename", "x", "y"},
+                                          {"profile", "ports", "x"},
+                                          {"profile", "uses", "x"},
+                                          {"profile", "rule", "show", "x", "LLDP"},
+                                          {"profile", "rule", "show", "x", "position", "0"},
                                           {"profile", "rule", "add", "x", "LLDP", "peer"},
                                           {"profile", "rule", "set", "x", "LLDP", "peer"},
                                           {"profile", "rule", "delete", "x", "LLDP"},
@@ -375,6 +558,44 @@ TEST_F(Attachments, AreShownByPort) {
 
 TEST_F(Attachments, OfAPortWithoutAnyAreAnEmptyList) {
   EXPECT_EQ(shown({"port", "show", "0"}), "VLAN  PROFILE\n");
+  EXPECT_EQ(shown({"-o", "port", "show", "0"}), "");
+  EXPECT_EQ(shown({"-j", "port", "show", "0"}), "[]\n");
+  EXPECT_EQ(shown({"-j", "port", "profiles", "0"}), "[]\n");
+  EXPECT_EQ(shown({"port", "list"}), "PORT  NAME  VLAN  PROFILE\n");
+}
+
+TEST_F(Attachments, AreShownByProfileAndAllTogether) {
+  does({{"profile", "add", "p"},
+        {"profile", "add", "my net"},
+        {"attach", "my net", "port", "10"},
+        {"attach", "p", "port", "9", "vlan", "all"},
+        {"attach", "p", "port", "10", "vlan", "7"},
+        {"attach", "p", "port", "10", "vlan", "8"}});
+  EXPECT_EQ(shown({"profile", "ports", "p"}),
+            "PORT  VLAN\n"
+            "   9   all\n"
+            "  10     7\n"
+            "  10     8\n");
+  EXPECT_EQ(shown({"-o", "profile", "ports", "p"}),
+            "port=9 vlan=all\nport=10 vlan=7\n"
+            "port=10 vlan=8\n");
+  EXPECT_EQ(shown({"-j", "profile", "ports", "p"}),
+            R"([{"port":9,"vlan":null},{"port":10,"vlan":7},{"port":10,"vlan":8}])"
+            "\n");
+  EXPECT_EQ(shown({"port", "list"}),
+            "PORT  NAME  VLAN  PROFILE\n"
+            "   9  -      all  p\n"
+            "  10  -        7  p\n"
+            "  10  -        8  p\n"
+            "  10  -      all  \"my net\"\n");
+  EXPECT_EQ(shown({"port", "profiles", "10"}),
+            "NAME      PROTECT  DYNAMIC  ATTACHMENTS\n"
+            "p         no       no                 3\n"
+            "\"my net\"  no       no                 1\n");
+  EXPECT_EQ(shown({"-o", "port", "show", "10"}),
+            "vlan=7 profile=p\nvlan=8 profile=p\nvlan=all profile='my net'\n");
+  EXPECT_EQ(shown({"-j", "port", "show", "9"}), R"([{"vlan":null,"profile":"p"}])"
+                                                "\n");
 }
 
 TEST_F(Attachments, WithoutVlanAreThoseOfTheWholePort) {
@@ -413,8 +634,16 @@ TEST_F(Statistics, CountFramesByPortAndVlan) {
       "peer     2\n"
       "tunnel   1\n"
       "total    4\n";
-  EXPECT_EQ(shown({"port", "statistics", "3"}), counters);
-  EXPECT_EQ(shown({"vlan", "statistics", "4095"}), counters);
+  EXPECT_EQ(shown({"port", "statistics", "3"}), std::string("port     3\n") + counters);
+  EXPECT_EQ(shown({"vlan", "statistics", "4095"}), std::string("vlan     all\n") + counters);
+  EXPECT_EQ(shown({"vlan", "statistics", "all"}), shown({"vlan", "statistics", "4095"}));
+  EXPECT_EQ(shown({"-o", "port", "statistics", "3"}), "port=3 discard=1 peer=2 tunnel=1 total=4\n");
+  EXPECT_EQ(shown({"-j", "port", "statistics", "3"}),
+            R"({"port":3,"discard":1,"peer":2,"tunnel":1,"total":4})"
+            "\n");
+  EXPECT_EQ(shown({"-j", "vlan", "statistics", "4095"}),
+            R"({"vlan":null,"discard":1,"peer":2,"tunnel":1,"total":4})"
+            "\n");
 }
 
 TEST_F(Statistics, OfPlacesWithoutAttachmentsDoNotExist) {
@@ -499,6 +728,25 @@ TEST_F(Feeding, ShowsFramesThatMeetNothing) {
             "tunnel     0\n"
             "untouched  2\n"
             "total      2\n");
+}
+
+TEST_F(Feeding, IsShownToProgramsAsItIsToPeople) {
+  EXPECT_EQ(shown({"-o", "feed", "3", frames("mspp.pcap")}),
+            "kind=frame frame=1 length=60 destination=01:80:c2:00:00:03 vlan='' type=0x22e2 "
+            "fate=untouched entry=''\n"
+            "kind=frame frame=2 length=60 destination=01:80:c2:00:00:03 vlan=100 type=0x22e2 "
+            "fate=untouched entry=''\n"
+            "kind=summary discard=0 peer=0 tunnel=0 untouched=2 total=2\n");
+  EXPECT_EQ(shown({"-j", "feed", "3", frames("mspp.pcap")}),
+            R"({"frames":[{"frame":1,"length":60,"destination":"01:80:c2:00:00:03","vlan":null,)"
+            R"("type":"0x22e2","fate":"untouched","entry":null},)"
+            R"({"frame":2,"length":60,"destination":"01:80:c2:00:00:03","vlan":100,)"
+            R"("type":"0x22e2","fate":"untouched","entry":null}],)"
+            R"("summary":{"discard":0,"peer":0,"tunnel":0,"untouched":2,"total":2}})"
+            "\n");
+  EXPECT_EQ(shown({"-j", "-q", "feed", "3", frames("mspp.pcap")}),
+            R"({"discard":0,"peer":0,"tunnel":0,"untouched":2,"total":2})"
+            "\n");
 }
 
 /// A capture written number by number.
@@ -609,6 +857,46 @@ TEST_F(NamedPorts, AreShownWithTheDaemonsState) {
                                                         "   7  \"ce 1\"\n"));
 }
 
+TEST_F(NamedPorts, AreShownToProgramsWithTheDaemonsState) {
+  EXPECT_THAT(shown({"-o", "daemon", "status"}),
+              MatchesRegex("kind=daemon release=[0-9.]+ bridge=br7 classifier=software "
+                           "process=[0-9]+ uptime=[0-9]+\n"
+                           "kind=entity entity=Interfaces state=running\n"
+                           "kind=entity entity=vlanprofile state=running\n"
+                           "kind=entity entity=servprofile state=running\n"
+                           "kind=entity entity=l2cp state=running\n"
+                           "kind=port port=3 name=uplink\n"
+                           "kind=port port=7 name='ce 1'\n"));
+  EXPECT_THAT(
+      shown({"-j", "daemon", "status"}),
+      MatchesRegex(R"(\{"release":"[0-9.]+","bridge":"br7","classifier":"software",)"
+                   R"("process":[0-9]+,"uptime":[0-9]+,"entities":\[)"
+                   R"(\{"entity":"Interfaces","state":"running"\},.*\],)"
+                   R"("ports":\[\{"port":3,"name":"uplink"\},\{"port":7,"name":"ce 1"\}\]\})"
+                   "\n"));
+}
+
+TEST_F(NamedPorts, AreShownInTheListOfAttachments) {
+  does({{"profile", "add", "p"},
+        {"attach", "p", "port", "ce 1"},
+        {"attach", "p", "port", "5", "vlan", "9"}});
+  EXPECT_EQ(shown({"port", "list"}),
+            "PORT  NAME    VLAN  PROFILE\n"
+            "   5  -          9  p\n"
+            "   7  \"ce 1\"   all  p\n");
+  EXPECT_EQ(shown({"-o", "port", "list"}),
+            "port=5 name='' vlan=9 profile=p\nport=7 name='ce 1' vlan=all profile=p\n");
+  EXPECT_EQ(shown({"-j", "port", "list"}), R"([{"port":5,"name":null,"vlan":9,"profile":"p"},)"
+                                           R"({"port":7,"name":"ce 1","vlan":null,"profile":"p"}])"
+                                           "\n");
+}
+
+TEST_F(NamedPorts, CanStandForInterfaces) {
+  does({{"vlan-profile", "add", "v"},
+        {"vlan-profile", "set", "v", "interface", "uplink", "svid", "100"}});
+  EXPECT_EQ(shown({"-o", "vlan-profile", "list"}), "name=v interfaces=3\n");
+}
+
 TEST_F(NamedPorts, CanStandForNumbersEverywhere) {
   does({{"profile", "add", "p"},
         {"profile", "rule", "add", "p", "LLDP", "peer"},
@@ -646,18 +934,35 @@ TEST_F(Daemon, ShowsTheRunningConfiguration) {
         {"protocol", "add", "PTP", "mac", "any", "ethertype", "0x88f7"},
         {"profile", "add", "d", "dynamic"},
         {"profile", "rule", "add", "d", "CDP", "peer"}});
-  EXPECT_EQ(shown({"daemon", "running-config"}),
+  EXPECT_EQ(shown({"running-config", "show"}),
             "l2protocol \"PTP\" mac any ethertype 0x88f7\n"
             "\n"
             "l2cp-profile \"my net\"\n"
             " protocol \"LLDP\" rule tunnel\n"
             "exit\n");
-  EXPECT_THAT(shown({"daemon", "running-config", "all"}),
+  EXPECT_THAT(shown({"running-config", "show", "all"}),
               HasSubstr("l2protocol \"LLDP\" mac 01:80:c2:00:00:0e\n"));
-  EXPECT_EQ(shown({"daemon", "running-config", "dynamic"}),
+  EXPECT_EQ(shown({"running-config", "show", "dynamic"}),
             "l2cp-profile d\n"
             " protocol \"CDP\" rule peer\n"
             "exit\n");
+}
+
+TEST_F(Daemon, ShowsTheRunningConfigurationToPrograms) {
+  EXPECT_EQ(shown({"-j", "running-config", "show", "dynamic"}), "{\"lines\":[]}\n");
+  does({{"profile", "add", "d", "dynamic"}, {"profile", "rule", "add", "d", "CDP", "peer"}});
+  EXPECT_EQ(shown({"-o", "running-config", "show", "dynamic"}),
+            "line='l2cp-profile d'\nline=' protocol \"CDP\" rule peer'\nline=exit\n");
+  EXPECT_EQ(shown({"-j", "running-config", "show", "dynamic"}),
+            R"({"lines":["l2cp-profile d"," protocol \"CDP\" rule peer","exit"]})"
+            "\n");
+}
+
+TEST_F(Daemon, SaysWhyTheRunningConfigurationCannotBeSaved) {
+  EXPECT_EQ(
+      refused({"running-config", "save"}),
+      "l2cpctl: error: FAILED: the configuration names no startup script; the daemon writes to "
+      "the file that its configuration names as \"startup\"\n");
 }
 
 TEST_F(Daemon, AppliesTheFactoryConfiguration) {
@@ -665,7 +970,7 @@ TEST_F(Daemon, AppliesTheFactoryConfiguration) {
         {"protocol", "delete", "LLDP"},
         {"profile", "add", "p"},
         {"attach", "p", "port", "1"},
-        {"daemon", "defaults"}});
+        {"running-config", "defaults"}});
   EXPECT_EQ(shown({"profile", "list"}), "NAME  PROTECT  DYNAMIC  ATTACHMENTS\n");
   EXPECT_THAT(shown({"protocol", "list"}), testing::Not(HasSubstr("\nx ")));
   EXPECT_THAT(shown({"protocol", "list"}), HasSubstr("\nLLDP "));
@@ -681,6 +986,284 @@ TEST_F(Daemon, PassesMessagesOn) {
 TEST_F(Daemon, TakesMessagesOfTheGreatestLength) {
   does({{"daemon", "message", std::string(CONTROL_TEXT_MAX, 'c'),
          std::string(CONTROL_TEXT_MAX, 'a')}});
+}
+
+// ---- Service profiles and VLAN profiles ----
+
+class ServiceProfiles : public DaemonTest {
+ protected:
+  // "gold" in force on VLAN 100 of port 5, through "biz" and "metro".
+  static void applyGold() {
+    does({{"profile", "add", "gold"},
+          {"vlan-profile", "add", "metro"},
+          {"vlan-profile", "set", "metro", "interface", "5", "svid", "100"},
+          {"service-profile", "add", "biz"},
+          {"service-profile", "set", "biz", "vlan-profile", "metro"},
+          {"service-profile", "set", "biz", "l2cp-profile", "gold"},
+          {"service-profile", "attach", "biz", "interface", "5"}});
+  }
+};
+
+TEST_F(ServiceProfiles, PutL2cpProfilesInForce) {
+  EXPECT_EQ(shown({"service-profile", "list"}), "NAME  VLAN-PROFILE  L2CP-PROFILE  INTERFACES\n");
+  EXPECT_EQ(shown({"-j", "service-profile", "list"}), "[]\n");
+  applyGold();
+  does({{"service-profile", "add", "my service"}});
+  EXPECT_EQ(shown({"service-profile", "list"}),
+            "NAME          VLAN-PROFILE  L2CP-PROFILE  INTERFACES\n"
+            "biz           metro         gold          5\n"
+            "\"my service\"  -             -             -\n");
+  EXPECT_EQ(shown({"-o", "service-profile", "list"}),
+            "name=biz vlan_profile=metro l2cp_profile=gold interfaces=5\n"
+            "name='my service' vlan_profile='' l2cp_profile='' interfaces=''\n");
+  EXPECT_EQ(shown({"-j", "service-profile", "list"}),
+            R"([{"name":"biz","vlan_profile":"metro","l2cp_profile":"gold","interfaces":[5]},)"
+            R"({"name":"my service","vlan_profile":null,"l2cp_profile":null,"interfaces":[]}])"
+            "\n");
+  EXPECT_EQ(shown({"service-profile", "show", "biz"}),
+            "name          biz\n"
+            "vlan-profile  metro\n"
+            "l2cp-profile  gold\n"
+            "interfaces    5\n");
+  EXPECT_EQ(shown({"-j", "service-profile", "show", "biz"}),
+            R"({"name":"biz","vlan_profile":"metro","l2cp_profile":"gold","interfaces":[5]})"
+            "\n");
+  EXPECT_EQ(shown({"-o", "port", "list"}), "port=5 name='' vlan=100 profile=gold\n");
+  EXPECT_EQ(shown({"profile", "uses", "gold"}), "SERVICE-PROFILE\nbiz\n");
+  EXPECT_EQ(shown({"-o", "profile", "uses", "gold"}), "service_profile=biz\n");
+  EXPECT_EQ(shown({"-j", "profile", "uses", "gold"}), R"([{"service_profile":"biz"}])"
+                                                      "\n");
+  does({{"service-profile", "detach", "biz", "interface", "5"},
+        {"service-profile", "unset", "biz", "l2cp-profile"},
+        {"service-profile", "unset", "biz", "vlan-profile"},
+        {"service-profile", "delete", "my service"}});
+  EXPECT_EQ(shown({"-o", "service-profile", "list"}),
+            "name=biz vlan_profile='' l2cp_profile='' interfaces=''\n");
+  EXPECT_EQ(shown({"-o", "port", "list"}), "");
+}
+
+TEST_F(ServiceProfiles, FollowAProfileThatIsRenamedOrReplaced) {
+  applyGold();
+  does({{"profile", "rename", "gold", "silver"}});
+  EXPECT_EQ(shown({"-o", "service-profile", "list"}),
+            "name=biz vlan_profile=metro l2cp_profile=silver interfaces=5\n");
+  shown({"profile", "edit", "silver"});
+  does({{"profile", "rule", "add", "temp_l2cp_prof_1", "LLDP", "peer"},
+        {"profile", "commit", "silver", "temp_l2cp_prof_1"}});
+  EXPECT_EQ(shown({"-o", "profile", "show", "silver"}),
+            "kind=profile name=silver protect=no dynamic=no attachments=1\n"
+            "kind=rule protocol=LLDP rule=peer\n");
+}
+
+TEST_F(ServiceProfiles, ThatDoNotExistAreSaidToBeMissing) {
+  for (const CommandLine& line :
+       std::initializer_list<CommandLine>{{"service-profile", "show", "x"},
+                                          {"service-profile", "delete", "x"},
+                                          {"service-profile", "set", "x", "l2cp-profile", "p"},
+                                          {"service-profile", "unset", "x", "l2cp-profile"}}) {
+    EXPECT_EQ(refused(line),
+              "l2cpctl: error: NOT_FOUND: there is no service profile of this name; \"l2cpctl "
+              "service-profile list\" shows those there are\n");
+  }
+  for (const char* verb : {"attach", "detach"}) {
+    EXPECT_EQ(
+        refused({"service-profile", verb, "x", "interface", "5"}),
+        "l2cpctl: error: NOT_FOUND: there is no such service profile, or the L2CP profile that "
+        "it names does not exist; look at \"l2cpctl service-profile list\" and \"l2cpctl "
+        "profile list\"\n");
+  }
+  does({{"service-profile", "add", "biz"}});
+  EXPECT_EQ(
+      refused({"service-profile", "set", "biz", "vlan-profile", "x"}),
+      "l2cpctl: error: NOT_FOUND: there is no service profile or no VLAN profile of this name; "
+      "\"l2cpctl service-profile list\" and \"l2cpctl vlan-profile list\" show those there "
+      "are\n");
+}
+
+TEST_F(ServiceProfiles, AreNotChangedWhileTheyAreApplied) {
+  applyGold();
+  for (const CommandLine& line :
+       std::initializer_list<CommandLine>{{"service-profile", "delete", "biz"},
+                                          {"service-profile", "set", "biz", "l2cp-profile", "p"},
+                                          {"service-profile", "unset", "biz", "vlan-profile"}}) {
+    EXPECT_EQ(refused(line),
+              "l2cpctl: error: IN_USE: the profile is applied on an interface; take it off with "
+              "\"l2cpctl service-profile detach\" first\n");
+  }
+}
+
+TEST_F(ServiceProfiles, RefusalsOfApplyingThemSayWhatToDo) {
+  applyGold();
+  EXPECT_EQ(refused({"service-profile", "add", "biz"}),
+            "l2cpctl: error: EXISTS: there is a profile of this name; choose another name\n");
+  EXPECT_EQ(refused({"service-profile", "attach", "biz", "interface", "5"}),
+            "l2cpctl: error: EXISTS: the service profile is applied on this interface already\n");
+  EXPECT_EQ(refused({"service-profile", "attach", "biz", "interface", "6"}),
+            "l2cpctl: error: NO_SVID: the VLAN profile has no S-VID for the interface; give it one "
+            "with \"l2cpctl vlan-profile set\"\n");
+  does({{"service-profile", "add", "other"},
+        {"service-profile", "set", "other", "l2cp-profile", "gold"}});
+  EXPECT_EQ(refused({"service-profile", "attach", "other", "interface", "5"}),
+            "l2cpctl: error: NOTHING_THERE: the service profile has no VLAN profile; give it one "
+            "with \"l2cpctl service-profile set NAME vlan-profile\"\n");
+  does({{"service-profile", "set", "other", "vlan-profile", "metro"}});
+  EXPECT_EQ(refused({"service-profile", "attach", "other", "interface", "5"}),
+            "l2cpctl: error: IN_USE: the L2CP profile is attached to this port and S-VID already; "
+            "\"l2cpctl port show\" lists what is\n");
+}
+
+TEST_F(ServiceProfiles, RefusalsOfTakingThemOffSayWhatToDo) {
+  applyGold();
+  constexpr const char* notAttached =
+      "the L2CP profile is not attached there any more; put it back with \"l2cpctl attach\" "
+      "first\n";
+  constexpr const char* notApplied =
+      "l2cpctl: error: NOT_APPLIED: the service profile is not applied there, or its L2CP profile "
+      "not attached there any more; look at \"l2cpctl service-profile show\" and \"l2cpctl port "
+      "show\"\n";
+  const CommandLine detach{"service-profile", "detach", "biz", "interface", "5"};
+  EXPECT_EQ(refused({"service-profile", "detach", "biz", "interface", "6"}), notApplied);
+  does({{"profile", "add", "other"}, {"detach", "gold", "port", "5", "vlan", "100"}});
+  EXPECT_EQ(refused(detach), std::string("l2cpctl: error: NOTHING_THERE: ") + notAttached);
+  does({{"attach", "other", "port", "5", "vlan", "7"}});
+  EXPECT_EQ(refused(detach), std::string("l2cpctl: error: NOTHING_ON_VLAN: ") + notAttached);
+  does({{"attach", "other", "port", "5", "vlan", "100"}});
+  EXPECT_EQ(refused(detach), notApplied);
+  EXPECT_EQ(
+      refused({"profile", "rename", "gold", "silver"}),
+      "l2cpctl: error: FAILED: the service profiles that use the profile could not all be moved "
+      "to the new name; look at them with \"l2cpctl service-profile list\" and at both profiles "
+      "with \"l2cpctl profile show\"\n");
+  does({{"attach", "gold", "port", "5", "vlan", "100"}, detach});
+}
+
+class VlanProfiles : public DaemonTest {};
+
+TEST_F(VlanProfiles, HaveAnSvidForEachInterface) {
+  EXPECT_EQ(shown({"vlan-profile", "list"}), "NAME  INTERFACES\n");
+  does({{"vlan-profile", "add", "metro"},
+        {"vlan-profile", "add", "my vlans"},
+        {"vlan-profile", "set", "metro", "interface", "12", "svid", "4094"},
+        {"vlan-profile", "set", "metro", "interface", "5", "svid", "1"}});
+  EXPECT_EQ(shown({"vlan-profile", "list"}),
+            "NAME        INTERFACES\n"
+            "metro       5, 12\n"
+            "\"my vlans\"  -\n");
+  EXPECT_EQ(shown({"-o", "vlan-profile", "list"}),
+            "name=metro interfaces='5 12'\nname='my vlans' interfaces=''\n");
+  EXPECT_EQ(shown({"-j", "vlan-profile", "list"}),
+            R"([{"name":"metro","interfaces":[5,12]},{"name":"my vlans","interfaces":[]}])"
+            "\n");
+  EXPECT_EQ(shown({"vlan-profile", "show", "metro"}),
+            "name        metro\n"
+            "interfaces  5, 12\n"
+            "\n"
+            "INTERFACE  SVID\n"
+            "        5     1\n"
+            "       12  4094\n");
+  EXPECT_EQ(shown({"-o", "vlan-profile", "show", "metro"}),
+            "kind=vlan_profile name=metro interfaces='5 12'\n"
+            "kind=svid interface=5 svid=1\n"
+            "kind=svid interface=12 svid=4094\n");
+  EXPECT_EQ(shown({"-j", "vlan-profile", "show", "metro"}),
+            R"({"name":"metro","interfaces":[5,12],)"
+            R"("svids":[{"interface":5,"svid":1},{"interface":12,"svid":4094}]})"
+            "\n");
+  does({{"vlan-profile", "unset", "metro", "interface", "5"},
+        {"vlan-profile", "delete", "my vlans"}});
+  EXPECT_EQ(shown({"-o", "vlan-profile", "list"}), "name=metro interfaces=12\n");
+}
+
+TEST_F(VlanProfiles, RefusalsSayWhatToDo) {
+  for (const CommandLine& line : std::initializer_list<CommandLine>{
+           {"vlan-profile", "show", "x"},
+           {"vlan-profile", "delete", "x"},
+           {"vlan-profile", "set", "x", "interface", "1", "svid", "1"},
+           {"vlan-profile", "unset", "x", "interface", "1"}}) {
+    EXPECT_EQ(refused(line),
+              "l2cpctl: error: NOT_FOUND: there is no VLAN profile of this name; \"l2cpctl "
+              "vlan-profile list\" shows those there are\n");
+  }
+  does({{"vlan-profile", "add", "v"},
+        {"vlan-profile", "set", "v", "interface", "1", "svid", "1"},
+        {"profile", "add", "p"},
+        {"service-profile", "add", "s"},
+        {"service-profile", "set", "s", "vlan-profile", "v"},
+        {"service-profile", "set", "s", "l2cp-profile", "p"},
+        {"service-profile", "attach", "s", "interface", "1"}});
+  EXPECT_EQ(refused({"vlan-profile", "add", "v"}),
+            "l2cpctl: error: EXISTS: there is a profile of this name; choose another name\n");
+  EXPECT_EQ(
+      refused({"vlan-profile", "delete", "v"}),
+      "l2cpctl: error: IN_USE: a service profile names the VLAN profile; change that first with "
+      "\"l2cpctl service-profile unset\"\n");
+  for (const CommandLine& line : std::initializer_list<CommandLine>{
+           {"vlan-profile", "set", "v", "interface", "1", "svid", "2"},
+           {"vlan-profile", "unset", "v", "interface", "1"}}) {
+    EXPECT_EQ(
+        refused(line),
+        "l2cpctl: error: IN_USE: a service profile that names the VLAN profile is applied on an "
+        "interface; take it off with \"l2cpctl service-profile detach\" first\n");
+  }
+}
+
+// ---- Colours ----
+
+class Colour : public DaemonTest {
+ protected:
+  // Opens a terminal before the test enters its world, which has none. The program inherits it.
+  Colour() {
+    int master = -1;
+    int terminal = -1;
+    if (openpty(&master, &terminal, nullptr, nullptr, nullptr) != 0) return;
+    master_ = support::Descriptor(master);
+    terminal_ = support::Descriptor(terminal);
+  }
+
+  // What the program shows of the profiles if its output is a terminal.
+  std::string onTerminal(const std::string& environment) const {
+    const support::Run run = support::run(
+        {"/bin/sh", "-c",
+         environment + " " L2CPCTL_PROGRAM " profile list >&" + std::to_string(terminal_.get())});
+    EXPECT_EQ(run.status, 0) << run.output;
+    std::string shown(4096, '\0');
+    const ssize_t size = read(master_.get(), shown.data(), shown.size());
+    shown.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
+    return shown;
+  }
+
+  bool hasTerminal() const { return terminal_.get() >= 0; }
+
+ private:
+  support::Descriptor master_;
+  support::Descriptor terminal_;
+};
+
+TEST_F(Colour, IsForTerminalsUnlessItIsNotWanted) {
+  const CommandLine list{"profile", "list"};
+  constexpr const char* plain = "NAME  PROTECT  DYNAMIC  ATTACHMENTS\n";
+  const auto with = [](CommandLine line, const char* when) {
+    line.insert(line.begin(), {"--color", when});
+    return line;
+  };
+  const Surroundings terminal{.terminal = true, .plainWanted = false};
+  const Surroundings plainWanted{.terminal = true, .plainWanted = true};
+  EXPECT_EQ(outcome(list).out, plain);
+  EXPECT_EQ(outcome(list, plainWanted).out, plain);
+  EXPECT_EQ(outcome(with(list, "never"), terminal).out, plain);
+  const std::string coloured = outcome(list, terminal).out;
+  EXPECT_THAT(coloured, testing::StartsWith("\x1b[1mNAME\x1b[0m  "));
+  EXPECT_EQ(outcome(with(list, "auto"), terminal).out, coloured);
+  EXPECT_EQ(outcome(with(list, "always")).out, coloured);
+  EXPECT_EQ(outcome(with(list, "always"), plainWanted).out, coloured);
+}
+
+TEST_F(Colour, DependsOnTheProgramsTerminalAndEnvironment) {
+  if (!hasTerminal()) GTEST_SKIP() << "no terminals here";
+  EXPECT_THAT(onTerminal("TERM=xterm"), testing::StartsWith("\x1b[1mNAME"));
+  EXPECT_THAT(onTerminal("TERM=xterm NO_COLOR="), testing::StartsWith("\x1b[1mNAME"));
+  EXPECT_THAT(onTerminal("TERM=xterm NO_COLOR=1"), testing::StartsWith("NAME"));
+  EXPECT_THAT(onTerminal("TERM=dumb"), testing::StartsWith("NAME"));
 }
 
 // ---- Not reached ----
@@ -704,19 +1287,38 @@ support::Descriptor listener(in_port_t port, int backlog) {
 constexpr in_port_t portMapperPort = 111;
 constexpr in_port_t someonesPort = 4711;
 constexpr const char* nowhere =
-    "l2cpctl: error: l2cpd not reached at 127.0.0.1 (program 0x2000001d, version 1): ";
+    "l2cpctl: error: l2cpd not reached at 127.0.0.1 (program 0x2000001d, version 1, TCP): ";
 
 TEST_F(Unreached, BecauseThereIsNoPortMapper) {
   world().stopPortMapper();
   EXPECT_EQ(notReached({"protocol", "list"}),
             std::string(nowhere) + "the port mapper did not answer (Connection refused)\n");
-  EXPECT_EQ(notReached({"daemon", "status"}),
-            "l2cpctl: error: l2cpd not reached at 127.0.0.1 (program 0x20000100, version 1): the "
-            "port mapper did not answer (Connection refused)\n");
+  EXPECT_EQ(
+      notReached({"daemon", "status"}),
+      "l2cpctl: error: l2cpd not reached at 127.0.0.1 (program 0x20000100, version 1, TCP): the "
+      "port mapper did not answer (Connection refused)\n");
 }
 
 TEST_F(Unreached, BecauseThereIsNoDaemon) {
   EXPECT_EQ(notReached({"protocol", "list"}),
+            std::string(nowhere) +
+                "the port mapper answered that nobody serves the program; is l2cpd running?\n");
+}
+
+TEST_F(Unreached, IsTriedAgainWhileADaemonStarts) {
+  world().stopPortMapper();
+  std::string answer;
+  std::thread client([&] { answer = shown({"--wait", "30", "profile", "list"}); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  world().startPortMapper();
+  world().startDaemon();
+  client.join();
+  EXPECT_EQ(answer, "NAME  PROTECT  DYNAMIC  ATTACHMENTS\n");
+  EXPECT_EQ(world().stopDaemon(SIGTERM), 0);
+}
+
+TEST_F(Unreached, IsGivenUpWhenTheWaitIsOver) {
+  EXPECT_EQ(notReached({"--wait", "1", "protocol", "list"}),
             std::string(nowhere) +
                 "the port mapper answered that nobody serves the program; is l2cpd running?\n");
 }
@@ -796,9 +1398,10 @@ TEST_F(Unreached, BecauseAnotherProgramIsServedThere) {
 }
 
 TEST_F(Unreached, BecauseTheAddressLeadsNowhere) {
-  EXPECT_EQ(notReached({"-s", "192.0.2.1", "protocol", "list"}),
-            "l2cpctl: error: l2cpd not reached at 192.0.2.1 (program 0x2000001d, version 1): the "
-            "port mapper did not answer (Network is unreachable)\n");
+  EXPECT_EQ(
+      notReached({"-s", "192.0.2.1", "protocol", "list"}),
+      "l2cpctl: error: l2cpd not reached at 192.0.2.1 (program 0x2000001d, version 1, TCP): the "
+      "port mapper did not answer (Network is unreachable)\n");
   for (const char* address : {"", "::1", "127.0.0.1:80", "no\x1b.such.name."}) {
     EXPECT_THAT(notReached({"-s", address, "protocol", "list"}),
                 HasSubstr("): no IPv4 address, nor a name that leads to one ("))

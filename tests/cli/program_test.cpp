@@ -49,37 +49,46 @@ TEST_P(WrongCommandLine, IsAnsweredInOneLineBeforeAnythingIsSent) {
 
 #define SEE(command) "; see \"l2cpctl " command "--help\""
 
+#define NOUNS                                                                            \
+  "protocol, profile, attach, detach, port, vlan, feed, service-profile, vlan-profile, " \
+  "running-config, daemon"
+
 const Wrong wrongCommands[] = {
-    {{},
-     "a command is missing; there are: protocol, profile, attach, detach, port, vlan, feed, "
-     "daemon" SEE("")},
-    {{"frob"},
-     "\"frob\" is no command; there are: protocol, profile, attach, detach, port, vlan, feed, "
-     "daemon" SEE("")},
-    {{""},
-     "\"\" is no command; there are: protocol, profile, attach, detach, port, vlan, feed, "
-     "daemon" SEE("")},
-    {{"proto"},
-     "\"proto\" is no command; there are: protocol, profile, attach, detach, port, vlan, feed, "
-     "daemon" SEE("")},
+    {{"-j"}, "a command is missing; there are: " NOUNS SEE("")},
+    {{"frob"}, "\"frob\" is no command; there are: " NOUNS SEE("")},
+    {{""}, "\"\" is no command; there are: " NOUNS SEE("")},
+    {{"pro"}, "\"pro\" could be \"protocol\" or \"profile\"" SEE("")},
+    {{"porfile", "list"},
+     "\"porfile\" is no command (did you mean \"profile\"?); there are: " NOUNS SEE("")},
+    {{"profile", "stat", "x"},
+     "profile: \"stat\" could be \"statistics\" or \"status\"" SEE("profile ")},
     {{"protocol"},
      "protocol: a command is missing; there are: list, show, add, delete, rename, set, "
      "statistics" SEE("protocol ")},
-    {{"protocol", "frob\x1b"},
-     "\"frob\\x1b\" is no command; there are: list, show, add, delete, rename, set, "
-     "statistics" SEE("")},
+    {{"proto", "frob\x1b"},
+     "protocol: \"frob\\x1b\" is no command; there are: list, show, add, delete, rename, set, "
+     "statistics" SEE("protocol ")},
     {{"profile", "rule"},
-     "profile rule: a command is missing; there are: add, set, delete, clear, "
-     "list" SEE("profile rule ")},
-    {{"profile list"},
-     "\"profile list\" is no command; there are: protocol, profile, attach, detach, port, vlan, "
-     "feed, daemon" SEE("")},
+     "profile rule: a command is missing; there are: add, set, delete, clear, list, "
+     "show" SEE("profile rule ")},
+    {{"prof", "ru", "lsit"},
+     "profile rule: \"lsit\" is no command (did you mean \"list\"?); there are: add, set, delete, "
+     "clear, list, show" SEE("profile rule ")},
+    {{"profile list"}, "\"profile list\" is no command; there are: " NOUNS SEE("")},
+    {{"help", "profile", "frob"},
+     "profile: \"frob\" is no command; there are: list, show, add, delete, rename, set, "
+     "statistics, "
+     "status, ports, uses, edit, commit, copy, rule" SEE("profile ")},
 };
 INSTANTIATE_TEST_SUITE_P(Commands, WrongCommandLine, testing::ValuesIn(wrongCommands));
 
 const Wrong wrongOptions[] = {
     {{"-x"}, "\"-x\" is no option" SEE("")},
-    {{"protocol", "list", "--json"}, "\"--json\" is no option" SEE("")},
+    {{"protocol", "list", "--jason"}, "\"--jason\" is no option" SEE("")},
+    {{"protocol", "list", "-oj"}, "--oneline and JSON are two formats; choose one" SEE("")},
+    {{"--color", "sometimes", "protocol", "list"},
+     "--color: \"sometimes\" is none of \"auto\", \"always\" and \"never\"" SEE("")},
+    {{"--wait", "0", "protocol", "list"}, "--wait: Value 0 not in range 1 to 3600" SEE("")},
     {{"protocol", "list", "-q"}, "protocol list: --quiet does nothing here" SEE("protocol list ")},
     {{"-t", "0", "protocol", "list"}, "--timeout: Value 0 not in range 1 to 3600" SEE("")},
     {{"-t", "3601", "protocol", "list"}, "--timeout: Value 3601 not in range 1 to 3600" SEE("")},
@@ -97,7 +106,7 @@ const Wrong wrongProtocols[] = {
     {{"protocol", "add", "x"}, "protocol add: \"mac\" is missing" SEE("protocol add ")},
     {{"protocol", "add", "x", "mac"}, "protocol add: MAC is missing" SEE("protocol add ")},
     {{"protocol", "add", "x", "mac", "any", "mac", "any"},
-     "protocol add: \"mac\" is one word too many" SEE("protocol add ")},
+     "protocol add: \"mac\" stands there twice" SEE("protocol add ")},
     {{"protocol", "add", "x", "mac", "any", "ethertype"},
      "protocol add: the ethertype is missing" SEE("protocol add ")},
     {{"protocol", "add", "x", "mac", "any", "ethertype", "65536"},
@@ -107,7 +116,12 @@ const Wrong wrongProtocols[] = {
      "protocol add: subtype: \"0x100\" is no number from 0 to 254, nor \"none\"" SEE(
          "protocol add ")},
     {{"protocol", "add", "x", "mac", "any", "protect", "protect"},
-     "protocol add: \"protect\" is one word too many" SEE("protocol add ")},
+     "protocol add: \"protect\" stands there twice" SEE("protocol add ")},
+    {{"protocol", "add", "x", "ethr", "1"},
+     "protocol add: \"ethr\" stands where \"mac\", \"ethertype\", \"subtype\" or \"protect\" "
+     "should" SEE("protocol add ")},
+    {{"protocol", "show", "position", "x"},
+     "protocol show: position: \"x\" is no number from 0 to 4294967295" SEE("protocol show ")},
     {{"protocol", "delete", "x", "y"},
      "protocol delete: \"y\" is one word too many" SEE("protocol delete ")},
     {{"protocol", "rename", "x"}, "protocol rename: NEW is missing" SEE("protocol rename ")},
@@ -131,20 +145,26 @@ INSTANTIATE_TEST_SUITE_P(Protocols, WrongCommandLine, testing::ValuesIn(wrongPro
 
 const Wrong wrongProfiles[] = {
     {{"profile", "add", "x", "dynamic", "dynamic"},
-     "profile add: \"dynamic\" is one word too many" SEE("profile add ")},
+     "profile add: \"dynamic\" stands there twice" SEE("profile add ")},
     {{"profile", "add", "0123456789012345678901234567890123"},
      "profile add: the name \"0123456789012345678901234567890123\" is 34 bytes long; 33 is the "
      "most there can be" SEE("profile add ")},
     {{"profile", "set", "x", "colour", "red"},
      "profile set: \"colour\" stands where \"protect\" or \"dynamic\" should" SEE("profile set ")},
     {{"profile", "set", "x", "dynamic", "yes"},
-     "profile set: dynamic: \"yes\" is neither \"on\" nor \"off\"" SEE("profile set ")},
+     "profile set: \"yes\" stands where \"on\" or \"off\" should" SEE("profile set ")},
+    {{"profile", "set", "x", "dynamic", "o"},
+     "profile set: \"o\" could be \"on\" or \"off\"" SEE("profile set ")},
+    {{"profile", "rename", "x"}, "profile rename: NEW is missing" SEE("profile rename ")},
+    {{"profile", "commit", "x"}, "profile commit: COPY is missing" SEE("profile commit ")},
+    {{"profile", "rule", "show", "x"},
+     "profile rule show: PROTOCOL is missing" SEE("profile rule show ")},
     {{"profile", "rule", "add", "x"},
      "profile rule add: PROTOCOL is missing" SEE("profile rule add ")},
     {{"profile", "rule", "add", "x", "y"},
-     "profile rule add: the rule is missing" SEE("profile rule add ")},
+     "profile rule add: \"discard\", \"peer\" or \"tunnel\" is missing" SEE("profile rule add ")},
     {{"profile", "rule", "set", "x", "y", "drop"},
-     "profile rule set: \"drop\" is no rule; write \"discard\", \"peer\" or \"tunnel\"" SEE(
+     "profile rule set: \"drop\" stands where \"discard\", \"peer\" or \"tunnel\" should" SEE(
          "profile rule set ")},
     {{"profile", "rule", "clear", "x", "y"},
      "profile rule clear: \"y\" is one word too many" SEE("profile rule clear ")},
@@ -157,26 +177,54 @@ const Wrong wrongPlaces[] = {
     {{"attach", "x", "port", "3", "4"},
      "attach: \"4\" stands where \"vlan\" should" SEE("attach ")},
     {{"attach", "x", "port", "3", "vlan", "4096"},
-     "attach: vlan: \"4096\" is no number from 0 to 4095" SEE("attach ")},
+     "attach: vlan: \"4096\" is no number from 0 to 4095, nor \"all\"" SEE("attach ")},
     {{"detach", "x", "port", "4294967296"},
      "detach: port: \"4294967296\" is no number from 0 to 4294967295" SEE("detach ")},
     {{"detach", "x", "port", ""}, "detach: the port is empty" SEE("detach ")},
     {{"port", "show"}, "port show: PORT is missing" SEE("port show ")},
-    {{"vlan", "statistics", "all"},
-     "vlan statistics: vlan: \"all\" is no number from 0 to 4095" SEE("vlan statistics ")},
+    {{"vlan", "statistics", "any"},
+     "vlan statistics: vlan: \"any\" is no number from 0 to 4095, nor \"all\"" SEE(
+         "vlan statistics ")},
     {{"feed", "3"}, "feed: FILE is missing" SEE("feed ")},
 };
 INSTANTIATE_TEST_SUITE_P(Places, WrongCommandLine, testing::ValuesIn(wrongPlaces));
 
 const Wrong wrongDaemonCommands[] = {
     {{"daemon", "message", ""}, "daemon message: the command is empty" SEE("daemon message ")},
-    {{"daemon", "running-config", "most"},
-     "daemon running-config: \"most\" stands where \"all\" or \"dynamic\" should" SEE(
-         "daemon running-config ")},
-    {{"daemon", "defaults", "now"},
-     "daemon defaults: \"now\" is one word too many" SEE("daemon defaults ")},
+    {{"running-config", "show", "most"},
+     "running-config show: \"most\" stands where \"all\" or \"dynamic\" should" SEE(
+         "running-config show ")},
+    {{"running-config", "defaults", "now"},
+     "running-config defaults: \"now\" is one word too many" SEE("running-config defaults ")},
+    {{"running-config", "save", "now"},
+     "running-config save: \"now\" is one word too many" SEE("running-config save ")},
 };
 INSTANTIATE_TEST_SUITE_P(Daemon, WrongCommandLine, testing::ValuesIn(wrongDaemonCommands));
+
+const Wrong wrongServices[] = {
+    {{"service-profile", "add", std::string(66, 'x')},
+     "service-profile add: the name "
+     "\"xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx\" is 66 bytes long; 65 "
+     "is "
+     "the most there can be" SEE("service-profile add ")},
+    {{"service-profile", "set", "x", "name", "y"},
+     "service-profile set: \"name\" stands where \"vlan-profile\" or \"l2cp-profile\" should" SEE(
+         "service-profile set ")},
+    {{"service-profile", "set", "x", "vlan-profile"},
+     "service-profile set: PROFILE is missing" SEE("service-profile set ")},
+    {{"service-profile", "unset", "x", "vlan-profile", "y"},
+     "service-profile unset: \"y\" is one word too many" SEE("service-profile unset ")},
+    {{"service-profile", "attach", "x", "interface", "2147483648"},
+     "service-profile attach: interface: \"2147483648\" is no number from 0 to 2147483647" SEE(
+         "service-profile attach ")},
+    {{"service-profile", "detach", "x", "interface", ""},
+     "service-profile detach: the interface is empty" SEE("service-profile detach ")},
+    {{"vlan-profile", "set", "x", "interface", "3", "svid", "4095"},
+     "vlan-profile set: svid: \"4095\" is no number from 1 to 4094" SEE("vlan-profile set ")},
+    {{"vlan-profile", "unset", "x", "3"},
+     "vlan-profile unset: \"3\" stands where \"interface\" should" SEE("vlan-profile unset ")},
+};
+INSTANTIATE_TEST_SUITE_P(Services, WrongCommandLine, testing::ValuesIn(wrongServices));
 
 TEST(Program, RefusesMessagesLongerThanARequestCarries) {
   const auto [status, out, err] = outcome({"daemon", "message", "x", std::string(32001, 'y')});
@@ -196,8 +244,31 @@ TEST(Program, TakesWordsThatLookLikeOptionsBehindTwoDashes) {
 
 TEST(Program, TakesNegativeNumbersForWords) {
   EXPECT_EQ(outcome({"vlan", "statistics", "-1"}).err,
-            "l2cpctl: error: vlan statistics: vlan: \"-1\" is no number from 0 to 4095; see "
-            "\"l2cpctl vlan statistics --help\"\n");
+            "l2cpctl: error: vlan statistics: vlan: \"-1\" is no number from 0 to 4095, nor "
+            "\"all\"; see \"l2cpctl vlan statistics --help\"\n");
+}
+
+TEST(Program, GivesItsExamplesAsCommandsThatItTakes) {
+  for (const Command* command : commandsWith("")) {
+    std::istringstream example{std::string(command->example)};
+    CommandLine line;
+    for (std::string word; example >> word;) line.push_back(word);
+    ASSERT_EQ(line.front(), "l2cpctl");
+    line.erase(line.begin());
+    // To be understood is all that can be expected without a daemon.
+    line.insert(line.begin(), {"-s", "256.0.0.1"});
+    EXPECT_NE(outcome(line).status, 0) << command->example;
+    EXPECT_THAT(outcome(line).err, testing::Not(HasSubstr("--help"))) << command->example;
+  }
+}
+
+TEST(Program, TakesAbbreviatedCommands) {
+  EXPECT_EQ(outcome({"prof", "li", "x"}).err,
+            "l2cpctl: error: profile list: \"x\" is one word too many; see \"l2cpctl profile list "
+            "--help\"\n");
+  EXPECT_EQ(outcome({"vlan", "s"}).err,
+            "l2cpctl: error: vlan statistics: VID is missing; see \"l2cpctl vlan statistics "
+            "--help\"\n");
 }
 
 TEST(Program, ShowsItsVersion) {
@@ -214,14 +285,18 @@ TEST(Help, OfTheProgramNamesCommandsAndOptions) {
   EXPECT_EQ(status, 0);
   EXPECT_EQ(err, "");
   EXPECT_THAT(out, StartsWith("Usage: l2cpctl [OPTIONS] COMMAND\n"));
+  for (const Noun* noun : allNouns()) {
+    EXPECT_THAT(out, HasSubstr("\n  " + std::string(noun->name) + " "));
+  }
   for (const char* part :
-       {"\n  protocol  ", "\n  profile   ", "\n  attach    ", "\n  detach    ", "\n  port      ",
-        "\n  vlan      ", "\n  feed      ", "\n  daemon    ", "\n  -s,--server ADDRESS ",
-        "\n  -t,--timeout SECONDS ", "\n  -q,--quiet ", "\n  -V,--version ", "\n  -h,--help ",
-        "\nExample:\n  l2cpctl "}) {
+       {"\n  -s,--server ADDRESS ", "\n  -t,--timeout SECONDS ", "\n  --wait SECONDS ",
+        "\n  -o,--oneline ", "\n  -j,--json ", "\n  -p,--pretty ", "\n  --color WHEN ",
+        "\n  -q,--quiet ", "\n  -V,--version ", "\n  -h,--help ", "\nExample:\n  l2cpctl "}) {
     EXPECT_THAT(out, HasSubstr(part));
   }
 }
+
+TEST(Help, IsShownWithoutAnyWords) { EXPECT_EQ(outcome({}).out, outcome({"--help"}).out); }
 
 TEST(Help, OfANounNamesItsCommands) {
   const auto [status, out, err] = outcome({"profile", "rule", "-h"});
@@ -240,6 +315,8 @@ TEST(Help, OfANounNamesItsCommands) {
             "      Deletes all rules of a profile.\n"
             "  profile rule list PROFILE\n"
             "      Lists the rules of a profile, in the protocols' name order.\n"
+            "  profile rule show PROFILE {PROTOCOL | position N}\n"
+            "      Shows one rule of a profile.\n"
             "\n"
             "Example:\n"
             "  l2cpctl profile rule add customer LLDP tunnel\n"
@@ -259,38 +336,11 @@ TEST(Help, OfACommandSaysWhatAUserHasToKnow) {
 }
 
 TEST(Help, OfEveryCommandHasASynopsisAndAnExample) {
-  const CommandLine commands[] = {{"protocol", "list"},
-                                  {"protocol", "show"},
-                                  {"protocol", "add"},
-                                  {"protocol", "delete"},
-                                  {"protocol", "rename"},
-                                  {"protocol", "set"},
-                                  {"protocol", "statistics"},
-                                  {"profile", "list"},
-                                  {"profile", "show"},
-                                  {"profile", "add"},
-                                  {"profile", "delete"},
-                                  {"profile", "set"},
-                                  {"profile", "statistics"},
-                                  {"profile", "status"},
-                                  {"profile", "rule", "add"},
-                                  {"profile", "rule", "set"},
-                                  {"profile", "rule", "delete"},
-                                  {"profile", "rule", "clear"},
-                                  {"profile", "rule", "list"},
-                                  {"attach"},
-                                  {"detach"},
-                                  {"port", "show"},
-                                  {"port", "statistics"},
-                                  {"vlan", "statistics"},
-                                  {"feed"},
-                                  {"daemon", "status"},
-                                  {"daemon", "running-config"},
-                                  {"daemon", "defaults"},
-                                  {"daemon", "message"}};
-  for (CommandLine line : commands) {
-    std::string name;
-    for (const std::string& word : line) name += (name.empty() ? "" : " ") + word;
+  for (const Command* command : commandsWith("")) {
+    const std::string name(command->name);
+    CommandLine line;
+    std::istringstream words(name);
+    for (std::string word; words >> word;) line.push_back(word);
     line.emplace_back("--help");
     const auto [status, out, err] = outcome(line);
     EXPECT_EQ(status, 0) << name;
@@ -303,6 +353,9 @@ TEST(Help, OfEveryCommandHasASynopsisAndAnExample) {
 TEST(Help, IsAlsoAskedForByAWordInPlaceOfACommand) {
   EXPECT_EQ(outcome({"help"}).out, outcome({"--help"}).out);
   EXPECT_EQ(outcome({"port", "help"}).out, outcome({"port", "--help"}).out);
+  EXPECT_EQ(outcome({"help", "profile"}).out, outcome({"profile", "--help"}).out);
+  EXPECT_EQ(outcome({"help", "prof", "ru", "del"}).out,
+            outcome({"profile", "rule", "delete", "--help"}).out);
   EXPECT_EQ(outcome({"-h", "port", "show", "whatever"}).out, outcome({"port", "show", "-h"}).out);
 }
 

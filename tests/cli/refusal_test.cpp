@@ -102,5 +102,34 @@ TEST(DaemonError, HasNameAndAdvice) {
             "error 3: this error is unknown here; the daemon may be newer than this program");
 }
 
+std::string resultAnswer(control_result result) {
+  try {
+    acceptResult(result, {{-17, "another time"}});
+  } catch (const Refused& refused) {
+    return refused.what();
+  }
+  return "accepted";
+}
+
+TEST(ProfileError, HasNameAndAdviceOfItsOwn) {
+  std::set<std::string_view> names;
+  std::set<std::string_view> advices;
+  for (const control_result result : {0, -2, -9, -16, -17, -19, -20, -22, -64, -99}) {
+    EXPECT_TRUE(names.insert(resultName(result)).second) << result;
+    EXPECT_TRUE(advices.insert(resultAdvice(result)).second) << result;
+  }
+  EXPECT_FALSE(names.contains(""));
+}
+
+TEST(ProfileError, IsThrownWithNameAndAdvice) {
+  EXPECT_EQ(resultAnswer(0), "accepted");
+  EXPECT_EQ(resultAnswer(-99),
+            "NO_SVID: the VLAN profile has no S-VID for the interface; give it one with \"l2cpctl "
+            "vlan-profile set\"");
+  EXPECT_EQ(resultAnswer(-17), "EXISTS: another time");
+  EXPECT_EQ(resultAnswer(-5),
+            "error -5: this error is unknown here; the daemon may be newer than this program");
+}
+
 }  // namespace
 }  // namespace cli

@@ -3,7 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "cli/failure.h"
@@ -101,27 +106,9 @@ TEST(MacAddress, OfAnotherFormIsRefused) {
   }
 }
 
-// ---- Words with few values ----
-
-TEST(Rule, IsReadByItsName) {
-  EXPECT_EQ(parseRule("discard"), RPC_L2CP_RULE_DISCARD);
-  EXPECT_EQ(parseRule("peer"), RPC_L2CP_RULE_PEER);
-  EXPECT_EQ(parseRule("tunnel"), RPC_L2CP_RULE_TUNNEL);
-  EXPECT_EQ(refusal([] { parseRule("drop"); }),
-            "\"drop\" is no rule; write \"discard\", \"peer\" or \"tunnel\"");
-  EXPECT_NE(refusal([] { parseRule(""); }), "taken");
-}
-
 TEST(Rule, UnknownToThisProgramIsShownByItsNumber) {
   EXPECT_EQ(ruleText(static_cast<rpc_l2cp_rule>(3)), "rule 3");
   EXPECT_EQ(ruleText(RPC_L2CP_RULE_LOWEST), "rule -2147483648");
-}
-
-TEST(Switch, IsOnOrOff) {
-  EXPECT_TRUE(parseSwitch("on", "protect"));
-  EXPECT_FALSE(parseSwitch("off", "protect"));
-  EXPECT_EQ(refusal([] { parseSwitch("yes", "protect"); }),
-            "protect: \"yes\" is neither \"on\" nor \"off\"");
 }
 
 // ---- Names ----
@@ -208,6 +195,68 @@ TEST(NameText, QuotesWhatCouldBeMisread) {
   EXPECT_EQ(nameText("say \"x\""), "\"say \\\"x\\\"\"");
   EXPECT_EQ(nameText("a\\x41"), "\"a\\\\x41\"");
   EXPECT_EQ(nameText("a\x1b"), "a\\x1b");
+}
+
+TEST(UnicodeText, ReplacesOnlyBytesThatAreNotUtf8) {
+  EXPECT_EQ(unicodeText("gr\xc3\xbc\xc3\x9f \x1b\n\xe2\x80\xae"),
+            "gr\xc3\xbc\xc3\x9f \x1b\n\xe2\x80\xae");
+  EXPECT_EQ(unicodeText("a\xff\xc3"), "a\\xff\\xc3");
+  EXPECT_EQ(unicodeText(""), "");
+}
+
+TEST(ShellText, LeavesAloneWhatNoShellTakesForMore) {
+  for (const char* plain : {"LLDP", "01:80:c2:00:00:0e", "a_b-c.d/e,f+g@h%i=j", "0"}) {
+    EXPECT_EQ(shellText(plain), plain);
+  }
+}
+
+TEST(ShellText, QuotesWhatAShellWouldTakeForMore) {
+  EXPECT_EQ(shellText(""), "''");
+  EXPECT_EQ(shellText("my net"), "'my net'");
+  EXPECT_EQ(shellText("it's $HOME `x` \\ \"y\" ~ * ! #"), "'it'\\''s $HOME `x` \\ \"y\" ~ * ! #'");
+  EXPECT_EQ(shellText("caf\xc3\xa9"), "'caf\xc3\xa9'");
+}
+
+TEST(ShellText, WritesWhatCouldHarmATerminalInOctalDigits) {
+  EXPECT_EQ(shellText("\x1b[2J9"), "$'\\033[2J9'");
+  EXPECT_EQ(shellText("line\nline"), "$'line\\012line'");
+  EXPECT_EQ(shellText("\xff\x80"), "$'\\377\\200'");
+  // NOLINTNEXTLINE(misc-misleading-bidirectional): what is tested
+  EXPECT_EQ(shellText("\xe2\x80\xae"), "$'\\342\\200\\256'");
+  EXPECT_EQ(shellText("it's \\ \x07 caf\xc3\xa9"), "$'it\\'s \\\\ \\007 caf\xc3\xa9'");
+}
+
+TEST(ShellText, IsReadBackByAShell) {
+  const std::string texts[] = {"",
+                               "my net",
+                               "it's",
+                               "$HOME `ls` $(ls)",
+                               "a\\b \"c\"",
+                               "a\nb'",
+                               "\x1b[2J\\9'",
+                               "\xff"
+                               "1",
+                               "caf\xc3\xa9 \xe2\x80\xae!",
+                               "~ #*"};
+  std::string script = "printf '%s|'";
+  std::string expected;
+  for (const std::string& text : texts) {
+    script += ' ' + shellText(text);
+    expected += text + '|';
+  }
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::tmpfile(), std::fclose);
+  const int output = fileno(file.get());
+  const pid_t shell = fork();
+  if (shell == 0) {
+    dup2(output, STDOUT_FILENO);
+    execlp("bash", "bash", "-c", script.c_str(), nullptr);
+    _exit(127);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(shell, &status, 0), shell);
+  std::string read(expected.size() + 1, '\0');
+  read.resize(static_cast<std::size_t>(pread(output, read.data(), read.size(), 0)));
+  EXPECT_EQ(read, expected);
 }
 
 // ---- Other values as text ----

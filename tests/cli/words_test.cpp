@@ -30,11 +30,12 @@ TEST(Words, AreTakenInOrder) {
 
 TEST(Words, AreTakenOnlyIfTheyAreTheRightOnes) {
   Words words({"port", "3"});
+  EXPECT_EQ(words.size(), 2U);
   EXPECT_FALSE(words.takeIf("vlan"));
   EXPECT_FALSE(words.takeIf("por"));
   EXPECT_TRUE(words.takeIf("port"));
   EXPECT_EQ(problem([&] { words.expect("vlan"); }), "\"3\" stands where \"vlan\" should");
-  words.expect("3");
+  EXPECT_EQ(words.take("PORT"), "3");
   EXPECT_FALSE(words.takeIf("port"));
   EXPECT_EQ(problem([&] { words.expect("vlan"); }), "\"vlan\" is missing");
 }
@@ -44,10 +45,46 @@ TEST(Words, LeftOverAreNamed) {
   EXPECT_EQ(problem([&] { words.end(); }), "\"left\\x1b\" is one word too many");
 }
 
+TEST(Words, ThatAreKeywordsMayBeAbbreviated) {
+  Words words({"p", "vl", "protect", "dyn"});
+  EXPECT_TRUE(words.takeIf("port"));
+  words.expect("vlan");
+  EXPECT_EQ(words.choose({"protect", "protected"}), "protect");
+  EXPECT_EQ(words.choose({"protect", "dynamic"}), "dynamic");
+  EXPECT_TRUE(words.empty());
+}
+
+TEST(Words, ThatCouldBeSeveralKeywordsAreLeftAndNameThem) {
+  Words words({"pro"});
+  EXPECT_EQ(problem([&] {
+              words.choose({"profile", "port", "protocol"});
+            }),
+            R"("pro" could be "profile" or "protocol")");
+  EXPECT_EQ(words.front(), "pro");
+}
+
 TEST(Words, ThatShouldBeOneOfSeveralAreAskedFor) {
-  EXPECT_EQ(problem([] { Words({}).expectOneOf("x or y"); }), "x or y is missing");
-  EXPECT_EQ(problem([] { Words({"z"}).expectOneOf("x or y"); }),
-            "\"z\" stands where x or y should");
+  EXPECT_EQ(problem([] { Words({}).choose({"x", "y", "z"}); }), R"("x", "y" or "z" is missing)");
+  EXPECT_EQ(problem([] {
+              Words({"a"}).choose({"x", "y"});
+            }),
+            R"("a" stands where "x" or "y" should)");
+  EXPECT_EQ(problem([] { Words({""}).choose({"x"}); }), R"("" stands where "x" should)");
+}
+
+TEST(Words, ThatAreNearlyRightAreSuggested) {
+  EXPECT_EQ(problem([] {
+              Words({"protcet"}).choose({"protect", "dynamic"});
+            }),
+            R"("protcet" stands where "protect" or "dynamic" should (did you mean "protect"?))");
+}
+
+TEST(Keywords, StandInAnyOrderOnceEach) {
+  Words words({"dyn", "protect", "d"});
+  Keywords keywords({"protect", "dynamic"});
+  EXPECT_EQ(keywords.take(words), "dynamic");
+  EXPECT_EQ(keywords.take(words), "protect");
+  EXPECT_EQ(problem([&] { keywords.take(words); }), R"("dynamic" stands there twice)");
 }
 
 }  // namespace

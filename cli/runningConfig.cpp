@@ -1,0 +1,64 @@
+#include <span>
+#include <string>
+#include <vector>
+
+#include "cli/command.h"
+#include "cli/failure.h"
+#include "cli/refusal.h"
+#include "cli/value.h"
+
+namespace cli {
+
+namespace {
+
+void show(Context& context) {
+  control_config_mode mode = CONTROL_CONFIG_DIFFERENCES;
+  if (!context.words.empty()) {
+    mode = context.words.choose({"all", "dynamic"}) == "all" ? CONTROL_CONFIG_ALL
+                                                             : CONTROL_CONFIG_DYNAMIC;
+  }
+  context.words.end();
+  const auto config = context.client.control<control_running_config_1>(mode);
+  accept(config->error);
+  const std::span lines(config->lines.lines_val, config->lines.lines_len);
+  context.output.lines(std::vector<std::string>(lines.begin(), lines.end()));
+}
+
+void save(Context& context) {
+  context.words.end();
+  const auto saved = context.client.control<control_save_1>();
+  if (saved->error == CONTROL_ERR_FAILED) {
+    throw Refused("FAILED: " + safeText(saved->text) +
+                  "; the daemon writes to the file that its configuration names as \"startup\"");
+  }
+  accept(saved->error);
+  context.output.show({"script", "scripts", {{"saved"}}, {{nameValue(saved->text)}}});
+}
+
+void defaults(Context& context) {
+  context.words.end();
+  accept(context.client.control<control_apply_defaults_1>());
+}
+
+constexpr Command commands[] = {
+    {"running-config show", "[all|dynamic]", "Shows the running configuration as command lines.",
+     "Without a word, what differs from the defaults; with \"all\", everything; with\n"
+     "\"dynamic\", the dynamic profiles alone.",
+     "l2cpctl running-config show all", show},
+    {"running-config save", "", "Saves it as the script that the daemon replays when it starts.",
+     "The file's name is shown. What was saved before is kept beside it, as NAME.old.",
+     "l2cpctl running-config save", save},
+    {"running-config defaults", "",
+     "Removes attachments, unprotected profiles and added protocols.",
+     "Built-in protocols that are missing are added. Protected profiles stay, and so do changes "
+     "of\n"
+     "built-in protocols.",
+     "l2cpctl running-config defaults", defaults},
+};
+
+}  // namespace
+
+constinit const Noun runningConfigNoun{"running-config", "The running configuration: show, save",
+                                       commands};
+
+}  // namespace cli
