@@ -12,7 +12,6 @@
 
 namespace {
 
-constexpr std::size_t longestL2cpProfileName = 33;
 constexpr int notAttachedOnVlan = 20;
 constexpr int noSvidToApply = 99;
 constexpr int noSvidToUnApply = 64;
@@ -61,7 +60,6 @@ struct Runner {
 
   int operator()(const script::Protocol& command) const {
     const char* const name = command.name.c_str();
-    if (command.name.empty()) return -EINVAL;
     if (module().settings.protocols.contains(command.name)) {
       script::Mac mac = command.mac;
       module().protoSetMac(name, mac.data());
@@ -76,7 +74,6 @@ struct Runner {
   }
 
   int operator()(const script::L2cpProfile& command) const {
-    if (command.name.empty() || command.name.size() > longestL2cpProfileName) return -EINVAL;
     return unless(-EEXIST, module().profileAdd(command.name.c_str(), false, false));
   }
   int operator()(const script::NoL2cpProfile& command) const {

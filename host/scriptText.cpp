@@ -2,6 +2,8 @@
 
 #include <fmt/core.h>
 
+#include <variant>
+
 #include "script/script.h"
 
 namespace {
@@ -9,7 +11,7 @@ namespace {
 std::string enteringCommand(const CliMode& mode) {
   switch (mode.id()) {
     case scriptingProductDefs::CLI_MODE_L2CP_PROFILE:
-      return "l2cp-profile " + mode.name();
+      return script::text(script::L2cpProfile{l2cpProfileOf(mode)});
     case scriptingProductDefs::CLI_MODE_VLAN_PROFILE:
       return "vlan-profile " + mode.name();
     case scriptingProductDefs::CLI_MODE_SERVICE_PROFILE:
@@ -20,7 +22,7 @@ std::string enteringCommand(const CliMode& mode) {
   return {};
 }
 
-std::string withoutControlCharacters(const std::string& text) {
+std::string comment(const std::string& text) {
   std::string safe;
   for (const char c : text) {
     const auto byte = static_cast<unsigned char>(c);
@@ -59,12 +61,12 @@ class Writer {
 
   bool add(const std::string& line) {
     try {
-      reader_.read(line);
-      lines_.push_back(line);
+      // The reader does not look into comments, which may hold any name.
+      const bool isComment = std::holds_alternative<script::Nothing>(reader_.read(line));
+      lines_.push_back(isComment ? comment(line) : line);
       return true;
     } catch (const script::Problem& problem) {
-      lines_.push_back(
-          fmt::format("! left out ({}): {}", problem.what(), withoutControlCharacters(line)));
+      lines_.push_back(comment(fmt::format("! left out ({}): {}", problem.what(), line)));
       return false;
     }
   }
@@ -76,6 +78,12 @@ class Writer {
 };
 
 }  // namespace
+
+std::string l2cpProfileOf(const CliMode& mode) {
+  const std::string& name = mode.name();
+  const bool quoted = name.find(' ') != std::string::npos;
+  return quoted ? name.substr(1, name.size() - 2) : name;
+}
 
 std::vector<std::string> scriptText(const std::list<CliCommand>& commands) {
   Writer writer;

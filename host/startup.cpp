@@ -5,12 +5,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <string_view>
 #include <utility>
+#include <variant>
 
 #include "host/profiles.h"
 #include "host/scriptRunner.h"
@@ -74,10 +77,18 @@ std::string keepPrevious(const std::string& path) {
   if (::link(path.c_str(), link.c_str()) != 0) {
     return errno == ENOENT ? "" : failure("keep the previous", path);
   }
-  if (rename(link.c_str(), old.c_str()) != 0) return failure("rename", link);
-  // Two names of one file are not renamed.
+  std::string problem;
+  if (rename(link.c_str(), old.c_str()) != 0) problem = failure("rename", link);
+  // Also after success: two names of one file are not renamed.
   unlink(link.c_str());
-  return {};
+  return problem;
+}
+
+// A script is read and replaced as a whole, which no device, pipe or folder can be.
+bool isSomethingElse(const std::string& path) {
+  std::error_code error;
+  const auto status = std::filesystem::status(path, error);
+  return std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
 }
 
 struct Statement {
@@ -90,28 +101,56 @@ struct Script {
   std::vector<std::string> problems;
 };
 
+// A reader in the mode that a line was to enter, if it was.
+script::Reader inModeOf(std::string_view line) {
+  constexpr std::string_view blanks = " \t";
+  line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
+  const std::string word(line.substr(0, line.find_first_of(blanks)));
+  script::Reader reader;
+  if (word == "l2cp-profile" || word == "vlan-profile" || word == "service-profile") {
+    reader.read(word + " unknown");
+  }
+  return reader;
+}
+
 Script parse(const std::string& path, std::istream& file) {
   Script script;
   script::Reader reader;
-  // After a mode that could not be entered, up to its exit.
+  // In a mode that could not be entered.
   bool skipping = false;
   std::string line;
   for (std::size_t number = 1; std::getline(file, line); ++number) {
-    const bool indented = !line.empty() && line.front() == ' ';
-    if (skipping && (indented || line == "exit")) {
-      skipping = indented;
-      continue;
-    }
-    skipping = false;
     try {
-      script.statements.push_back({number, reader.read(line)});
+      script::Command command = reader.read(line);
+      if (!skipping && !std::holds_alternative<script::Nothing>(command)) {
+        script.statements.push_back({number, std::move(command)});
+      }
     } catch (const script::Problem& problem) {
       script.problems.push_back(fmt::format("{}:{}: {}", path, number, problem.what()));
-      skipping = reader.mode() == script::Mode::configuration;
+      if (reader.mode() == script::Mode::configuration) {
+        reader = inModeOf(line);
+        skipping = true;
+      }
     }
+    if (reader.mode() == script::Mode::configuration) skipping = false;
   }
   if (file.bad()) script.problems.push_back(fmt::format("{}: cannot be read", path));
   return script;
+}
+
+bool isMode(const script::Command& command) {
+  return std::holds_alternative<script::L2cpProfile>(command) ||
+         std::holds_alternative<script::VlanProfile>(command) ||
+         std::holds_alternative<script::ServiceProfile>(command);
+}
+
+// The factory configuration, also of protocols that are built in: those the module leaves as they
+// are, and protocols whose use by a profile it has not forgotten.
+void restoreDefaults() {
+  L2CP& module = singleton<L2CP>::instance();
+  profiles::clear();
+  module.applyDefaultSettings();
+  module.settings.protocols = L2CP::Settings().protocols;
 }
 
 }  // namespace
@@ -121,23 +160,25 @@ namespace startup {
 std::string save(const std::string& path, const std::vector<std::string>& lines) {
   std::string contents;
   for (const std::string& line : lines) contents += line + "\n";
+  if (isSomethingElse(path)) return fmt::format("{} is not a regular file", path);
   const std::string fresh = path + ".new";
   std::string problem = writeWhole(fresh, contents);
   if (problem.empty()) problem = keepPrevious(path);
+  if (problem.empty() && rename(fresh.c_str(), path.c_str()) != 0) {
+    problem = failure("rename", fresh);
+  }
   if (!problem.empty()) {
     unlink(fresh.c_str());
     return problem;
   }
-  if (rename(fresh.c_str(), path.c_str()) != 0) return failure("rename", fresh);
   const File folder(folderOf(path), O_RDONLY | O_DIRECTORY);
   return folder.isOpen() && folder.sync() ? "" : failure("sync the folder of", path);
 }
 
 Replay replay(const std::string& path, Strictness strictness) {
   Replay result;
-  std::error_code error;
-  if (std::filesystem::is_directory(path, error)) {
-    result.problems.push_back(fmt::format("{}: is a directory", path));
+  if (isSomethingElse(path)) {
+    result.problems.push_back(fmt::format("{}: is not a regular file", path));
     return result;
   }
   std::ifstream file(path, std::ios::binary);
@@ -151,16 +192,23 @@ Replay replay(const std::string& path, Strictness strictness) {
   result.problems = std::move(script.problems);
   const bool strict = strictness == Strictness::nothing;
   if (strict && !result.problems.empty()) return result;
+  // In a mode whose object could not be made.
+  bool skipping = false;
   for (const auto& [line, command] : script.statements) {
+    if (std::holds_alternative<script::Exit>(command)) {
+      skipping = false;
+      continue;
+    }
+    if (skipping) continue;
     const std::string refusal = runCommand(command);
     if (refusal.empty()) {
       ++result.commands;
       continue;
     }
     result.problems.push_back(fmt::format("{}:{}: {}", path, line, refusal));
+    skipping = isMode(command);
     if (strict) {
-      profiles::clear();
-      singleton<L2CP>::instance().applyDefaultSettings();
+      restoreDefaults();
       result.commands = 0;
       return result;
     }

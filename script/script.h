@@ -185,6 +185,10 @@ class Reader {
 /// else.
 std::string nameText(std::string_view name);
 
+/// Whether commands can write a name so that it reads back. They cannot if it has a quotation mark
+/// before a blank and has to be quoted, or a control character.
+bool isWritable(std::string_view name);
+
 /// The words of a line. Throws Problem for a control character or a quotation without end.
 std::vector<std::string> split(std::string_view line);
 

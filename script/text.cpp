@@ -108,6 +108,15 @@ std::string nameText(std::string_view name) {
   return plain ? std::string(name) : fmt::format("\"{}\"", name);
 }
 
+bool isWritable(std::string_view name) {
+  try {
+    const std::vector<std::string> words = split(nameText(name));
+    return words.size() == 1 && words.front() == name;
+  } catch (const Problem&) {
+    return false;
+  }
+}
+
 std::string text(const Command& command) { return std::visit(Writer{}, command); }
 
 }  // namespace script

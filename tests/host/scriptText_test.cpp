@@ -4,6 +4,7 @@
 
 #include <list>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -73,8 +74,25 @@ TEST(ScriptText, LineThatDoesNotReadBackIsAComment) {
 }
 
 TEST(ScriptText, ModeThatCannotBeEnteredIsACommentAndItsLinesAreGone) {
-  EXPECT_EQ(scriptText({line(inner("\"P"), "no protocol \"a\""), line(outer(), "! behind")}),
-            (Lines{"! left out (a quotation does not end): l2cp-profile \"P", "! behind"}));
+  EXPECT_EQ(scriptText({line(inner("\"P\" Q\""), "no protocol \"a\""), line(outer(), "! behind")}),
+            (Lines{"! left out (there are words too many): l2cp-profile \"P\" Q\"", "! behind"}));
+}
+
+TEST(ScriptText, NameOfAnL2cpProfileIsWrittenSoThatItReadsBack) {
+  // What the module writes, and what has to be written. It quotes names with blanks alone.
+  const std::pair<const char*, const char*> names[] = {
+      {"gold", "gold"}, {"\"two words\"", "\"two words\""}, {"\"quoted\"", "\"\"quoted\"\""},
+      {"\"", "\"\"\""}, {"tab\there", "\"tab\there\""},     {"", "\"\""},
+  };
+  for (const auto& [written, expected] : names) {
+    EXPECT_EQ(scriptText({line(inner(written), "")}),
+              (Lines{std::string("l2cp-profile ") + expected, "exit"}));
+  }
+}
+
+TEST(ScriptText, CommentsCannotHoldALine) {
+  EXPECT_EQ(scriptText({line(outer(), "! a\nattach P port 1"), line(inner("P"), "! b\rattach")}),
+            (Lines{"! a\\x0aattach P port 1", "l2cp-profile P", " ! b\\x0dattach", "exit"}));
 }
 
 }  // namespace

@@ -223,4 +223,13 @@ TEST(Names, ReadBackUnlessTheyHoldAQuotationMarkBeforeABlank) {
   EXPECT_THROW(Reader().read(script::text(script::Attach{"a\" b", 3})), script::Problem);
 }
 
+TEST(Names, AreWritableIfTheyReadBack) {
+  for (const char* name : {"x", "", "two words", "a\"b", "\"x", "\"", "\"\"", "tab\there", "! x"}) {
+    EXPECT_TRUE(script::isWritable(name)) << name;
+  }
+  for (const char* name : {"a\" b", "\" ", "a\nb", "\x7f", "\x1b[31m"}) {
+    EXPECT_FALSE(script::isWritable(name)) << name;
+  }
+}
+
 }  // namespace
