@@ -2,32 +2,58 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <stdexcept>
 #include <string>
 
-/// What l2cpd reads from its configuration file.
+/// What l2cpd reads from its configuration file; what it has before it has read any.
 struct Config {
+  struct Port {
+    std::string name;            ///< the interface's unless the file says otherwise
+    std::string interface = {};  ///< a device; empty for none
+    std::set<int> vlans = {};
+
+    bool operator==(const Port&) const = default;
+  };
+
+  /// Names of the profiles that make up a service; an empty one for none.
+  struct ServiceProfile {
+    std::string vlanProfile = {};
+    std::string l2cpProfile = {};
+
+    bool operator==(const ServiceProfile&) const = default;
+  };
+
+  Config();
+  bool operator==(const Config&) const = default;
+
   std::string bridge = "br0";
-  /// Names for port numbers.
-  std::map<std::uint32_t, std::string> ports;
-  /// The script that is replayed at the start and written by saving; empty: none.
+  std::string classifier = "software";
+  /// Path of the script that is replayed at the start and written by saving; empty for none.
   std::string startup;
+  /// Path of the lock file; empty for none.
+  std::string lock;
+  /// Whether the file names them. They need not be usable if it does not.
+  bool isStartupChosen = false;
+  bool isLockChosen = false;
+  std::map<std::uint32_t, Port> ports;
+  /// S-VIDs by port, by the name of the VLAN profile.
+  std::map<std::string, std::map<int, int>> vlanProfiles;
+  std::map<std::string, ServiceProfile> serviceProfiles;
 };
 
-/// A configuration file that cannot be used. The text names the file and, where there is one, the
-/// line, and says what is wrong.
+/// A configuration file that cannot be used. The text is one line: it names the file and, where
+/// there is one, the line, and says what is wrong.
 class ConfigError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// Reads a TOML file:
-///
-///     bridge = "br0"        # 1 to 15 bytes, no "/", ":" and white space, as for any Linux device
-///
-///     [[port]]
-///     number = 3            # 0 to 4294967295, once
-///     name = "uplink"       # 1 to 64 bytes without control characters, once, no number
-///
-/// Everything may be left out. Throws ConfigError, also for keys that it does not know.
+/// Reads a TOML file as packaging/l2cpd.toml shows one. Everything may be left out. Throws
+/// ConfigError, also for keys that it does not know, for what is there twice and for VLAN profiles
+/// that are named and not there.
 Config readConfig(const std::string& path);
+
+/// The file that is read: `named`, or if that is empty the one that is installed; empty if there is
+/// none.
+std::string configFile(const std::string& named);

@@ -199,12 +199,12 @@ control_status* control_status_1_svc(svc_req* /*request*/) {
     state.entityNames.push_back(entity.name);
     state.entities.push_back({wireText(state.entityNames.back()), entity.running});
   }
-  for (const auto& [number, name] : state.config.ports) {
-    state.ports.push_back({number, wireText(name)});
+  for (const auto& [number, port] : state.config.ports) {
+    state.ports.push_back({number, wireText(port.name)});
   }
   result.release = wireText(hostVersion);
   result.bridge = wireText(singleton<itbridge>::instance().bridgeNameGet());
-  result.classifier = wireText("software");
+  result.classifier = wireText(state.config.classifier);
   result.pid = static_cast<u_int>(getpid());
   result.uptime = static_cast<u_int>(std::chrono::duration_cast<std::chrono::seconds>(
                                          std::chrono::steady_clock::now() - state.begin)

@@ -131,6 +131,7 @@ class Daemon {
     const auto [commands, problems] =
         startup::replay(config_.startup, startup::Strictness::skipLines);
     for (const std::string& line : problems) hostlog::warning("startup", "{}", line);
+    if (commands == 0 && problems.empty()) return;
     hostlog::information("startup", "{}: {} commands, {} problems", config_.startup, commands,
                          problems.size());
   }

@@ -20,6 +20,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <utility>
 
@@ -57,8 +58,9 @@ void enterNamespaces() {
   write("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
 }
 
-void mountOn(const char* target, const char* source, const char* type, unsigned long flags) {
-  if (mount(source, target, type, flags, nullptr) != 0) unavailable(std::string("mount ") + target);
+void mountOn(const char* target, const char* source, const char* type, unsigned long flags,
+             const char* options = nullptr) {
+  if (mount(source, target, type, flags, options) != 0) unavailable(std::string("mount ") + target);
 }
 
 // The devices that programs may count on, and room for the system log's socket.
@@ -78,6 +80,11 @@ void makeDevices() {
     }
   }
   mountOn("/dev", "/run/dev", nullptr, MS_BIND | MS_REC);
+}
+
+// The machine's own configuration of the daemon is as good as empty here.
+void hideConfiguration() {
+  if (access(L2CPD_CONFIG, F_OK) == 0) mountOn(L2CPD_CONFIG, "/dev/null", nullptr, MS_BIND);
 }
 
 void raiseLoopback() {
@@ -270,7 +277,9 @@ World::World() {
   // What is mounted from here on stays here.
   mountOn("/", "none", nullptr, MS_REC | MS_PRIVATE);
   mountOn("/run", "none", "tmpfs", 0);
+  mountOn("/var/lib", "none", "tmpfs", 0);
   makeDevices();
+  hideConfiguration();
   raiseLoopback();
   openSystemLog();
   setLeakOptions();
@@ -332,6 +341,16 @@ std::string World::file(const std::string& name, std::string_view contents) {
   const std::string path = "/run/" + name;
   std::ofstream(path, std::ios::binary) << contents;
   return path;
+}
+
+void World::installConfiguration(std::string_view contents) {
+  const std::string folder = std::filesystem::path(L2CPD_CONFIG).parent_path();
+  for (const char* part : {"/run/configuration", "/run/configuration.work"}) mkdir(part, 0755);
+  const std::string layers =
+      "lowerdir=" + folder + ",upperdir=/run/configuration,workdir=/run/configuration.work";
+  mountOn(folder.c_str(), "none", "overlay", 0, layers.c_str());
+  unlink(L2CPD_CONFIG);
+  std::ofstream(L2CPD_CONFIG, std::ios::binary) << contents;
 }
 
 }  // namespace support

@@ -1,8 +1,9 @@
 #pragma once
 
 /// A world of its own for tests that run real programs: a network with nothing but loopback, an
-/// empty /run, a system log, a port mapper. Needs root or user namespaces, and the programs rpcbind
-/// and l2cpd. Nothing in it is seen outside, so that such tests may run side by side.
+/// empty /run and /var/lib, no configuration file of the daemon, a system log, a port mapper. Needs
+/// root or user namespaces, and the programs rpcbind and l2cpd. Nothing in it is seen outside, so
+/// that such tests may run side by side.
 
 #include <sys/types.h>
 
@@ -133,7 +134,7 @@ class World {
   /// The path of l2cpd.
   static const char* daemonProgram();
 
-  /// What programs write to the system log: "<14>Nov 21 02:23:10 l2cpd: text".
+  /// What programs write to the system log: "<30>Nov 21 02:23:10 l2cpd[7]: text".
   const Lines& systemLog() const { return *systemLog_; }
 
   /// Has a leak sanitizer pass over what this function allocates, in programs started from now on.
@@ -141,6 +142,10 @@ class World {
 
   /// A file of that name and contents in this world. Returns its path.
   static std::string file(const std::string& name, std::string_view contents);
+
+  /// Makes the daemon's configuration file where an installation has it, L2CPD_CONFIG. To be called
+  /// once. Throws Unavailable.
+  static void installConfiguration(std::string_view contents);
 
  private:
   void openSystemLog();

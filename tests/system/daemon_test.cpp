@@ -251,7 +251,8 @@ TEST_P(Stop, SecondDaemonTakesTheProgramsOver) {
   world().startDaemon();
   const client::Service first("tcp");
   EXPECT_EQ(first.profileAdd({.name = "first"}), RPC_L2CP_OK);
-  const support::Process second({World::daemonProgram()});
+  const support::Process second(
+      {World::daemonProgram(), "-c", World::file("second.toml", "lock = \"/run/second.lock\"\n")});
   ASSERT_TRUE(second.output().waitFor("l2cpd: daemon: ready"));
   EXPECT_EQ(client::Service("tcp").profileGetAll(), client::List<client::Profile>{});
   EXPECT_EQ(first.profileGet(0).name, "first");

@@ -123,7 +123,9 @@ TEST_F(Registration, OfAnotherDaemonIsLeftAlone) {
   const support::Process& daemon = world().startDaemon();
   const client::Service first("tcp");
   EXPECT_EQ(first.profileAdd({.name = "first"}), RPC_L2CP_OK);
-  const support::Process second({support::World::daemonProgram()});
+  const support::Process second(
+      {support::World::daemonProgram(), "-c",
+       support::World::file("second.toml", "lock = \"/run/second.lock\"\n")});
   ASSERT_TRUE(second.output().waitFor("l2cpd: daemon: ready"));
   EXPECT_TRUE(daemon.output().waitFor(
       "l2cpd: warning: rpc: another process has registered this daemon's programs: new clients "
