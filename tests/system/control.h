@@ -6,6 +6,7 @@
 #include <map>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/control.h"
@@ -105,6 +106,14 @@ class Control {
                    if (result.error != CONTROL_OK) throw std::runtime_error("no configuration");
                    return std::vector<std::string>(result.lines.lines_val,
                                                    result.lines.lines_val + result.lines.lines_len);
+                 });
+  }
+
+  /// Where the script is now, or what went wrong.
+  std::pair<control_error, std::string> save() const {
+    return taken(control_save_1(handle()), xdr_control_save_result,
+                 [](const control_save_result& result) {
+                   return std::pair(result.error, std::string(result.text));
                  });
   }
 
