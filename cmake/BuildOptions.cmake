@@ -25,6 +25,10 @@ if(L2CP_SANITIZE)
     add_link_options(-fno-sanitize-recover=undefined)
   endif()
 endif()
+if(L2CP_FUZZER STREQUAL libfuzzer)
+  # Shows libFuzzer which code an input reaches.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
 add_link_options(-Wl,--as-needed)
 
 # l2cp_warnings(target): the warnings that our own code is free of. Generated code goes without. With
