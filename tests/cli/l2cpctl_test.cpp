@@ -230,6 +230,16 @@ TEST_F(Protocols, NamesAreShownSoThatTheyCannotHarmATerminal) {
   EXPECT_THAT(list, HasSubstr("\ncaf\xc3\xa9              any                0x0000     0x00  "));
   EXPECT_THAT(list, HasSubstr("\n\\xff              any                0x0000     0x00     no "));
   EXPECT_THAT(list, HasSubstr("\nline\\x0aline      any                0x0000     0x00     no "));
+  const std::string lines = shown({"-o", "protocol", "list"});
+  EXPECT_THAT(lines, HasSubstr("name=$'\\033]0;owned\\007' mac=any "));
+  EXPECT_THAT(lines, HasSubstr("\nname='caf\xc3\xa9' mac=any "));
+  EXPECT_THAT(lines, HasSubstr("\nname=$'\\377' mac=any "));
+  EXPECT_THAT(lines, HasSubstr("\nname=$'line\\012line' mac=any "));
+  const std::string json = shown({"-j", "protocol", "list"});
+  EXPECT_THAT(json, HasSubstr(R"({"name":"\u001b]0;owned\u0007","mac":null,)"));
+  EXPECT_THAT(json, HasSubstr(R"({"name":"caf\u00e9","mac":null,)"));
+  EXPECT_THAT(json, HasSubstr(R"({"name":"\\xff","mac":null,)"));
+  EXPECT_THAT(json, HasSubstr(R"({"name":"line\nline","mac":null,)"));
   does({{"protocol", "delete", "caf\xc3\xa9"}, {"protocol", "delete", "\xff"}});
 }
 
