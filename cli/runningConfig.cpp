@@ -29,7 +29,7 @@ void save(Context& context) {
   const auto saved = context.client.control<control_save_1>();
   if (saved->error == CONTROL_ERR_FAILED) {
     throw Refused("FAILED: " + safeText(saved->text) +
-                  "; the daemon writes to the file that its configuration names as \"startup\"");
+                  "; \"startup\" in l2cpd.toml(5) tells the daemon where to save");
   }
   accept(saved->error);
   context.output.show({"script", "scripts", {{"saved"}}, {{nameValue(saved->text)}}});

@@ -10,6 +10,7 @@
 #include <rpc/pmap_clnt.h>
 #include <rpc/rpc.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -968,11 +969,32 @@ TEST_F(Daemon, ShowsTheRunningConfigurationToPrograms) {
             "\n");
 }
 
-TEST_F(Daemon, SaysWhyTheRunningConfigurationCannotBeSaved) {
-  EXPECT_EQ(
-      refused({"running-config", "save"}),
-      "l2cpctl: error: FAILED: the configuration names no startup script; the daemon writes to "
-      "the file that its configuration names as \"startup\"\n");
+TEST_F(Daemon, SavesTheRunningConfiguration) {
+  constexpr const char* folder = "/var/lib/l2cpd";
+  constexpr const char* script = "/var/lib/l2cpd/startup.l2cp";
+  EXPECT_EQ(refused({"running-config", "save"}),
+            std::string("l2cpctl: error: FAILED: cannot create ") + script +
+                ".new: No such file or directory; \"startup\" in l2cpd.toml(5) tells the daemon "
+                "where to save\n");
+  ASSERT_EQ(mkdir(folder, 0755), 0);
+  EXPECT_EQ(shown({"running-config", "save"}), std::string("saved  ") + script + "\n");
+  EXPECT_EQ(shown({"-o", "running-config", "save"}), std::string("saved=") + script + "\n");
+  EXPECT_EQ(shown({"-j", "running-config", "save"}),
+            std::string("{\"saved\":\"") + script + "\"}\n");
+  EXPECT_EQ(access(script, F_OK), 0);
+}
+
+class DaemonWithoutScript : public DaemonTest {
+ protected:
+  std::vector<std::string> arguments() override {
+    return {"-c", support::World::file("l2cpd.toml", "startup = \"\"\n")};
+  }
+};
+
+TEST_F(DaemonWithoutScript, SavesNothing) {
+  EXPECT_EQ(refused({"running-config", "save"}),
+            "l2cpctl: error: FAILED: the configuration names no startup script; \"startup\" in "
+            "l2cpd.toml(5) tells the daemon where to save\n");
 }
 
 TEST_F(Daemon, AppliesTheFactoryConfiguration) {
