@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <functional>
 #include <set>
+#include <utility>
 
 #include "tests/l2cp/kernel_fixture.h"
 #include "tests/support/refused_block.h"
@@ -133,6 +135,37 @@ TEST_F(Kernel, StatisticsByNameStopAtTheirFirstNamelessRead) {
   EXPECT_EQ(uses(""), 2);
 }
 
+TEST_F(Kernel, StatisticsByNameKeepWhatTheyReadBeforeAReadFailed) {
+  addProfile("P", {});
+  struct {
+    std::size_t failedRead;
+    unsigned int peer, tunnel, discard;
+  } const rows[] = {
+      {0, 0, 2, 3},
+      {1, 50, 0, 3},
+      {2, 50, 50, 0},
+  };
+  const std::pair<const char*, std::function<int(L2CP::Statistics&)>> readings[] = {
+      {"protocol", [&](L2CP::Statistics& stats) { return entity.protoStat("LLDP", stats); }},
+      {"profile", [&](L2CP::Statistics& stats) { return entity.profileStat("P", stats); }},
+  };
+  // The kernel has a nameless counter for once.
+  classifier.counters[""] = 50;
+  for (const auto& [what, read] : readings) {
+    for (const auto& row : rows) {
+      SCOPED_TRACE(std::string(what) + ", read " + std::to_string(row.failedRead));
+      classifier.take();
+      classifier.refuseAt(row.failedRead, ENOENT);
+      L2CP::Statistics stats{1, 2, 3};
+      EXPECT_EQ(read(stats), -11);
+      EXPECT_EQ(stats.peer, row.peer);
+      EXPECT_EQ(stats.tunnel, row.tunnel);
+      EXPECT_EQ(stats.discard, row.discard);
+      EXPECT_EQ(sent(), Lines(row.failedRead + 1, "GET_COUNTER \"\""));
+    }
+  }
+}
+
 TEST_F(Kernel, CounterNamesAreCutAt99Characters) {
   const auto name = [](std::size_t size) { return std::string(size, 'n'); };
   // Nine characters stand in front of the name and four behind it.
@@ -183,6 +216,122 @@ TEST_F(Kernel, AShortNameThatIsNotToBeHadFailsTheRequest) {
   EXPECT_EQ(value, 0U);
   EXPECT_THAT(sent(), ElementsAre("ADD_COUNTER null", "DEL_COUNTER null", "ADD_COUNTER null",
                                   "DEL_COUNTER null", "GET_COUNTER \"\""));
+}
+
+// A name that is not to be had goes out as an empty one, and the rest as always.
+class KernelWithoutName : public Kernel {
+ protected:
+  void SetUp() override {
+    if (!support::ownMalloc) GTEST_SKIP() << "the sanitizer's malloc cannot be made to fail";
+    Kernel::SetUp();
+    addProfile("P", {{"LLDP", Rule::discard}});
+    // So that the names of the counters are there already.
+    ASSERT_EQ(entity.portAttach("P", 3, 200), 0);
+    ASSERT_EQ(entity.portDetach("P", 3, 200), 0);
+    entity.GetName("l2cpVlan100peer", nullptr, nullptr);
+    entity.GetName("l2cpVlan100tunnel", nullptr, nullptr);
+    entity.GetName("l2cpVlan100discard", nullptr, nullptr);
+    sent();
+  }
+
+  /// What is sent while entries of the table for that name are refused.
+  Lines sentWithout(const std::string& fullName, const std::function<void()>& operation) {
+    EXPECT_EQ(uses(fullName), 0);
+    support::refusedBlock = fullName.size() + 8;
+    operation();
+    support::refusedBlock = 0;
+    EXPECT_EQ(uses(fullName), 0);
+    return sent();
+  }
+
+  /// What an attach of P sends with these names behind the creation of counters.
+  static Lines attached(const std::string& selector, const std::string& list) {
+    return {"ADD_SELECTOR " + selector,
+            "ADD_CONDITION " + selector + " #0 vlan 100..100",
+            "ADD_CONDITION " + selector + " #1 mac 01:80:c2:00:00:0e/ff:ff:ff:ff:ff:ff",
+            "ADD_ACTION_LIST " + list,
+            "ADD_ACTION " + list + " #1 count <l2cpPort3discard> +1",
+            "ADD_ACTION " + list + " #2 count <l2cpVlan100discard> +1",
+            "ADD_ACTION " + list + " #3 count <l2cpProfiPdiscard> +1",
+            "ADD_ACTION " + list + " #4 count <l2cpProtoLLDPdiscard> +1",
+            "ADD_ACTION " + list + " #5 drop <l2cpProtoLLDPdiscard> +1",
+            R"(GET_PORT_ENTRY 3 kind 1 @200 "" --> "")",
+            "ADD_PORT_ENTRY 3 kind 1 @299 \"true\" --> <l2cp:hide>",
+            "ADD_PORT_ENTRY 3 kind 1 @200 " + selector + " --> " + list};
+  }
+
+  static Lines detached(const std::string& selector, const std::string& list) {
+    const std::string names = selector + " --> " + list;
+    return {R"(GET_PORT_ENTRY 3 kind 1 @200 "" --> "")",
+            "GET_PORT_ENTRY 3 kind 1 @201 " + names,
+            "GET_PORT_ENTRY 3 kind 1 @200 " + names,
+            "DEL_PORT_ENTRY 3 kind 1 @200 " + names,
+            R"(DEL_PORT_ENTRY 3 kind 1 @299 "" --> "")",
+            "DEL_SELECTOR " + selector,
+            "DEL_ACTION_LIST " + list};
+  }
+
+  /// Attaches and detaches P without that name.
+  void expectAttachAndDetach(const std::string& missing, const std::string& selectorShown,
+                             const std::string& listShown) {
+    Lines lines = sentWithout(missing, [&] { EXPECT_EQ(entity.portAttach("P", 3, 100), 0); });
+    std::erase_if(lines, [](const std::string& line) { return line.starts_with("ADD_COUNTER "); });
+    EXPECT_EQ(lines, attached(selectorShown, listShown));
+    EXPECT_EQ(sentWithout(missing, [&] { EXPECT_EQ(entity.portDetach("P", 3, 100), 0); }),
+              detached(selectorShown, listShown));
+    EXPECT_THAT(classifier.entries, IsEmpty());
+  }
+
+  const std::string selector = "LLDP/100/01:80:c2:00:00:0e/ffff/ff";
+  const std::string list = "LLDP/3/100/01:80:c2:00:00:0e/ffff/ff";
+};
+
+TEST_F(KernelWithoutName, TheHideEntryGoesOutWithoutAnActionList) {
+  ASSERT_EQ(entity.PutName("l2cp:hide", uses("l2cp:hide")), 0);
+  EXPECT_THAT(sentWithout("l2cp:hide", [&] { EXPECT_TRUE(entity.kernelHideRuleAdd(3, 1)); }),
+              ElementsAre("ADD_PORT_ENTRY 3 kind 1 @299 \"true\" --> \"\""));
+  classifier.entries.clear();
+  classifier.refuseAll(ACL_ADD_PORT_ENTRY, ENOENT);
+  EXPECT_THAT(sentWithout("l2cp:hide", [&] { EXPECT_FALSE(entity.kernelHideRuleAdd(3, 1)); }),
+              ElementsAre("ADD_PORT_ENTRY 3 kind 1 @299 \"true\" --> \"\""));
+}
+
+TEST_F(KernelWithoutName, ASelectorGoesOutAndIsReferredToWithoutOne) {
+  expectAttachAndDetach(selector, "\"\"", '<' + list + '>');
+}
+
+TEST_F(KernelWithoutName, AnActionListGoesOutAndIsReferredToWithoutOne) {
+  expectAttachAndDetach(list, '<' + selector + '>', "\"\"");
+}
+
+// Shortened in place, the counter's name stays where nothing takes its place.
+TEST_F(KernelWithoutName, ACounterOfAnActionGoesOutUnderItsFullName) {
+  const std::string profile(40, 'p');
+  addProfile(profile.c_str(), {{"LLDP", Rule::peer}});
+  const std::string cut = "l2cpProfi" + std::string(30, 'p');
+  EXPECT_THAT(sentWithout(cut, [&] { EXPECT_EQ(entity.portAttach(profile, 3, 100), 0); }),
+              testing::Contains("ADD_ACTION <" + list + "> #3 count \"" + cut + "\" +1"));
+}
+
+TEST_F(KernelWithoutName, OneProtocolGoesOutWithoutTheNameOfItsSelector) {
+  const auto add = [&] {
+    EXPECT_EQ(entity.kernelProtoAdd(3, 4095, "LLDP", Rule::tunnel, 200), 1U);
+  };
+  EXPECT_THAT(sentWithout("l2cpLLDP:03fff", add),
+              ElementsAre("ADD_SELECTOR \"\"",
+                          "ADD_CONDITION \"\" #1 mac 01:80:c2:00:00:0e/ff:ff:ff:ff:ff:ff",
+                          "ADD_PORT_ENTRY 3 kind 1 @299 \"true\" --> <l2cp:hide>",
+                          "ADD_PORT_ENTRY 3 kind 1 @200 \"\" --> <l2cp:hide>"));
+  const auto del = [&] { entity.kernelProtoDel(3, 4095, "LLDP", Rule::tunnel, 200); };
+  EXPECT_EQ(sentWithout("l2cpLLDP:03fff", del).back(), "DEL_SELECTOR \"\"");
+}
+
+TEST_F(KernelWithoutName, OneProtocolGoesOutWithoutTheNameOfItsActionList) {
+  const auto add = [&] {
+    EXPECT_EQ(entity.kernelProtoAdd(3, 4095, "LLDP", Rule::discard, 200), 1U);
+  };
+  EXPECT_EQ(sentWithout("drop", add).back(),
+            "ADD_PORT_ENTRY 3 kind 1 @200 <l2cpLLDP:03fff> --> \"\"");
 }
 
 // ---- The catch-all ------------------------------------------------------------------------------

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "tests/l2cp/service_fixture.h"
+#include "tests/support/held_lock.h"
 
 namespace {
 
@@ -179,6 +180,19 @@ TEST_F(Editing, NumbersAreWrittenInDecimalWithoutZerosInFront) {
   expectEdit(entity.l2cpProfileEdit("P"), 0, "temp_l2cp_prof_11");
 }
 
+TEST_F(Editing, BehindAShorterNameNothingIsLeftOfALongerOne) {
+  addProfile("P");
+  for (int i = 1; i <= 100; ++i) entity.l2cpProfileEdit("P");
+  ASSERT_TRUE(exists("temp_l2cp_prof_100"));
+  ASSERT_EQ(entity.profileDel("temp_l2cp_prof_2"), 0);
+  std::string expected = "temp_l2cp_prof_2";
+  expected.resize(33);
+  const rpcl2cpProfEditResult result = entity.l2cpProfileEdit("P");
+  EXPECT_EQ(std::string(result.name, sizeof(result.name)), expected);
+  const rpcl2cpProfEditResult refused = entity.l2cpProfileEdit("none");
+  EXPECT_EQ(std::string(refused.name, sizeof(refused.name)), expected);
+}
+
 TEST_F(Editing, NameThatSomebodyElseTookIsPassedOver) {
   addProfile("temp_l2cp_prof_1");
   expectEdit(entity.l2cpProfileEdit("temp_l2cp_prof_1"), 0, "temp_l2cp_prof_2");
@@ -227,6 +241,21 @@ TEST_F(Editing, OpeningTracesTheSearchForAFreeNumberAlone) {
   EXPECT_EQ(traces("P"), first + Lines{"profileGet(profileName=\"temp_l2cp_prof_2\")"});
   EXPECT_THAT(sent(), IsEmpty());
   EXPECT_THAT(calls.calls, IsEmpty());
+}
+
+TEST_F(Editing, TakesNoLock) {
+  addProfile("P", {"LLDP"});
+  addProfile("D");
+  ASSERT_EQ(entity.profileSetDynamic("D", true), 0);
+  const support::LockHeldElsewhere lock;
+  expectEdit(entity.l2cpProfileEdit("P"), 0, "temp_l2cp_prof_1");
+  EXPECT_EQ(entity.profileProtoAdd("temp_l2cp_prof_1", "CDP", Rule::peer), 0);
+  EXPECT_EQ(entity.l2cpProfileCompareContent("P", "temp_l2cp_prof_1"), -2);
+  EXPECT_EQ(entity.l2cpProfileOnExit("P", "temp_l2cp_prof_1"), 0);
+  EXPECT_EQ(entity.l2cpProfileCopy("P", "C"), 0);
+  EXPECT_EQ(entity.l2cpProfileOnExit("P", "C"), -2);
+  EXPECT_EQ(entity.l2cpDynamicProfilesDeleteAll(), 0);
+  EXPECT_EQ(summary(), "P:0[CDP LLDP] |  | ");
 }
 
 // ---- Comparing ----
@@ -430,6 +459,14 @@ TEST_F(Replacing, PutsTheContentIntoServiceWhereTheTargetWas) {
                   "port 5 vlan 200: P @201", "bronze: vlan \"\" l2cp \"P\"",
                   "gold: vlan \"v1\" l2cp \"P\" on 3 5", "silver: vlan \"v2\" l2cp \"P\" on 5",
                   "steel: vlan \"v3\" l2cp \"Q\" on 3"));
+}
+
+TEST_F(Replacing, TakesNoLock) {
+  const support::LockHeldElsewhere lock;
+  EXPECT_EQ(replace(), 0);
+  EXPECT_EQ(summary(),
+            "P:3[CDP LLDP] Q:1[LACP-LAMP] | 3/100=P 3/300=Q 5/100=P 5/200=P | bronze=P gold=P@3@5 "
+            "silver=P@5 steel=Q@3");
 }
 
 TEST_F(Replacing, AsksTheServiceProfilesInThisOrder) {

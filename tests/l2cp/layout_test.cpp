@@ -31,6 +31,19 @@ TEST(Layout, EntityOperationsHaveTheirSlotsInOrder) {
   EXPECT_EQ(slotOf(&L2CP::getDependencies), 5U);
 }
 
+// The destructor has two slots, that for a complete object and that which frees its memory as well.
+TEST(Layout, BehindEntityOperationsComeTheTwoDestructorsAndNothingElse) {
+  struct FurtherEntity : BLEntity {
+    virtual void next() {}
+  };
+  struct FurtherL2cp : L2CP {
+    virtual void next() {}
+  };
+  static_assert(std::has_virtual_destructor_v<BLEntity>);
+  EXPECT_EQ(slotOf(&FurtherEntity::next), 8U);
+  EXPECT_EQ(slotOf(&FurtherL2cp::next), 8U);
+}
+
 // The two destructors come first.
 TEST(Layout, ScripterWritesThroughItsThirdSlot) {
   EXPECT_EQ(slotOf(&L2CPScripter::buildCliCommands), 2U);

@@ -12,6 +12,9 @@
 #include "host/bridge.h"
 #include "platform/BLLManager.h"
 #include "platform/CliConfig.h"
+#include "platform/Interfaces.h"
+#include "platform/servprofile.h"
+#include "platform/vlanprofile.h"
 #include "tests/l2cp/entity_fixture.h"
 
 namespace {
@@ -164,6 +167,23 @@ TEST_F(Start, FailsIfTheClassifierCannotBeOpened) {
   EXPECT_TRUE(entity.stop());
   EXPECT_THAT(nameLines(entity),
               testing::ElementsAre("  1  11 l2cp:* l2cp:tunnel", "  1   9 l2cp:* l2cp:hide"));
+}
+
+TEST_F(Start, FailsWhateverNegativeNumberTheOpeningOfTheClassifierReturns) {
+  const std::size_t descriptors = openDescriptors();
+  classifier.openError = EIO;
+  for (const int number : {-1, -2, -5, -22, -2147483647 - 1}) {
+    classifier.openFailure = number;
+    EXPECT_FALSE(entity.start());
+    EXPECT_THAT(classifier.requests, testing::IsEmpty());
+    EXPECT_FALSE(listens());
+    EXPECT_TRUE(entity.stop());
+  }
+  EXPECT_EQ(service.runs, 0U);
+  EXPECT_EQ(openDescriptors(), descriptors);
+  classifier.openError = 0;
+  EXPECT_TRUE(entity.start());
+  EXPECT_EQ(sent(), startRequests);
 }
 
 TEST_F(Start, SucceedsAfterAFailedOne) {
@@ -394,6 +414,14 @@ TEST_F(Start, DependsOnInterfacesVlanProfilesAndServiceProfilesInThatOrder) {
   EXPECT_EQ(entity.getDependencies(entities), 0);
   EXPECT_EQ(entities.size(), 3U);
   EXPECT_THAT(log.lines, testing::IsEmpty());
+}
+
+TEST_F(Start, DependsOnEntitiesByTheNamesThatTheyHave) {
+  std::list<std::string> entities;
+  EXPECT_EQ(entity.getDependencies(entities), 0);
+  EXPECT_THAT(entities, testing::ElementsAre(singleton<Interfaces>::instance().entityName(),
+                                             singleton<vlanprofile>::instance().entityName(),
+                                             singleton<servprofile>::instance().entityName()));
 }
 
 // ---- Applying settings ----

@@ -1,5 +1,7 @@
+#include <chrono>
 #include <climits>
 #include <cstring>
+#include <future>
 #include <thread>
 
 #include "tests/l2cp/entity_fixture.h"
@@ -224,6 +226,109 @@ TEST_F(Names, BuildersCountWithoutABuffer) {
               testing::ElementsAre("  1  14 l2cp:* l2cpLLDP:03fff",
                                    "  1  28 l2cp:* /1/00:00:00:00:00:00/0000/00",
                                    "  1  30 l2cp:* /3/1/00:00:00:00:00:00/0000/00"));
+}
+
+TEST_F(Names, OfSelectorsAndActionListsLeaveTheMacInTheSharedBuffer) {
+  const L2CP::Protocol proto("some", true, someMac, someMask, 0x88f, 0x0a);
+  const char* shared = L2CP::mac2str(otherMac);
+  entity.nameSelector(nullptr, 100, proto);
+  EXPECT_STREQ(shared, "01:80:c2:00:ab:cd");
+  L2CP::mac2str(otherMac);
+  entity.nameActionList(nullptr, 3, 100, proto);
+  EXPECT_STREQ(shared, "01:80:c2:00:ab:cd");
+  L2CP::mac2str(otherMac);
+  entity.aclName(nullptr, "some", 3, 100);
+  EXPECT_STREQ(shared, "01:00:5e:00:00:fb");
+}
+
+TEST_F(Names, TracesLeaveTheMacInTheSharedBuffer) {
+  trace(true);
+  const char* shared = L2CP::mac2str(otherMac);
+  EXPECT_EQ(entity.protoAdd("some", false, someMac, someMask, 1, 2), 0);
+  EXPECT_STREQ(shared, "01:80:c2:00:ab:cd");
+  unsigned char mac[6] = {0x02, 0, 0, 0, 0, 0x07};
+  EXPECT_EQ(entity.protoSetMac("none", mac), -2);
+  EXPECT_STREQ(shared, "02:00:00:00:00:07");
+}
+
+// ---- The lock of the table ----
+
+/// While the classifier answers a request, another thread uses the table of names.
+class NamesDuringRequests : public EntityTest {
+ protected:
+  /// Every kind of operation that asks the classifier for something, with what it is called.
+  using Operations = std::vector<std::pair<const char*, std::function<void(L2CP&)>>>;
+  static const Operations& operations() {
+    static const Operations all = {
+        {"start", [](L2CP& one) { EXPECT_TRUE(one.start()); }},
+        {"attach",
+         [](L2CP& one) {
+           EXPECT_EQ(one.profileAdd("P", false, false), 0);
+           EXPECT_EQ(one.protoAdd("Q", false, someMac, someMask, 0x88cc, 7), 0);
+           EXPECT_EQ(one.profileProtoAdd("P", "Q", Rule::tunnel), 0);
+           EXPECT_EQ(one.portAttach("P", 3, 100), 0);
+         }},
+        {"counters of a port", [](L2CP& one) { readPort(one); }},
+        {"counters of a protocol",
+         [](L2CP& one) {
+           L2CP::Statistics stats;
+           EXPECT_EQ(one.protoStat("CDP", stats), -11);
+         }},
+        {"one protocol", [](L2CP& one) { one.kernelProtoAdd(4, 100, "Q", Rule::tunnel, 200); }},
+        {"one protocol less",
+         [](L2CP& one) { one.kernelProtoDel(4, 100, "Q", Rule::tunnel, 200); }},
+        {"detach", [](L2CP& one) { EXPECT_EQ(one.portDetach("P", 3, 100), 0); }},
+        {"deletion of a profile", [](L2CP& one) { EXPECT_EQ(one.profileDel("P"), 0); }},
+        {"deletion of a protocol", [](L2CP& one) { EXPECT_EQ(one.protoDel("xSTP"), 0); }},
+        {"stop", [](L2CP& one) { EXPECT_TRUE(one.stop()); }},
+    };
+    return all;
+  }
+
+  static void readPort(L2CP& one) {
+    L2CP::Statistics stats;
+    EXPECT_EQ(one.portStat(3, stats), 0);
+  }
+
+  void useNamesElsewhere() {
+    if (isStuck) return;
+    others.push_back(std::async(std::launch::async, [this] {
+      entity.GetName("meanwhile", nullptr, nullptr);
+      entity.externalMessage("l2cp_dump", "", nullptr);
+    }));
+    isStuck = others.back().wait_for(std::chrono::seconds(30)) != std::future_status::ready;
+    EXPECT_FALSE(isStuck);
+  }
+
+  int uses(const std::string& name) { return NameTable(entity).uses(name); }
+
+  int asked = 0;
+  bool isStuck = false;
+  std::vector<std::future<void>> others;
+};
+
+TEST_F(NamesDuringRequests, CanBeUsedByOtherThreads) {
+  classifier.refusal = [this](const support::Request&) {
+    ++asked;
+    useNamesElsewhere();
+    return 0;
+  };
+  for (const auto& [what, operate] : operations()) {
+    SCOPED_TRACE(what);
+    const int before = asked;
+    operate(entity);
+    EXPECT_GT(asked, before);
+  }
+  others.clear();
+  log.reset();
+  EXPECT_EQ(uses("meanwhile"), asked);
+  EXPECT_EQ(entity.PutName("meanwhile", asked), 0);
+
+  // But for that name, the table is that of an entity that nobody disturbed.
+  classifier.reset();
+  L2CP undisturbed;
+  for (const auto& [what, operate] : operations()) operate(undisturbed);
+  EXPECT_EQ(nameLines(entity), nameLines(undisturbed));
 }
 
 // ---- Text helpers ----

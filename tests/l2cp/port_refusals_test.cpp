@@ -339,19 +339,29 @@ TEST(PortRefusals, FormatsOfRefusalTraces) {
   const std::string counterChange = "%s:%d   Unable to add action \"CounterChange(%s, +1)\" (%d).";
   EXPECT_THAT(
       formats({ACL_ADD_CONDITION, ACL_ADD_ACTION}, 1),
-      ElementsAre("%s:%d %s(profileName=\"%s\", port=%d, vid=%d)", testing::_,
+      ElementsAre("%s:%d %s(profileName=\"%s\", port=%d, vid=%d)", "%s:%d   Selector \"%s\" added.",
                   "%s:%d   Unable to add condition \"vid1 == %d\" (%d).",
                   "%s:%d   Unable to add condition \"DMAC == %02x:%02x:%02x:%02x:%02x:%02x\" (%d).",
                   "%s:%d   Unable to add condition \"EtherType == 0x%04x\" (%d).",
                   "%s:%d   Unable to add condition \"EtherData[0] == 0x%02x\" (%d).", counterChange,
-                  counterChange, counterChange, counterChange, testing::_, testing::_, testing::_,
-                  "%s:%d   OK."));
+                  counterChange, counterChange, counterChange,
+                  "%s:%d   Unable to add action \"NoL2CP()\" (%d).",
+                  "%s:%d   Unable to add action \"Hide()\" (%d).",
+                  "%s:%d   Port entry \"@%d:%d: %s --> %s\" added.", "%s:%d   OK."));
   EXPECT_THAT(
       formats({ACL_ADD_SELECTOR, ACL_ADD_ACTION_LIST, ACL_ADD_PORT_ENTRY}, 2),
       ElementsAre("%s:%d %s(profileName=\"%s\", port=%d, vid=%d)",
                   "%s:%d   Unable to add selector \"%s\" (%d).",
                   "%s:%d   Unable to add action list \"%s\" (%d).",
                   "%s:%d   Unable to add port entry \"@%d:%d: %s --> %s\" (%d).", "%s:%d   OK."));
+  unsigned int port = 3;
+  for (const auto& [rule, action] :
+       {std::pair(L2CP::Rule::discard, "%s:%d   Unable to add action \"Drop()\" (%d)."),
+        std::pair(L2CP::Rule::peer, "%s:%d   Unable to add action \"Hide()\" (%d).")}) {
+    entity.settings.profiles.at("P")->useCount = 0;
+    ASSERT_EQ(entity.profileProtoSet("P", "SLOW", rule), 0);
+    EXPECT_EQ(formats({ACL_ADD_ACTION}, port++).at(10), action);
+  }
   entity.stop();
 }
 

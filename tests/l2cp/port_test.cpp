@@ -1,6 +1,7 @@
 /// Attachments of profiles to ports and VLANs: what is recorded, what the classifier is asked for
 /// and in which order, what is traced.
 
+#include <functional>
 #include <initializer_list>
 #include <list>
 #include <map>
@@ -240,9 +241,128 @@ TEST_F(Port, AttachTraceFormats) {
                   "%s:%d   Condition \"DMAC == %02x:%02x:%02x:%02x:%02x:%02x\" added.",
                   "%s:%d   Condition \"EtherType == 0x%04x\" added.",
                   "%s:%d   Condition \"EtherData[0] == 0x%02x\" added.", counterChange,
-                  counterChange, counterChange, counterChange, testing::_, testing::_,
+                  counterChange, counterChange, counterChange, "%s:%d   Action \"NoL2CP()\" added.",
+                  "%s:%d   Action \"Hide()\" added.",
                   "%s:%d   Port entry \"@%d:%d: %s --> %s\" added.", "%s:%d   OK."));
 }
+
+TEST_F(Port, AttachTraceFormatsOfTheOtherRules) {
+  struct {
+    const char* profile;
+    Rule rule;
+    const char* action;
+  } const rows[] = {{"D", Rule::discard, "%s:%d   Action \"Drop()\" added."},
+                    {"E", Rule::peer, "%s:%d   Action \"Hide()\" added."}};
+  const std::string counterChange = "%s:%d   Action \"CounterChange(%s, +1)\" added.";
+  for (const auto& row : rows) {
+    addProfile(row.profile, {{"LLDP", row.rule}});
+    traced([&] { EXPECT_EQ(entity.portAttach(row.profile, 3, 100), 0); });
+    EXPECT_THAT(
+        support::SyslogCapture::instance().traceFormats(),
+        ElementsAre("%s:%d %s(profileName=\"%s\", port=%d, vid=%d)",
+                    "%s:%d   Selector \"%s\" added.", "%s:%d   Condition \"vid1 == %d\" added.",
+                    "%s:%d   Condition \"DMAC == %02x:%02x:%02x:%02x:%02x:%02x\" added.",
+                    counterChange, counterChange, counterChange, counterChange, row.action,
+                    "%s:%d   Port entry \"@%d:%d: %s --> %s\" added.", "%s:%d   OK."));
+  }
+}
+
+TEST_F(Port, WhenAnAttachIsTracedAsDoneThePortIsNotYetAmongTheInterfaces) {
+  addProfile("P", {{"LLDP", Rule::discard}});
+  auto& log = support::SyslogCapture::instance();
+  int told = 0;
+  log.onLine = [&](const support::LogLine& line) {
+    if (line.format != "%s:%d   OK.") return;
+    ++told;
+    EXPECT_EQ(useCount("P"), 1U);
+    EXPECT_THAT(positions("P", 3, 100), ElementsAre(200U));
+    EXPECT_THAT(interfaces("P"), IsEmpty());
+  };
+  entity.externalMessage("l2cp_debug", "1", nullptr);
+  EXPECT_EQ(entity.portAttach("P", 3, 100), 0);
+  log.reset();
+  EXPECT_EQ(told, 1);
+  EXPECT_THAT(interfaces("P"), ElementsAre(3U));
+}
+
+// ---- Traces among requests ----------------------------------------------------------------------
+
+class PortEvents : public Port {
+ protected:
+  /// The requests and the traces of an operation in their order.
+  Lines events(const std::function<void()>& operation) {
+    auto& log = support::SyslogCapture::instance();
+    log.reset();
+    classifier.take();
+    std::vector<bool> isTrace;
+    log.onLine = [&](const support::LogLine&) { isTrace.push_back(true); };
+    classifier.refusal = [&](const support::Request&) {
+      isTrace.push_back(false);
+      return 0;
+    };
+    entity.externalMessage("l2cp_debug", "1", nullptr);
+    operation();
+    entity.externalMessage("l2cp_debug", "0", nullptr);
+    classifier.refusal = nullptr;
+    log.onLine = nullptr;
+
+    const NameTable names(entity);
+    const Lines traces = log.traces();
+    const Lines requests = sent();
+    auto trace = traces.begin();
+    auto request = requests.begin();
+    Lines lines;
+    for (const bool which : isTrace) lines.push_back(which ? names.resolved(*trace++) : *request++);
+    return lines;
+  }
+};
+
+TEST_F(PortEvents, OfAnAttachAreItsEntryThenEachRequestWithItsTraceBehindIt) {
+  addProfile("P", {{"LLDP", Rule::discard}});
+  const AttachedProtocol& proto = onPort3Vlan100().at("LLDP");
+  Lines expected = Lines{"portAttach(profileName=\"P\", port=3, vid=100)"} + port3Counters +
+                   vlan100Counters + profilePCounters;
+  auto trace = proto.traces.begin();
+  for (const std::string& request : proto.requests) {
+    expected.push_back(request);
+    const bool isTraced =
+        !request.starts_with("ADD_COUNTER ") && !request.starts_with("ADD_ACTION_LIST ");
+    if (isTraced) expected.push_back(*trace++);
+  }
+  ASSERT_EQ(trace, proto.traces.end());
+  const std::string names = proto.selector + " --> " + proto.actionList;
+  expected = expected + queries(3, {});
+  expected.emplace_back("ADD_PORT_ENTRY 3 kind 1 @299 \"true\" --> <l2cp:hide>");
+  expected.push_back(entry("ADD_PORT_ENTRY", 3, 200, names));
+  expected.push_back("  Port entry \"@3:200: " + names + "\" added.");
+  expected.emplace_back("  OK.");
+  EXPECT_THAT(events([&] { EXPECT_EQ(entity.portAttach("P", 3, 100), 0); }),
+              ElementsAreArray(expected));
+}
+
+TEST_F(PortEvents, BeginWithTheEntryOfTheOperation) {
+  addProfile("P", {{"LLDP", Rule::discard}});
+  L2CP::Statistics stats;
+  const std::pair<const char*, std::function<void()>> rows[] = {
+      {"portAttach(", [&] { EXPECT_EQ(entity.portAttach("P", 3, 100), 0); }},
+      {"portStat(", [&] { EXPECT_EQ(entity.portStat(3, stats), 0); }},
+      {"vlanStat(", [&] { EXPECT_EQ(entity.vlanStat(100, stats), 0); }},
+      {"profileStat(", [&] { EXPECT_EQ(entity.profileStat("P", stats), -11); }},
+      {"protoStat(", [&] { EXPECT_EQ(entity.protoStat("LLDP", stats), -11); }},
+      {"portDetach(", [&] { EXPECT_EQ(entity.portDetach("P", 3, 100), 0); }},
+      {"profileDel(", [&] { EXPECT_EQ(entity.profileDel("P"), 0); }},
+      {"protoDel(", [&] { EXPECT_EQ(entity.protoDel("SLOW"), 0); }},
+  };
+  for (const auto& [name, call] : rows) {
+    SCOPED_TRACE(name);
+    const Lines lines = events(call);
+    ASSERT_GE(lines.size(), 2U);
+    EXPECT_THAT(lines[0], testing::StartsWith(name));
+    EXPECT_THAT(lines[1], testing::MatchesRegex("(ADD|DEL|GET)_.*"));
+  }
+}
+
+// ---- What an attach leaves ----------------------------------------------------------------------
 
 TEST_F(Port, AnAttachmentIsRecordedWithThePositionOfItsLastEntryAlone) {
   addProfileP();

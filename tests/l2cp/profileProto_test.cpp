@@ -324,26 +324,40 @@ TEST_F(ProfileEntries, ANullNameIsALogicError) {
   std::string name;
   Rule rule = Rule::discard;
   Entries result;
-  const std::vector<std::function<void()>> calls = {
-      [&] { entity.profileProtoAdd(nullptr, "LLDP", Rule::peer); },
-      [&] { entity.profileProtoAdd("p", nullptr, Rule::peer); },
-      [&] { entity.profileProtoSet(nullptr, "LLDP", Rule::peer); },
-      [&] { entity.profileProtoSet("p", nullptr, Rule::peer); },
-      [&] { entity.profileProtoDel(nullptr, "LLDP"); },
-      [&] { entity.profileProtoDel("p", nullptr); },
-      [&] { entity.profileProtoDelAll(nullptr); },
-      [&] { entity.profileProtoGet(nullptr, 0, name, rule); },
-      [&] { entity.profileGetProtocols(nullptr, result); },
+  // Each is traced before it throws.
+  const std::pair<const char*, std::function<void()>> calls[] = {
+      {"profileProtoAdd(profileName=\"(null)\", protoName=\"LLDP\", rule=1)",
+       [&] { entity.profileProtoAdd(nullptr, "LLDP", Rule::peer); }},
+      {"profileProtoAdd(profileName=\"p\", protoName=\"(null)\", rule=1)",
+       [&] { entity.profileProtoAdd("p", nullptr, Rule::peer); }},
+      {"profileProtoSet(profileName=\"(null)\", protoName=\"LLDP\", newRule=1)",
+       [&] { entity.profileProtoSet(nullptr, "LLDP", Rule::peer); }},
+      {"profileProtoSet(profileName=\"p\", protoName=\"(null)\", newRule=1)",
+       [&] { entity.profileProtoSet("p", nullptr, Rule::peer); }},
+      {"profileProtoDel(profileName=\"(null)\", protoName=\"LLDP\")",
+       [&] { entity.profileProtoDel(nullptr, "LLDP"); }},
+      {"profileProtoDel(profileName=\"p\", protoName=\"(null)\")",
+       [&] { entity.profileProtoDel("p", nullptr); }},
+      {"profileProtoDelAll(profileName=\"(null)\")", [&] { entity.profileProtoDelAll(nullptr); }},
+      {"profileProtoGet(profileName=\"(null)\", idx=0)",
+       [&] { entity.profileProtoGet(nullptr, 0, name, rule); }},
+      {"profileGetProtocols(profileName=\"(null)\")",
+       [&] { entity.profileGetProtocols(nullptr, result); }},
   };
   const Lines before = text(entity.settings);
-  for (const auto& call : calls) {
+  trace(true);
+  for (const auto& [entry, call] : calls) {
+    SCOPED_TRACE(entry);
+    log.reset();
     try {
       call();
-      ADD_FAILURE() << "call " << &call - calls.data() << " has not thrown";
+      ADD_FAILURE() << "has not thrown";
     } catch (const std::logic_error& error) {
       EXPECT_STREQ(error.what(), "basic_string::_M_construct null not valid");
     }
+    EXPECT_THAT(log.traces(), testing::ElementsAre(entry));
   }
+  trace(false);
   EXPECT_EQ(text(entity.settings), before);
 }
 

@@ -2,6 +2,7 @@
 #include <stdexcept>
 
 #include "tests/l2cp/service_fixture.h"
+#include "tests/support/held_lock.h"
 
 namespace {
 
@@ -391,6 +392,14 @@ TEST_F(Renaming, PutsTheNewNameIntoServiceWhereTheOldOneWas) {
 TEST_F(Renaming, AsksTheServiceProfilesInThisOrder) {
   EXPECT_EQ(rename(), 0);
   EXPECT_EQ(calls.calls, renaming);
+}
+
+TEST_F(Renaming, TakesNoLock) {
+  const support::LockHeldElsewhere lock;
+  EXPECT_EQ(rename(), 0);
+  EXPECT_EQ(summary(),
+            "Q:1[LACP-LAMP] R:3[LLDP] | 3/100=R 3/300=Q 5/100=R 5/200=R | bronze=R gold=R@3@5 "
+            "silver=R@5 steel=Q@3");
 }
 
 TEST_F(Renaming, LeavesTheUseCountsOfProtocolsAndTheCountersOfTheOldName) {

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "tests/l2cp/service_fixture.h"
+#include "tests/support/held_lock.h"
 
 namespace {
 
@@ -258,6 +259,26 @@ TEST_F(Relations, TheMapAndTheDependenciesAreNotTraced) {
                        }),
               IsEmpty());
   EXPECT_THAT(dependencies, ElementsAre("Interfaces", "vlanprofile", "servprofile"));
+}
+
+TEST_F(Relations, AskingTakesNoLock) {
+  services.add("gold", "P");
+  attach("P", 3, 100);
+  const support::LockHeldElsewhere lock;
+  Places places;
+  EXPECT_EQ(entity.profileGetPorts("P", places), 0);
+  EXPECT_THAT(places, ElementsAre(Pair(3, 100)));
+  std::list<L2CP::Profile> profiles;
+  EXPECT_EQ(entity.profileGetAllForPort(3, profiles), 0);
+  EXPECT_EQ(profiles.size(), 1U);
+  std::list<std::string> list;
+  EXPECT_EQ(entity.profileGetServiceProfiles("P", list), 0);
+  EXPECT_THAT(list, ElementsAre("gold"));
+  std::map<std::string, std::string> map;
+  EXPECT_EQ(entity.getL2cpProfilesPerServiceProfile("P", map), 0);
+  EXPECT_THAT(map, ElementsAre(Pair("gold", "P")));
+  EXPECT_EQ(entity.getDependencies(list), 0);
+  EXPECT_EQ(list.size(), 3U);
 }
 
 TEST_F(Relations, AskingAsksNeitherTheKernelNorTheServiceProfilesAndChangesNothing) {

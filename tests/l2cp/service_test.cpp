@@ -1,10 +1,17 @@
 /// The service profiles' side of the entity.
 
+#include <functional>
 #include <future>
+#include <new>
 #include <set>
+#include <streambuf>
+#include <utility>
 
 #include "host/bllManager.h"
+#include "platform/Log.h"
 #include "tests/l2cp/kernel_fixture.h"
+#include "tests/support/held_lock.h"
+#include "tests/support/refused_block.h"
 #include "tests/support/services.h"
 
 namespace {
@@ -221,6 +228,15 @@ TEST_F(Applying, TakingOffAnswersWhatDetachingAnswers) {
   EXPECT_EQ(entity.profileUnApply(5, "gold"), -9);
 }
 
+TEST_F(Applying, AndTakingOffTakeNoLock) {
+  const support::LockHeldElsewhere lock;
+  EXPECT_EQ(entity.profileApplyCheck(3, "gold"), 0);
+  EXPECT_EQ(entity.profileApply(3, "gold"), 0);
+  EXPECT_THAT(places(), ElementsAre(Pair(3, 100)));
+  EXPECT_EQ(entity.profileUnApply(3, "gold"), 0);
+  EXPECT_THAT(places(), IsEmpty());
+}
+
 TEST_F(Applying, UnknownServiceProfileComesIntoBeingEmpty) {
   EXPECT_EQ(entity.profileApply(3, "applied"), -2);
   EXPECT_EQ(entity.profileUnApply(3, "taken off"), 0);
@@ -322,6 +338,83 @@ TEST_F(Applied, QueriesShareTheConfigurationLockAndGiveItBack) {
   auto& lock = singleton<BLLManager>::instance().host().configurationLock();
   ASSERT_TRUE(lock.try_lock());
   lock.unlock();
+}
+
+/// What another thread gets of the configuration lock at the moment.
+enum class Lock { nothing, shared, exclusive };
+
+Lock lockForOthers() {
+  const auto tryLock = [] {
+    auto& lock = singleton<BLLManager>::instance().host().configurationLock();
+    if (lock.try_lock()) {
+      lock.unlock();
+      return Lock::exclusive;
+    }
+    if (!lock.try_lock_shared()) return Lock::nothing;
+    lock.unlock_shared();
+    return Lock::shared;
+  };
+  return std::async(std::launch::async, tryLock).get();
+}
+
+/// Takes what is written to the daemon's log, piece by piece, for as long as it lives. What a
+/// callback throws passes through the log.
+class LogHook : public std::streambuf {
+ public:
+  explicit LogHook(std::function<void()> onPiece)
+      : onPiece_(std::move(onPiece)), exceptions_(log().exceptions()), before_(log().rdbuf(this)) {
+    log().exceptions(std::ios::badbit);
+  }
+  ~LogHook() override {
+    log().rdbuf(before_);
+    log().exceptions(exceptions_);
+  }
+
+ protected:
+  std::streamsize xsputn(const char* /*text*/, std::streamsize size) override {
+    onPiece_();
+    return size;
+  }
+  int_type overflow(int_type character) override { return traits_type::not_eof(character); }
+
+ private:
+  static Log& log() { return singleton<Log>::instance(); }
+
+  std::function<void()> onPiece_;
+  std::ios::iostate exceptions_;
+  std::streambuf* before_;
+};
+
+TEST_F(Applied, TheLockIsSharedFromTheFirstToTheLastWordOfTheLog) {
+  int pieces = 0;
+  const LogHook hook([&] {
+    ++pieces;
+    EXPECT_EQ(lockForOthers(), Lock::shared);
+  });
+  EXPECT_FALSE(entity.profileIsApplied("none"));
+  EXPECT_GT(pieces, 1);
+  EXPECT_EQ(lockForOthers(), Lock::exclusive);
+}
+
+TEST_F(Applied, TheLockIsGivenBackWhenTheLogThrows) {
+  const LogHook hook([] { throw std::bad_alloc(); });
+  EXPECT_THROW(entity.profileIsApplied("none"), std::bad_alloc);
+  EXPECT_EQ(lockForOthers(), Lock::exclusive);
+}
+
+TEST_F(Applied, TheLockIsSharedWhileInterfacesAreCopiedAndGivenBackWhenMemoryIsOut) {
+  if (!support::ownMalloc) GTEST_SKIP() << "the sanitizer's malloc cannot be made to fail";
+  ASSERT_EQ(entity.portAttach("P", 3, 100), 0);
+  std::set<unsigned int> interfaces;
+  static std::vector<Lock> seen;
+  support::beforeRefusal = [] { seen.push_back(lockForOthers()); };
+  // An element of the set: three links, a colour, the number.
+  support::refusedBlock = 5 * sizeof(void*);
+  EXPECT_THROW(entity.profileAppliedIntfGet("P", interfaces), std::bad_alloc);
+  support::refusedBlock = 0;
+  support::beforeRefusal = nullptr;
+  EXPECT_THAT(seen, ElementsAre(Lock::shared));
+  EXPECT_EQ(lockForOthers(), Lock::exclusive);
 }
 
 TEST_F(Applied, QueriesThatDoNotGetTheLockAnswerFalseAndChangeNothing) {

@@ -268,6 +268,17 @@ TEST_F(EditingOverTheWire, NameOfTheLastSuccessStandsBesideAnError) {
             readable(edited(1, "temp_l2cp_prof_1").str()));
 }
 
+TEST_F(EditingOverTheWire, BehindAShorterNameNothingIsLeftOfALongerOne) {
+  for (int i = 1; i <= 99; ++i) ASSERT_EQ(entity.l2cpProfileEdit("P").error, RPC_L2CP_OK);
+  EXPECT_EQ(reply(RPC_L2CP_PROFILE_EDIT, XdrBytes().text("P")),
+            readable(edited(0, "temp_l2cp_prof_100").str()));
+  ASSERT_EQ(entity.profileDel("temp_l2cp_prof_2"), 0);
+  EXPECT_EQ(reply(RPC_L2CP_PROFILE_EDIT, XdrBytes().text("P")),
+            readable(edited(0, "temp_l2cp_prof_2").str()));
+  EXPECT_EQ(reply(RPC_L2CP_PROFILE_EDIT, XdrBytes().text("none")),
+            readable(edited(1, "temp_l2cp_prof_2").str()));
+}
+
 TEST_F(EditingOverTheWire, ResultOfLeavingKeepsItsSign) {
   ASSERT_EQ(entity.l2cpProfileCopy("P", "C"), 0);
   const XdrBytes names = XdrBytes().text("P").text("C");

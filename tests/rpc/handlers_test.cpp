@@ -458,6 +458,16 @@ TEST_F(Handlers, EditResultIsCopiedWholeWithTheLastNameBesideAnError) {
   EXPECT_STREQ(result->name, "temp_l2cp_prof_2");
 }
 
+TEST_F(Handlers, EditResultHoldsNothingOfALongerNameBehindAShorterOne) {
+  addProfile("P");
+  for (int i = 1; i <= 100; ++i) rpc_l2cp_profile_edit_1_svc(text("P"), nullptr);
+  ASSERT_EQ(entity().profileDel("temp_l2cp_prof_2"), 0);
+  const rpcl2cpProfEditResult* result = rpc_l2cp_profile_edit_1_svc(text("P"), nullptr);
+  std::string expected = "temp_l2cp_prof_2";
+  expected.resize(33);
+  EXPECT_EQ(std::string(result->name, sizeof(result->name)), expected);
+}
+
 rpc_l2cp_error copyProfile(const char* source, const char* destination) {
   return *rpc_l2cp_profile_copy_1_svc(text(source), text(destination), nullptr);
 }

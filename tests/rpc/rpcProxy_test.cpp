@@ -30,6 +30,9 @@
 #include "host/bllManager.h"
 #include "rpc/server.h"
 
+// The module's dispatch routine.
+extern "C" void l2cp_program_1(struct svc_req* request, SVCXPRT* transport);
+
 namespace {
 
 /// What is called, in its order, and what of it is to fail.
@@ -40,6 +43,7 @@ struct System {
   std::vector<int> sockets;
   std::vector<SVCXPRT*> transports;
   RpcDispatch dispatch = nullptr;
+  std::vector<RpcDispatch> dispatches;
 
   bool fails(const std::string& step, const std::string& details = "") {
     calls.push_back(step + details);
@@ -130,6 +134,7 @@ bool_t svc_register(SVCXPRT* transport, u_long program, u_long version, RpcDispa
     return FALSE;
   }
   system_().dispatch = dispatch;
+  system_().dispatches.push_back(dispatch);
   // Without a protocol the port mapper is not told.
   return real(&svc_register, "svc_register")(transport, program, version, dispatch, 0);
 }
@@ -306,6 +311,7 @@ TEST_F(Registration, ModulesStartFunctionRegistersItsProgramAndReturnsNull) {
   EXPECT_EQ(rpcL2CPStart(nullptr), nullptr);
   EXPECT_EQ(system_().calls.front(), "unset 536870941 1");
   EXPECT_EQ(system_().calls.back(), "TCP-register 536870941 1");
+  EXPECT_EQ(system_().dispatches, std::vector<RpcDispatch>(2, &l2cp_program_1));
 }
 
 // ---- Threads ----
@@ -561,6 +567,29 @@ TEST_F(Proxy, InterruptionIsSeenByTheHookAlone) {
 }
 
 TEST(CheckInterrupt, IsFalseOnAThreadThatNobodyInterrupts) { EXPECT_FALSE(checkInterrupt()); }
+
+// The member of a proxy that stands at that offset.
+template <class Member>
+const Member& member(const RPCProxy& proxy, std::size_t offset) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(&proxy);  // NOLINT: is looked into
+  return *reinterpret_cast<const Member*>(bytes + offset);             // NOLINT
+}
+
+TEST_F(Proxy, HoldsThreadHookStartFunctionAndNameInThisOrder) {
+  RPCProxy proxy(start, "thread");
+  const std::size_t hook = sizeof(boost::thread);
+  const std::size_t startFunction = hook + sizeof(void*);
+  const std::size_t name = startFunction + sizeof(void*);
+  ASSERT_EQ(sizeof(RPCProxy), name + sizeof(std::string));
+  ASSERT_EQ(member<bool (*)()>(proxy, hook), &checkInterrupt);
+  ASSERT_EQ(member<RPCProxy::StartFunction>(proxy, startFunction), &start);
+  EXPECT_EQ(member<std::string>(proxy, name), "thread");
+  EXPECT_FALSE(member<boost::thread>(proxy, 0).joinable());
+  ASSERT_TRUE(proxy.start());
+  EXPECT_TRUE(member<boost::thread>(proxy, 0).joinable());
+  EXPECT_TRUE(proxy.stop(false));
+  EXPECT_FALSE(member<boost::thread>(proxy, 0).joinable());
+}
 
 TEST(RpcProxyType, IsNeitherCopiedNorAssigned) {
   static_assert(!std::is_copy_constructible_v<RPCProxy>);

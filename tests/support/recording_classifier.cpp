@@ -82,6 +82,7 @@ void RecordingClassifier::reset() {
   table.clear();
   opened = 0;
   openError = 0;
+  openFailure = -1;
   counters.clear();
   entries.clear();
 }
@@ -125,7 +126,10 @@ int RecordingClassifier::open(const char* bridgeName, const char* tableName) {
   bridge = bridgeName;
   table = tableName;
   ++opened;
-  if (openError != 0) return refuse(openError);
+  if (openError != 0) {
+    errno = openError;
+    return openFailure;
+  }
   descriptor_ = ::open("/dev/null", O_RDWR | O_CLOEXEC);
   return descriptor_;
 }

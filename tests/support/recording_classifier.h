@@ -65,6 +65,8 @@ class RecordingClassifier {
   std::string table;
   unsigned int opened = 0;
   int openError = 0;
+  /// What a failed `br_open` returns.
+  int openFailure = -1;
 
   /// Values of counters by short name; counters that are not here have the value 0.
   std::map<std::string, std::uint64_t> counters;

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 std::size_t support::refusedBlock = 0;
+void (*support::beforeRefusal)() = nullptr;
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 // The C library's own allocator, under the name that it keeps for programs like this one.
@@ -11,6 +12,11 @@ extern "C" void* __libc_malloc(std::size_t size);  // NOLINT(bugprone-reserved-i
 
 extern "C" void* malloc(std::size_t size) noexcept {
   if (size != 0 && size == support::refusedBlock) {
+    if (support::beforeRefusal != nullptr) {
+      support::refusedBlock = 0;
+      support::beforeRefusal();
+      support::refusedBlock = size;
+    }
     errno = ENOMEM;
     return nullptr;
   }

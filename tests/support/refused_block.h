@@ -15,5 +15,7 @@ inline constexpr bool ownMalloc = true;
 
 /// The size of a block that is not to be had, 0 for none.
 extern std::size_t refusedBlock;
+/// Called before a block is refused, if it is set. Blocks that it asks for are granted.
+extern void (*beforeRefusal)();
 
 }  // namespace support
