@@ -72,6 +72,7 @@ bool isAbsolutePath(const std::string& path) {
 template <class Map>
 std::vector<std::string_view> keysOf(const Map& map) {
   std::vector<std::string_view> names;
+  names.reserve(map.size());
   for (const auto& [key, value] : map) names.emplace_back(key);
   return names;
 }

@@ -30,7 +30,7 @@ namespace {
 // What replies point at. A reply is sent before the next request is taken, so one of each is
 // enough.
 struct Service {
-  Config config;
+  Settings* settings = nullptr;
   std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
 
   std::string answer;
@@ -51,6 +51,13 @@ Service& service() {
 }
 
 BLLManager::Host& manager() { return singleton<BLLManager>::instance().host(); }
+
+control_text* answer(const std::string& text) {
+  Service& state = service();
+  state.answer = text.substr(0, CONTROL_TEXT_MAX);
+  state.answerText = state.answer.data();
+  return &state.answerText;
+}
 
 char* wireName(const classifier::Name& name) {
   return wireText(name.view().data());
@@ -93,8 +100,8 @@ control_verdict wireVerdict(const classifier::Verdict& verdict,
 
 }  // namespace
 
-void configureControlService(const Config& config) {
-  service().config = config;
+void configureControlService(Settings& settings) {
+  service().settings = &settings;
   service().begin = std::chrono::steady_clock::now();
 }
 
@@ -107,13 +114,10 @@ void* controlServiceStart(void* /*interruptionHook*/) {
 
 control_text* control_message_1_svc(control_text command, control_text argument,
                                     svc_req* /*request*/) {
-  Service& state = service();
   std::ostringstream output;
   singleton<BLLManager>::instance().externalMessage.fire(
       std::string(command), std::string(argument), &output, std::string("control"));
-  state.answer = output.str().substr(0, CONTROL_TEXT_MAX);
-  state.answerText = state.answer.data();
-  return &state.answerText;
+  return answer(output.str());
 }
 
 control_feed_result* control_feed_1_svc(u_int port, control_frames frames, svc_req* /*request*/) {
@@ -169,7 +173,7 @@ control_config_result* control_running_config_1_svc(control_config_mode mode,
 control_save_result* control_save_1_svc(svc_req* /*request*/) {
   static control_save_result result;
   Service& state = service();
-  const std::string& path = state.config.startup;
+  const std::string& path = state.settings->config().startup;
   const BLLManager::sharedLock_t lock;
   if (path.empty()) {
     state.answer = "the configuration names no startup script";
@@ -190,6 +194,7 @@ control_save_result* control_save_1_svc(svc_req* /*request*/) {
 control_status* control_status_1_svc(svc_req* /*request*/) {
   static control_status result;
   Service& state = service();
+  const Config& config = state.settings->config();
   state.entityNames.clear();
   state.entities.clear();
   state.ports.clear();
@@ -199,12 +204,12 @@ control_status* control_status_1_svc(svc_req* /*request*/) {
     state.entityNames.push_back(entity.name);
     state.entities.push_back({wireText(state.entityNames.back()), entity.running});
   }
-  for (const auto& [number, port] : state.config.ports) {
+  for (const auto& [number, port] : config.ports) {
     state.ports.push_back({number, wireText(port.name)});
   }
   result.release = wireText(hostVersion);
   result.bridge = wireText(singleton<itbridge>::instance().bridgeNameGet());
-  result.classifier = wireText(state.config.classifier);
+  result.classifier = wireText(config.classifier);
   result.pid = static_cast<u_int>(getpid());
   result.uptime = static_cast<u_int>(std::chrono::duration_cast<std::chrono::seconds>(
                                          std::chrono::steady_clock::now() - state.begin)
@@ -212,4 +217,8 @@ control_status* control_status_1_svc(svc_req* /*request*/) {
   result.entities = {static_cast<u_int>(state.entities.size()), state.entities.data()};
   result.ports = {static_cast<u_int>(state.ports.size()), state.ports.data()};
   return &result;
+}
+
+control_text* control_reload_1_svc(svc_req* /*request*/) {
+  return answer(service().settings->reload());
 }

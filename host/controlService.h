@@ -1,11 +1,12 @@
 #pragma once
 
-#include "host/config.h"
+#include "host/settings.h"
 
 /// The daemon's own RPC service, host/control.x.
 
-/// What the service answers from. To be called once, before the service is registered.
-void configureControlService(const Config& config);
+/// What the service answers from, and reloads. To be called before the service is registered; the
+/// settings have to live as long as it is served.
+void configureControlService(Settings& settings);
 
 /// Start function of the thread that runs the RPC loop: registers the service, limits what
 /// clients of all services may leave unread, and says that the daemon is ready.

@@ -7,18 +7,24 @@
 
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <future>
+#include <initializer_list>
+#include <optional>
 #include <string>
 
 #include "host/bllManager.h"
 #include "host/bridge.h"
-#include "host/config.h"
 #include "host/control.h"
 #include "host/controlService.h"
 #include "host/hostScripter.h"
+#include "host/lockFile.h"
 #include "host/log.h"
+#include "host/loopCall.h"
 #include "host/module.h"
 #include "host/registrar.h"
+#include "host/serviceManager.h"
+#include "host/settings.h"
 #include "host/startup.h"
 #include "host/version.h"
 #include "platform/CliConfig.h"
@@ -31,7 +37,7 @@ using namespace std::chrono_literals;
 
 // The thread on which the module registers its program with the port mapper.
 constexpr const char* moduleThread = "L2CP_mng";
-// The RPC loop needs a second to notice, the port mapper usually none; together they get this.
+// The RPC loop and the port mapper need next to nothing, or together they get this.
 constexpr auto stopTimeout = 1800ms;
 // How long a port mapper may take before the daemon says what it is waiting for.
 constexpr auto registrationPatience = 2s;
@@ -45,21 +51,20 @@ constexpr RpcProgram programs[] = {{L2CP_PROGRAM, L2CP_VERSION},
 
 class Daemon {
  public:
-  explicit Daemon(const DaemonOptions& options) : options_(options) {}
+  explicit Daemon(const DaemonOptions& options) : settings_(options.configFile) {}
 
   int run() {
     // Blocked here and so in every thread: they are waited for below.
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGTERM);
-    sigaddset(&stopSignals, SIGINT);
-    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    const sigset_t stopSignals = signalSet({SIGTERM, SIGINT});
+    const sigset_t signals = signalSet({SIGTERM, SIGINT, SIGHUP});
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     // A client that goes away while its reply is written must not take the daemon with it.
     std::signal(SIGPIPE, SIG_IGN);
 
     limitDescriptors();
-    if (!configure()) return EXIT_FAILURE;
-    connectModule();
+    takeLock();
+    makeStartupFolder();
+    configure();
     int maxRecord = maxRequestRecord;
     if (rpc_control(RPC_SVC_CONNMAXREC_SET, &maxRecord) == 0) {
       hostlog::error("rpc", "cannot limit the size of requests");
@@ -76,19 +81,23 @@ class Daemon {
     // The RPC library keeps one set of transports for the process and does not guard it: no loop
     // until the module has registered its own.
     awaitRegistration(stopSignals, [] { return host().waitForThread(moduleThread, 100ms); });
+    const LoopCall reload([this] { settings_.reload(); });
+    const LoopCall wakeUp([] {});
     std::future<RpcPorts> ports = served().get_future();
     RPCProxy loop(serve, "BLLManager_mng");
     loop.start();
     awaitRegistration(stopSignals,
                       [&] { return ports.wait_for(100ms) == std::future_status::ready; });
     Registrar registrar(programs, ports.get());
+    serviceManager::ready(servingStatus);
 
     int received = 0;
-    sigwait(&stopSignals, &received);
+    while (sigwait(&signals, &received) == 0 && received == SIGHUP) reload.request();
     hostlog::information("daemon", "stopping on {}", received == SIGTERM ? "SIGTERM" : "SIGINT");
+    serviceManager::stopping();
     const auto deadline = std::chrono::steady_clock::now() + stopTimeout;
     registrar.beginStop();
-    loop.stop(false);
+    stopLoop(loop, wakeUp);
     host().stopEntities();
     if (!registrar.waitStopped(deadline)) {
       leave("the port mapper does not answer; the programs stay registered");
@@ -108,31 +117,60 @@ class Daemon {
     setrlimit(RLIMIT_NOFILE, &limit);
   }
 
+  static sigset_t signalSet(std::initializer_list<int> numbers) {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : numbers) sigaddset(&set, number);
+    return set;
+  }
+
   static BLLManager::Host& host() { return singleton<BLLManager>::instance().host(); }
 
-  bool configure() {
+  // Files at places that the configuration names have to be usable, or the daemon does not run;
+  // those at the places of its own choice need not be: they may be read-only. Throws LockError and
+  // ConfigError.
+  void takeLock() {
+    const Config& config = settings_.config();
     try {
-      if (!options_.configFile.empty()) config_ = readConfig(options_.configFile);
-    } catch (const ConfigError& problem) {
-      hostlog::error("config", "{}", problem.what());
-      return false;
+      if (!config.lock.empty()) lock_.emplace(config.lock);
+    } catch (const LockHeld&) {
+      throw;
+    } catch (const LockError& problem) {
+      if (config.isLockChosen) throw;
+      hostlog::warning("daemon", "no lock: {}", problem.what());
     }
-    setBridgeName(config_.bridge);
-    configureControlService(config_);
+  }
+  void makeStartupFolder() {
+    const Config& config = settings_.config();
+    if (config.startup.empty()) return;
+    const std::filesystem::path folder = std::filesystem::path(config.startup).parent_path();
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (!error) return;
+    const std::string problem = fmt::format("{}: {}", folder.string(), error.message());
+    if (config.isStartupChosen) throw ConfigError(problem);
+    hostlog::warning("daemon", "no folder for the startup script: {}", problem);
+  }
+
+  void configure() {
+    const std::string& bridge = settings_.config().bridge;
+    setBridgeName(bridge);
+    configureControlService(settings_);
+    connectModule();
+    settings_.setUp();
     // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): the framework takes it over
     singleton<CliConfig>::instance().addScripter(new HostScripter);
-    hostlog::information("daemon", "l2cpd {}, bridge {}", hostVersion, config_.bridge);
-    return true;
+    hostlog::information("daemon", "l2cpd {}, bridge {}", hostVersion, bridge);
   }
 
   // Carries out the script that was saved last.
   void restore() const {
-    if (config_.startup.empty()) return;
-    const auto [commands, problems] =
-        startup::replay(config_.startup, startup::Strictness::skipLines);
+    const std::string& path = settings_.config().startup;
+    if (path.empty()) return;
+    const auto [commands, problems] = startup::replay(path, startup::Strictness::skipLines);
     for (const std::string& line : problems) hostlog::warning("startup", "{}", line);
     if (commands == 0 && problems.empty()) return;
-    hostlog::information("startup", "{}: {} commands, {} problems", config_.startup, commands,
+    hostlog::information("startup", "{}: {} commands, {} problems", path, commands,
                          problems.size());
   }
 
@@ -167,16 +205,32 @@ class Daemon {
     return nullptr;
   }
 
+  // The loop would look only every second whether it is to stop.
+  static void stopLoop(RPCProxy& loop, const LoopCall& wakeUp) {
+    loop.stop(true);
+    wakeUp.request();
+    loop.stop(false);
+  }
+
   // Ends the process while one of its threads is held up by the port mapper.
   [[noreturn]] static void leave(const char* reason) {
     hostlog::warning("rpc", "{}", reason);
     std::quick_exit(EXIT_SUCCESS);
   }
 
-  const DaemonOptions& options_;
-  Config config_;
+  Settings settings_;
+  std::optional<LockFile> lock_;
 };
 
 }  // namespace
 
-int runDaemon(const DaemonOptions& options) { return Daemon(options).run(); }
+int runDaemon(const DaemonOptions& options) {
+  try {
+    return Daemon(options).run();
+  } catch (const ConfigError& problem) {
+    hostlog::error("config", "{}", problem.what());
+  } catch (const LockError& problem) {
+    hostlog::error("daemon", "{}", problem.what());
+  }
+  return EXIT_FAILURE;
+}

@@ -4,7 +4,7 @@
 
 /// What l2cpd is told on its command line.
 struct DaemonOptions {
-  std::string configFile;  ///< empty: the defaults
+  std::string configFile;  ///< empty: the installed one, if there is one
 };
 
 /// Runs the daemon in the foreground until SIGTERM or SIGINT: starts the entities, serves

@@ -1,7 +1,12 @@
 #include "host/log.h"
 
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <mutex>
 #include <sstream>
 #include <string>
@@ -24,6 +29,39 @@ std::string_view levelText(hostlog::Level level) {
       return "debug: ";
   }
   return "";
+}
+
+int priority(hostlog::Level level) {
+  switch (level) {
+    case hostlog::Level::error:
+      return LOG_ERR;
+    case hostlog::Level::warning:
+      return LOG_WARNING;
+    case hostlog::Level::information:
+      return LOG_INFO;
+    case hostlog::Level::debug:
+      return LOG_DEBUG;
+  }
+  return LOG_INFO;
+}
+
+struct Sinks {
+  bool systemLog = false;
+  bool standardError = true;
+};
+
+Sinks& sinks() {
+  static Sinks instance;
+  return instance;
+}
+
+// The service manager names the journal's stream by device and inode. The variable alone says
+// nothing: terminals inherit it, too.
+bool isStandardErrorTheJournal() {
+  const char* journal = std::getenv("JOURNAL_STREAM");
+  struct stat stream {};
+  return journal != nullptr && fstat(STDERR_FILENO, &stream) == 0 &&
+         fmt::format("{}:{}", stream.st_dev, stream.st_ino) == journal;
 }
 
 // Gathers what is written to the stream on each thread and hands whole lines to the sink.
@@ -59,13 +97,20 @@ LineBuffer& lineBuffer() {
 
 namespace hostlog {
 
+// Lines of the module, which do not name their facility, stay in the one of user programs.
+void openSystemLog() {
+  openlog("l2cpd", LOG_PID, LOG_USER);
+  sinks() = {.systemLog = true, .standardError = !isStandardErrorTheJournal()};
+}
+
 void setLevel(Level level) { limit = level; }
 
 bool accepts(Level level) { return level <= limit.load(); }
 
 void write(Level level, std::string_view subsystem, std::string_view text) {
-  const std::string line = fmt::format("l2cpd: {}{}: {}\n", levelText(level), subsystem, text);
-  std::fputs(line.c_str(), stderr);
+  const std::string line = fmt::format("{}{}: {}", levelText(level), subsystem, text);
+  if (sinks().systemLog) syslog(LOG_DAEMON | priority(level), "%s", line.c_str());
+  if (sinks().standardError) std::fputs(fmt::format("l2cpd: {}\n", line).c_str(), stderr);
 }
 
 }  // namespace hostlog

@@ -5,10 +5,16 @@
 #include <string_view>
 
 /// The daemon's log: one sink for the framework, the module and the daemon itself. A line goes to
+/// the system log as "warning: rpc: text", with that priority and the facility "daemon", and to
 /// standard error as "l2cpd: warning: rpc: text". May be called from any thread.
 namespace hostlog {
 
 enum class Level : int { error = 0, warning = 1, information = 2, debug = 3 };
+
+/// Until this is called, lines go to standard error alone; then to the system log, and to standard
+/// error as well unless that is the journal, where every line would stand twice. To be called while
+/// there is one thread.
+void openSystemLog();
 
 /// Messages above `level` are dropped. Starts at `information`.
 void setLevel(Level level);

@@ -1,7 +1,11 @@
 #include "host/log.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <set>
 #include <sstream>
 #include <string>
@@ -9,6 +13,7 @@
 #include <vector>
 
 #include "platform/Log.h"
+#include "tests/support/syslog_capture.h"
 
 namespace {
 
@@ -56,6 +61,13 @@ TEST_F(HostLog, DropsWhatIsAboveTheLevel) {
   hostlog::setLevel(hostlog::Level::debug);
   EXPECT_EQ(errorsOf(writeAll),
             "l2cpd: error: a: 0\nl2cpd: warning: a: 1\nl2cpd: a: 2\nl2cpd: debug: a: 3\n");
+}
+
+TEST_F(HostLog, IsNotInTheSystemLogBeforeThatIsOpen) {
+  support::SyslogCapture& systemLog = support::SyslogCapture::instance();
+  systemLog.reset();
+  EXPECT_EQ(errorsOf([] { hostlog::error("rpc", "text"); }), "l2cpd: error: rpc: text\n");
+  EXPECT_TRUE(systemLog.lines.empty());
 }
 
 // ---- The module's stream ----
@@ -133,6 +145,75 @@ TEST_F(ModuleLog, LinesOfManyThreadsStayWhole) {
     }
   }
   EXPECT_EQ(lines, expected);
+}
+
+// ---- The system log ----
+
+/// It stays open until the process ends, so that these tests come last.
+class SystemLog : public HostLog {
+ protected:
+  void SetUp() override { captured().reset(); }
+  void TearDown() override {
+    unsetenv("JOURNAL_STREAM");
+    hostlog::openSystemLog();
+    HostLog::TearDown();
+  }
+
+  static support::SyslogCapture& captured() { return support::SyslogCapture::instance(); }
+
+  /// As the service manager names the journal's stream.
+  static std::string nameOfStandardError() {
+    struct stat stream {};
+    fstat(STDERR_FILENO, &stream);
+    return std::to_string(stream.st_dev) + ":" + std::to_string(stream.st_ino);
+  }
+};
+
+TEST_F(SystemLog, HasEveryLineWithItsPriority) {
+  hostlog::openSystemLog();
+  hostlog::setLevel(hostlog::Level::debug);
+  EXPECT_EQ(errorsOf([] {
+              hostlog::error("a", "{} %s", 0);
+              hostlog::warning("a", "1");
+              hostlog::information("a", "2");
+              hostlog::log(hostlog::Level::debug, "a", "3");
+            }),
+            "l2cpd: error: a: 0 %s\nl2cpd: warning: a: 1\nl2cpd: a: 2\nl2cpd: debug: a: 3\n");
+  const std::vector<std::pair<int, std::string>> expected = {
+      {LOG_DAEMON | LOG_ERR, "error: a: 0 %s"},
+      {LOG_DAEMON | LOG_WARNING, "warning: a: 1"},
+      {LOG_DAEMON | LOG_INFO, "a: 2"},
+      {LOG_DAEMON | LOG_DEBUG, "debug: a: 3"}};
+  std::vector<std::pair<int, std::string>> lines;
+  for (const support::LogLine& line : captured().lines) {
+    lines.emplace_back(line.priority, line.text);
+  }
+  EXPECT_EQ(lines, expected);
+}
+
+TEST_F(SystemLog, HasNothingThatIsAboveTheLevel) {
+  hostlog::openSystemLog();
+  errorsOf([] { hostlog::log(hostlog::Level::debug, "a", "3"); });
+  EXPECT_TRUE(captured().lines.empty());
+}
+
+TEST_F(SystemLog, IsAllThereIsWhenStandardErrorIsTheJournal) {
+  EXPECT_EQ(errorsOf([] {
+              setenv("JOURNAL_STREAM", nameOfStandardError().c_str(), 1);
+              hostlog::openSystemLog();
+              hostlog::error("a", "text");
+            }),
+            "");
+  ASSERT_EQ(captured().lines.size(), 1U);
+  EXPECT_EQ(captured().lines[0].text, "error: a: text");
+}
+
+TEST_F(SystemLog, IsNotAllWhenAnotherStreamIsTheJournal) {
+  for (const char* journal : {"", "1:2", "text"}) {
+    setenv("JOURNAL_STREAM", journal, 1);
+    hostlog::openSystemLog();
+    EXPECT_EQ(errorsOf([] { hostlog::error("a", "text"); }), "l2cpd: error: a: text\n");
+  }
 }
 
 }  // namespace

@@ -131,6 +131,12 @@ class Control {
     });
   }
 
+  /// Why not all of the configuration file is in force.
+  std::string reload() const {
+    return taken(control_reload_1(handle()), xdr_control_text,
+                 [](const control_text& text) { return std::string(text); });
+  }
+
   std::vector<ServiceProfile> serviceProfiles() const {
     return taken(
         control_service_profile_list_1(handle()), xdr_control_service_profiles,

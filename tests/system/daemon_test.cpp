@@ -3,9 +3,13 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/world.h"
@@ -257,6 +261,71 @@ TEST_P(Stop, SecondDaemonTakesTheProgramsOver) {
   EXPECT_EQ(client::Service("tcp").profileGetAll(), client::List<client::Profile>{});
   EXPECT_EQ(first.profileGet(0).name, "first");
   EXPECT_EQ(world().stopDaemon(GetParam()), 0);
+}
+
+/// A client that sends requests without waiting for replies, until the daemon goes.
+class Flood {
+ public:
+  Flood()
+      : sender_([this] {
+          const std::string request = wire::Call{.procedure = protoGet}.with(index).str();
+          const std::string record = wire::Socket::fragment(request, true).str();
+          std::string batch;
+          for (int i = 0; i < 1000; ++i) batch += record;
+          while (socket_.sendRaw(batch)) {
+          }
+        }),
+        receiver_([this] {
+          while (const auto reply = socket_.receive()) {
+            ++(*reply == wire::success(error) ? replies_ : others_);
+          }
+        }) {}
+  ~Flood() { end(); }
+  Flood(const Flood&) = delete;
+  Flood& operator=(const Flood&) = delete;
+
+  /// Whole ones, and whatever else came.
+  std::size_t replies() const { return replies_; }
+  std::size_t others() const { return others_; }
+  /// Waits until the daemon is gone and everything that it sent has been received.
+  void end() {
+    if (sender_.joinable()) sender_.join();
+    if (receiver_.joinable()) receiver_.join();
+  }
+
+ private:
+  static constexpr std::uint32_t protoGet = 4;
+
+  wire::Bytes index = wire::Bytes().word(77);
+  // A protocol that does not exist: nothing of it, and the error.
+  wire::Bytes error = wire::Bytes().words({0, 0, 0, 0, 0, 0, 1});
+  wire::Socket socket_{"tcp"};
+  std::atomic<std::size_t> replies_ = 0;
+  std::atomic<std::size_t> others_ = 0;
+  std::thread sender_;
+  std::thread receiver_;
+};
+
+TEST_P(Stop, SendsTheRepliesToAllRequestsThatItHasTaken) {
+  const support::Process& daemon = world().startDaemon();
+  client::Control("udp").message("l2cp_debug", "1");
+  Flood flood;
+  // In the middle of requests.
+  ASSERT_TRUE(support::eventually([&] { return flood.replies() > 100; }));
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(world().stopDaemon(GetParam()), 0) << daemon.output().text();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+  flood.end();
+  const auto executed = [&] {
+    const std::vector<std::string> lines = world().systemLog().all();
+    return static_cast<std::size_t>(
+        std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+          return line.find(" protoGet(idx=77)") != std::string::npos;
+        }));
+  };
+  EXPECT_TRUE(support::eventually([&] { return executed() == flood.replies(); }))
+      << executed() << " requests, " << flood.replies() << " replies";
+  EXPECT_EQ(flood.others(), 0U);
 }
 
 TEST_F(Start, ClientsThatGoAwayBeforeTheirReplyDoNoHarm) {

@@ -72,12 +72,14 @@ class Socket {
 
   int descriptor() const { return descriptor_.get(); }
 
-  void sendRaw(std::string_view bytes) const {
+  /// False when the daemon has closed.
+  bool sendRaw(std::string_view bytes) const {
     while (!bytes.empty()) {
       const ssize_t sent = ::send(descriptor_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-      if (sent <= 0) return;
+      if (sent <= 0) return false;
       bytes.remove_prefix(static_cast<std::size_t>(sent));
     }
+    return true;
   }
 
   /// One record, over TCP in one fragment.

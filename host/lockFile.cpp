@@ -1,0 +1,63 @@
+#include "host/lockFile.h"
+
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <filesystem>
+
+namespace {
+
+[[noreturn]] void fail(const std::string& path, int error) {
+  throw LockError(fmt::format("{}: {}", path, std::strerror(error)));
+}
+
+std::string heldMessage(int descriptor, const std::string& path) {
+  std::array<char, 32> text{};
+  const ssize_t size = pread(descriptor, text.data(), text.size(), 0);
+  pid_t holder = 0;
+  if (size > 0) std::from_chars(text.data(), text.data() + size, holder);
+  // It has the lock before it has written its number.
+  const std::string process = holder > 0 ? fmt::format(" (process {})", holder) : "";
+  return fmt::format("another l2cpd is running{}, it holds {}", process, path);
+}
+
+}  // namespace
+
+LockFile::LockFile(const std::string& path) {
+  const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+  std::error_code error;
+  std::filesystem::create_directories(folder, error);
+  if (error) fail(folder, error.value());
+
+  constexpr mode_t readableByAll = 0644;
+  descriptor_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, readableByAll);
+  if (descriptor_ < 0) fail(path, errno);
+  try {
+    if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
+      if (errno == EWOULDBLOCK) throw LockHeld(heldMessage(descriptor_, path));
+      fail(path, errno);
+    }
+    writeHolder(path);
+  } catch (...) {
+    close(descriptor_);
+    throw;
+  }
+}
+
+LockFile::~LockFile() { close(descriptor_); }
+
+// The old number goes when the new one is there, so that the file is empty only when it is new.
+void LockFile::writeHolder(const std::string& path) const {
+  const std::string text = fmt::format("{}\n", getpid());
+  const auto size = static_cast<ssize_t>(text.size());
+  if (pwrite(descriptor_, text.data(), text.size(), 0) != size ||
+      ftruncate(descriptor_, size) != 0) {
+    fail(path, errno);
+  }
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <rpc/rpc.h>
+
+#include <functional>
+
+/// Has a function run on the thread of the RPC loop, where everything runs that changes state. It
+/// is a transport of the RPC library whose descriptor becomes readable when a call is asked for, so
+/// that the loop turns to it as it turns to requests, and no client can keep it from that.
+class LoopCall {
+ public:
+  /// `function` must not throw. The RPC library does not guard its set of transports: nobody else
+  /// may use it meanwhile, here and in the destructor. Throws std::system_error.
+  explicit LoopCall(std::function<void()> function);
+  ~LoopCall();
+  LoopCall(const LoopCall&) = delete;
+  LoopCall& operator=(const LoopCall&) = delete;
+
+  /// Asks for one call and does not wait for it. Requests that come before the call are one. From
+  /// any thread.
+  void request() const;
+
+ private:
+  static bool_t receive(SVCXPRT* transport, rpc_msg* message);
+  static xprt_stat state(SVCXPRT* transport);
+  static const struct SVCXPRT::xp_ops operations;
+
+  std::function<void()> function_;
+  SVCXPRT transport_{};
+  SVCXPRT_EXT extension_{};
+};

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+
+#include "host/config.h"
+
+/// The configuration that the daemon runs with, and how it follows its file.
+class Settings {
+ public:
+  /// Reads `file`. An empty name stands for the installed file if there is one, else the defaults
+  /// hold. Throws ConfigError.
+  explicit Settings(std::string file);
+
+  const Config& config() const { return config_; }
+
+  /// Makes the profiles that the file names. To be called once, before entities start.
+  void setUp();
+
+  /// Reads the file again and puts in force what has changed. The service manager is told that this
+  /// begins and ends; the log, what became of it. A file that cannot be used changes nothing.
+  /// Returns an empty text, or why not all of the file is in force, a line for each reason. For the
+  /// thread of the RPC loop.
+  std::string reload();
+
+ private:
+  Config read();
+  std::string follow(const Config& wanted);
+
+  std::string file_;
+  Config config_;
+};
+
+/// What the service manager shows while requests are served.
+inline constexpr const char* servingStatus = "Serving requests";
