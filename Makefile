@@ -6,7 +6,7 @@ JOBS ?= $(shell nproc)
 sources = $(shell git ls-files '*.cpp' '*.h')
 
 .DEFAULT_GOAL := build
-.PHONY: build setup demo test test-% bench format check-format lint install packages clean help
+.PHONY: build setup demo test test-% bench format check-format lint install packages check-packages clean help
 
 build: setup ## Build programs into build/bin and libraries into build/lib
 	@cmake --preset release >/dev/null
@@ -46,6 +46,9 @@ install: build ## Install; DESTDIR and PREFIX as usual
 
 packages: setup ## Build Debian packages into the folder build-packages
 	@scripts/packages build-packages
+
+check-packages: setup ## Build the packages, install, use and remove them in a layer over this system
+	@tests/packaging/packages_test
 
 clean: ## Remove the build folders
 	@rm -rf build build-asan build-tsan build-packages
