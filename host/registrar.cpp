@@ -7,6 +7,7 @@
 #include <sys/select.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -146,15 +147,18 @@ struct Registrar::Watch {
 
   // False for a port mapper that is there and silent. One that is gone knows nothing any more.
   bool unregister() const {
-    for (const RpcProgram& program : programs) {
-      const Answer udp = registeredPort(program, IPPROTO_UDP);
-      if (udp.status == RPC_TIMEDOUT) return false;
-      const Answer tcp = registeredPort(program, IPPROTO_TCP);
-      if (tcp.status == RPC_TIMEDOUT) return false;
-      // Both go at once, so that what another process has registered has to stay as a whole.
-      if (ports.udp.contains(udp.port) || ports.tcp.contains(tcp.port)) {
-        pmap_unset(program.number, program.version);
-      }
+    return std::all_of(programs.begin(), programs.end(),
+                       [this](const RpcProgram& program) { return unregister(program); });
+  }
+
+  bool unregister(const RpcProgram& program) const {
+    const Answer udp = registeredPort(program, IPPROTO_UDP);
+    if (udp.status == RPC_TIMEDOUT) return false;
+    const Answer tcp = registeredPort(program, IPPROTO_TCP);
+    if (tcp.status == RPC_TIMEDOUT) return false;
+    // Both go at once, so that what another process has registered has to stay as a whole.
+    if (ports.udp.contains(udp.port) || ports.tcp.contains(tcp.port)) {
+      pmap_unset(program.number, program.version);
     }
     return true;
   }
