@@ -12,6 +12,16 @@ namespace cli {
 
 namespace {
 
+std::vector<std::string> linesOf(std::string_view text) {
+  std::vector<std::string> lines;
+  while (!text.empty()) {
+    const std::size_t length = text.find('\n');
+    lines.emplace_back(text.substr(0, length));
+    text.remove_prefix(length == std::string_view::npos ? text.size() : length + 1);
+  }
+  return lines;
+}
+
 std::string messageText(std::string text, std::string_view what) {
   if (text.size() <= CONTROL_TEXT_MAX) return text;
   throw UsageError(
@@ -28,13 +38,16 @@ void message(Context& context) {
   context.words.end();
   const auto answer =
       context.client.control<control_message_1>(wireText(command), wireText(argument));
-  std::vector<std::string> lines;
-  for (std::string_view rest = *answer; !rest.empty();) {
-    const std::size_t length = rest.find('\n');
-    lines.emplace_back(rest.substr(0, length));
-    rest.remove_prefix(length == std::string_view::npos ? rest.size() : length + 1);
-  }
-  context.output.lines(lines);
+  context.output.lines(linesOf(*answer));
+}
+
+void reload(Context& context) {
+  context.words.end();
+  const auto problems = context.client.control<control_reload_1>();
+  if (**problems == '\0') return;
+  std::string text = "FAILED";
+  for (const std::string& line : linesOf(*problems)) text += "; " + safeText(line);
+  throw Refused(text);
 }
 
 using Status = control_status;
@@ -76,7 +89,11 @@ constexpr Command commands[] = {
      "l2cp_debug 1|0  switches its trace on or off\n"
      "l2cp_dump       writes down the names of its objects in the classifier\n"
      "A command that nobody knows is not an error and has no answer.",
-     "l2cpctl daemon message l2cp_debug 1", message}};
+     "l2cpctl daemon message l2cp_debug 1", message},
+    {"daemon reload", "", "Has the daemon read its configuration file again, as SIGHUP does.",
+     "A file that cannot be used changes nothing. What cannot change now is told; the rest of the\n"
+     "file is then in force.",
+     "l2cpctl daemon reload", reload}};
 
 }  // namespace
 

@@ -24,8 +24,8 @@ namespace {
 
 constexpr std::string_view classifiers[] = {"software"};
 
-constexpr std::string_view keys[] = {"bridge", "classifier",   "startup",        "lock",
-                                     "port",   "vlan-profile", "service-profile"};
+constexpr std::string_view keys[] = {"bridge", "classifier", "startup",      "strict-startup",
+                                     "lock",   "port",       "vlan-profile", "service-profile"};
 constexpr std::string_view portKeys[] = {"number", "name", "interface", "vlans", "svids"};
 constexpr std::string_view vlanProfileKeys[] = {"name"};
 constexpr std::string_view serviceProfileKeys[] = {"name", "vlan-profile", "l2cp-profile"};
@@ -91,6 +91,9 @@ class Reader {
       config_.startup = isNone ? "" : absolutePath(*node, "startup");
       config_.isStartupChosen = true;
     }
+    if (const toml::node* node = root.get("strict-startup")) {
+      config_.strictStartup = truth(*node, "strict-startup");
+    }
     if (const toml::node* node = root.get("lock")) {
       config_.lock = absolutePath(*node, "lock");
       config_.isLockChosen = true;
@@ -144,6 +147,12 @@ class Reader {
   std::string text(const toml::node& node, std::string_view key) const {
     const auto value = node.value_exact<std::string>();
     if (!value) fail(node, fmt::format("\"{}\" is not a text", key));
+    return *value;
+  }
+
+  bool truth(const toml::node& node, std::string_view key) const {
+    const auto value = node.value_exact<bool>();
+    if (!value) fail(node, fmt::format("\"{}\" is neither true nor false", key));
     return *value;
   }
 

@@ -31,6 +31,8 @@ struct Config {
   std::string classifier = "software";
   /// Path of the script that is replayed at the start and written by saving; empty for none.
   std::string startup;
+  /// Whether nothing of a script is carried out that has a line with a problem.
+  bool strictStartup = false;
   /// Path of the lock file; empty for none.
   std::string lock;
   /// Whether the file names them. They need not be usable if it does not.

@@ -164,10 +164,14 @@ class Daemon {
   }
 
   // Carries out the script that was saved last.
-  void restore() const {
-    const std::string& path = settings_.config().startup;
+  void restore() {
+    const Config& config = settings_.config();
+    const std::string& path = config.startup;
     if (path.empty()) return;
-    const auto [commands, problems] = startup::replay(path, startup::Strictness::skipLines);
+    const auto strictness =
+        config.strictStartup ? startup::Strictness::nothing : startup::Strictness::skipLines;
+    const auto [commands, problems, isUndone] = startup::replay(path, strictness);
+    if (isUndone) settings_.setUp();
     for (const std::string& line : problems) hostlog::warning("startup", "{}", line);
     if (commands == 0 && problems.empty()) return;
     hostlog::information("startup", "{}: {} commands, {} problems", path, commands,

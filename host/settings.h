@@ -13,7 +13,7 @@ class Settings {
 
   const Config& config() const { return config_; }
 
-  /// Makes the profiles that the file names. To be called once, before entities start.
+  /// Makes the profiles that the file names. To be called while there are none.
   void setUp();
 
   /// Reads the file again and puts in force what has changed. The service manager is told that this

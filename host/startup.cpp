@@ -210,6 +210,7 @@ Replay replay(const std::string& path, Strictness strictness) {
     if (strict) {
       restoreDefaults();
       result.commands = 0;
+      result.isUndone = true;
       return result;
     }
   }

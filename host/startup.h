@@ -22,6 +22,9 @@ enum class Strictness {
 struct Replay {
   std::size_t commands = 0;           ///< carried out; comments and "exit" do not count
   std::vector<std::string> problems;  ///< "PATH:LINE: what is wrong"
+  /// Whether commands had been carried out before a refused one had all settings returned to their
+  /// defaults. Profiles that were there before the script are gone, too.
+  bool isUndone = false;
 };
 
 /// Carries out the script at `path`. A script that does not exist has no commands and no problems.

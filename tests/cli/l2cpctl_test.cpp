@@ -993,6 +993,22 @@ class DaemonWithoutScript : public DaemonTest {
   }
 };
 
+TEST_F(DaemonWithoutScript, ReadsItsConfigurationFileAgain) {
+  support::World::file("l2cpd.toml", "startup = \"\"\n[[port]]\nnumber = 7\nname = \"uplink\"\n");
+  EXPECT_EQ(shown({"daemon", "reload"}), "");
+  EXPECT_THAT(shown({"-o", "daemon", "status"}), HasSubstr("port=7 name=uplink\n"));
+}
+
+TEST_F(DaemonWithoutScript, TellsWhatOfItsConfigurationFileIsNotInForce) {
+  support::World::file("l2cpd.toml", "bridge = \"br1\"\nstartup = \"/run/s\"\n");
+  EXPECT_EQ(refused({"daemon", "reload"}),
+            "l2cpctl: error: FAILED; \"bridge\" stays \"br0\" until the daemon is started again; "
+            "\"startup\" stays \"\" until the daemon is started again\n");
+  support::World::file("l2cpd.toml", "bridge = 1\n");
+  EXPECT_EQ(refused({"daemon", "reload"}),
+            "l2cpctl: error: FAILED; /run/l2cpd.toml:1: \"bridge\" is not a text\n");
+}
+
 TEST_F(DaemonWithoutScript, SavesNothing) {
   EXPECT_EQ(refused({"running-config", "save"}),
             "l2cpctl: error: FAILED: the configuration names no startup script; \"startup\" in "

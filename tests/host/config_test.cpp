@@ -209,6 +209,8 @@ TEST(ConfigFile, TellsThePathsOfScriptAndLock) {
   EXPECT_EQ(config.lock, "/l");
   EXPECT_TRUE(config.isStartupChosen && config.isLockChosen);
   EXPECT_EQ(accepted("startup = \"\"\n").startup, "");
+  EXPECT_FALSE(config.strictStartup);
+  EXPECT_TRUE(accepted("strict-startup = true\n").strictStartup);
 }
 
 TEST(ConfigFile, TellsVlansAndSvidsOfPorts) {
@@ -348,6 +350,8 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"MisspeltClassifier", "classifier = \"sofware\"\n",
                 "FILE:1: there is no classifier \"sofware\"; did you mean \"software\"?"},
         Refusal{"StartupThatIsANumber", "startup = 1\n", "FILE:1: \"startup\" is not a text"},
+        Refusal{"StrictnessThatIsAText", "strict-startup = \"true\"\n",
+                "FILE:1: \"strict-startup\" is neither true nor false"},
         Refusal{"RelativeStartup", "startup = \"startup.l2cp\"\n",
                 "FILE:1: \"startup\" is no absolute path"},
         Refusal{"StartupWithAZeroByte", "startup = \"/a\\u0000b\"\n",

@@ -236,7 +236,7 @@ class Replaying : public RestoreTest {
 };
 
 TEST_F(Replaying, ScriptThatDoesNotExistHasNothingToSay) {
-  const auto [commands, problems] = startup::replay(path, Strictness::skipLines);
+  const auto [commands, problems, isUndone] = startup::replay(path, Strictness::skipLines);
   EXPECT_EQ(commands, 0U);
   EXPECT_THAT(problems, IsEmpty());
 }
@@ -260,7 +260,7 @@ TEST_F(Replaying, FileThatCannotBeReachedIsNamed) {
 }
 
 TEST_F(Replaying, CarriesOutEveryLineAndCountsCommandsAlone) {
-  const auto [commands, problems] = replay(
+  const auto [commands, problems, isUndone] = replay(
       "! comment\n"
       "\n"
       "l2cp-profile P\n"
@@ -356,14 +356,16 @@ TEST_F(Replaying, LineOfAnyLengthAndByteIsOneLine) {
 
 TEST_F(Replaying, StrictlyRunsNothingOfAScriptWithALineThatIsNotUnderstood) {
   run({"vlan-profile before", "exit"});
-  const auto [commands, problems] = replay("l2cp-profile P\nexit\nbogus\n", Strictness::nothing);
+  const auto [commands, problems, isUndone] =
+      replay("l2cp-profile P\nexit\nbogus\n", Strictness::nothing);
   EXPECT_EQ(commands, 0U);
+  EXPECT_FALSE(isUndone);
   EXPECT_THAT(problems, ElementsAre(testing::StartsWith(":3: expected one of")));
   EXPECT_THAT(written(), ElementsAre("vlan-profile before", "exit"));
 }
 
 TEST_F(Replaying, StrictlyEndsAtTheFirstRefusalWithTheDefaults) {
-  const auto [commands, problems] = replay(
+  const auto [commands, problems, isUndone] = replay(
       "l2protocol own mac any\n"
       "l2protocol LLDP mac any ethertype 1 subtype 2\n"
       "no l2protocol CDP\n"
@@ -384,6 +386,7 @@ TEST_F(Replaying, StrictlyEndsAtTheFirstRefusalWithTheDefaults) {
       "attach none port 6\n",
       Strictness::nothing);
   EXPECT_EQ(commands, 0U);
+  EXPECT_TRUE(isUndone);
   EXPECT_THAT(problems, ElementsAre(":17: there is no profile or protocol of this name"));
   startup::save(path, running(Scripter::configAll));
   support::startFresh();
@@ -393,9 +396,10 @@ TEST_F(Replaying, StrictlyEndsAtTheFirstRefusalWithTheDefaults) {
 }
 
 TEST_F(Replaying, StrictlyRunsAScriptWithoutProblems) {
-  const auto [commands, problems] =
+  const auto [commands, problems, isUndone] =
       replay("vlan-profile v\n interface 3 svid 5\nexit\n", Strictness::nothing);
   EXPECT_EQ(commands, 2U);
+  EXPECT_FALSE(isUndone);
   EXPECT_THAT(problems, IsEmpty());
   EXPECT_THAT(written(), ElementsAre("vlan-profile v", " interface 3 svid 5", "exit"));
 }

@@ -150,6 +150,37 @@ TEST_F(Restore, LinesWithProblemsAreNamedAndTheOthersCarriedOut) {
   EXPECT_EQ(control().fate(3, untaggedLldp()), CONTROL_FATE_PEER);
 }
 
+TEST_F(Restore, StrictStartHasOnlyWhatTheConfigurationFileMakesIfALineHasAProblem) {
+  for (const char* bad : {"attach B port 3\n", "attach A port\n"}) {
+    support::World::file("startup.l2cp", std::string("vlan-profile metro\n"
+                                                     " interface 4 svid 8\n"
+                                                     "exit\n"
+                                                     "vlan-profile extra\n"
+                                                     "exit\n"
+                                                     "l2cp-profile A\n"
+                                                     " protocol \"LLDP\" rule peer\n"
+                                                     "exit\n"
+                                                     "attach A port 3\n") +
+                                             bad);
+    world().startDaemon(
+        {"--config", support::World::file("strict.toml", "startup = \"" + std::string(path) +
+                                                             "\"\n"
+                                                             "strict-startup = true\n"
+                                                             "[[vlan-profile]]\n"
+                                                             "name = \"metro\"\n"
+                                                             "[[port]]\n"
+                                                             "number = 3\n"
+                                                             "name = \"three\"\n"
+                                                             "svids = { metro = 7 }\n")});
+    connect();
+    EXPECT_THAT(running(), ElementsAre("", "vlan-profile metro", " interface 3 svid 7", "exit"));
+    EXPECT_EQ(control().fate(3, untaggedLldp()), CONTROL_FATE_UNTOUCHED);
+    EXPECT_THAT(startupMessages(),
+                testing::Contains("startup: /run/startup.l2cp: 0 commands, 1 problems"));
+    EXPECT_EQ(world().stopDaemon(SIGTERM), 0);
+  }
+}
+
 TEST_F(Restore, WhatIsNoFileIsNoReasonNotToStart) {
   mkdir(path, 0700);
   start();
