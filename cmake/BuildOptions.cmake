@@ -16,6 +16,8 @@ add_compile_definitions(BOOST_BIND_GLOBAL_PLACEHOLDERS)
 
 if(L2CP_SANITIZE)
   add_compile_options(-fsanitize=${L2CP_SANITIZE} -fno-omit-frame-pointer)
+  # For tests that work otherwise then, by the one name that all compilers understand.
+  add_compile_definitions(L2CP_SANITIZED)
   add_link_options(-fsanitize=${L2CP_SANITIZE})
   # The sanitizers' dlopen looks for libraries where they themselves would, unless the program's path
   # holds for everybody.
@@ -25,11 +27,16 @@ if(L2CP_SANITIZE)
     add_link_options(-fno-sanitize-recover=undefined)
   endif()
 endif()
-if(L2CP_FUZZER STREQUAL libfuzzer)
+if(L2CP_FUZZ)
   # Shows libFuzzer which code an input reaches.
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 add_link_options(-Wl,--as-needed)
+
+# l2cp_optimise(target): for what is too slow without, also under sanitizers.
+function(l2cp_optimise target)
+  target_compile_options(${target} PRIVATE $<$<CONFIG:Debug>:-O1>)
+endfunction()
 
 # l2cp_warnings(target): the warnings that our own code is free of. Generated code goes without. With
 # sanitizers, gcc's flow analysis is misled by their code into warnings about the standard library.
@@ -38,7 +45,7 @@ function(l2cp_warnings target)
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
     -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wundef -Wunused
     $<$<BOOL:${L2CP_WERROR}>:-Werror>)
-  if(L2CP_SANITIZE)
+  if(L2CP_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     target_compile_options(${target} PRIVATE -Wno-maybe-uninitialized)
   endif()
 endfunction()

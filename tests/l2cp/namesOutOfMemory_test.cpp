@@ -5,7 +5,7 @@
 
 #include "tests/l2cp/entity_fixture.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef L2CP_SANITIZED
 constexpr bool ownMalloc = false;
 namespace {
 constexpr std::size_t refusedSize = 0;

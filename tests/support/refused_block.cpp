@@ -6,7 +6,7 @@
 std::size_t support::refusedBlock = 0;
 void (*support::beforeRefusal)() = nullptr;
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifndef L2CP_SANITIZED
 // The C library's own allocator, under the name that it keeps for programs like this one.
 extern "C" void* __libc_malloc(std::size_t size);  // NOLINT(bugprone-reserved-identifier)
 

@@ -7,7 +7,7 @@
 
 namespace support {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef L2CP_SANITIZED
 inline constexpr bool ownMalloc = false;
 #else
 inline constexpr bool ownMalloc = true;

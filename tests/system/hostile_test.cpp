@@ -37,7 +37,7 @@ constexpr std::chrono::seconds bearable{10};
 constexpr std::uint32_t controlProgram = CONTROL_PROGRAM;
 
 // Sanitizers keep freed memory back, and look for leaks themselves.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef L2CP_SANITIZED
 constexpr bool memoryTells = false;
 #else
 constexpr bool memoryTells = true;

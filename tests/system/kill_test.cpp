@@ -21,7 +21,7 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using Lines = std::vector<std::string>;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef L2CP_SANITIZED
 constexpr auto longestRestart = 10s;
 #else
 constexpr auto longestRestart = 2s;
