@@ -135,6 +135,11 @@ inline bool_t filter(XDR* xdr, control_service_profiles* of) {
 inline bool_t filter(XDR* xdr, control_vlan_profiles* of) {
   return xdr_control_vlan_profiles(xdr, of);
 }
+inline bool_t filter(XDR* xdr, control_attachments* of) { return xdr_control_attachments(xdr, of); }
+inline bool_t filter(XDR* xdr, control_entries* of) { return xdr_control_entries(xdr, of); }
+inline bool_t filter(XDR* xdr, control_explain_result* of) {
+  return xdr_control_explain_result(xdr, of);
+}
 inline bool_t filter(XDR* xdr, control_status* of) { return xdr_control_status(xdr, of); }
 
 template <class Result>

@@ -17,6 +17,7 @@
 #include "host/scriptText.h"
 #include "host/startup.h"
 #include "host/version.h"
+#include "host/wireRule.h"
 #include "host/wireText.h"
 #include "platform/CliConfig.h"
 #include "platform/itbridge.h"
@@ -57,24 +58,6 @@ control_text* answer(const std::string& text) {
   state.answer = text.substr(0, CONTROL_TEXT_MAX);
   state.answerText = state.answer.data();
   return &state.answerText;
-}
-
-char* wireName(const classifier::Name& name) {
-  return wireText(name.view().data());
-}  // ends with NUL
-
-control_fate wireFate(classifier::Fate fate) {
-  switch (fate) {
-    case classifier::Fate::untouched:
-      return CONTROL_FATE_UNTOUCHED;
-    case classifier::Fate::discard:
-      return CONTROL_FATE_DISCARD;
-    case classifier::Fate::peer:
-      return CONTROL_FATE_PEER;
-    case classifier::Fate::tunnel:
-      return CONTROL_FATE_TUNNEL;
-  }
-  return CONTROL_FATE_UNTOUCHED;
 }
 
 control_verdict wireVerdict(const classifier::Verdict& verdict,
