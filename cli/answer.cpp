@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "cli/value.h"
@@ -37,6 +38,13 @@ Value truthValue(bool truth) {
 Value numberValue(std::int64_t number) {
   const std::string text = std::to_string(number);
   return {number, text, text};
+}
+
+Value fractionValue(double number) {
+  constexpr double hundred = 100;
+  const double rounded = std::round(number * hundred) / hundred;
+  const std::string text = fmt::format("{:.2f}", rounded);
+  return {rounded, text, text};
 }
 
 Value numbersValue(std::vector<std::int64_t> numbers) {

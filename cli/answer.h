@@ -23,8 +23,8 @@ enum class Style : std::uint8_t { plain, bold, red, green, yellow, cyan };
 
 /// A value, for people and for programs.
 struct Value {
-  using Data =
-      std::variant<std::monostate, bool, std::int64_t, std::string, std::vector<std::int64_t>>;
+  using Data = std::variant<std::monostate, bool, std::int64_t, double, std::string,
+                            std::vector<std::int64_t>>;
 
   Data data;         ///< in JSON
   std::string text;  ///< in a table; safe to show
@@ -43,6 +43,8 @@ Value textValue(std::string_view text);
 Value wordValue(std::string_view word, Style style = Style::plain);
 Value truthValue(bool truth);
 Value numberValue(std::int64_t number);
+/// Rounded to hundredths.
+Value fractionValue(double number);
 Value numbersValue(std::vector<std::int64_t> numbers);
 Value durationValue(std::uint32_t seconds);
 /// Nothing for any address, for what is not matched, for the whole port.

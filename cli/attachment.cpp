@@ -8,7 +8,7 @@ namespace cli {
 namespace {
 
 struct Attachment {
-  explicit Attachment(Context& context)
+  Attachment(Context& context, std::uint16_t (*take)(Words&))
       : profile(parseName(context.words.take("PROFILE"), "the profile")) {
     Words& words = context.words;
     words.expect("port");
@@ -16,7 +16,7 @@ struct Attachment {
     const std::string portWord = words.take("PORT");
     if (!words.empty()) {
       words.expect("vlan");
-      vid = takeVlan(words);
+      vid = take(words);
     }
     words.end();
     port = portNumber(portWord, context.client);
@@ -28,7 +28,7 @@ struct Attachment {
 };
 
 void attach(Context& context) {
-  Attachment attachment(context);
+  Attachment attachment(context, &takeVlan);
   accept(context.client.module<rpc_l2cp_profile_port_attach_1>(wireText(attachment.profile),
                                                                attachment.port, attachment.vid),
          {{RPC_L2CP_ERR_FAILED,
@@ -36,7 +36,7 @@ void attach(Context& context) {
 }
 
 void detach(Context& context) {
-  Attachment attachment(context);
+  Attachment attachment(context, &takeAnyVlan);
   accept(context.client.module<rpc_l2cp_profile_port_detach_1>(wireText(attachment.profile),
                                                                attachment.port, attachment.vid),
          {{RPC_L2CP_ERR_PROTO_NOT_FOUND,
@@ -57,7 +57,9 @@ constexpr Command detachCommands[] = {{"detach", "PROFILE port PORT [vlan VID]",
                                        "Ends what \"attach\" with the same words began.",
                                        "Without \"vlan\", what is attached to the whole port is "
                                        "detached, not what is attached to its\n"
-                                       "VLANs.",
+                                       "VLANs. VID may be up to 65535 here: other clients may have "
+                                       "used one\n"
+                                       "that the classifier refuses.",
                                        "l2cpctl detach customer port 3 vlan 100", detach}};
 
 }  // namespace

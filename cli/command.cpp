@@ -15,7 +15,8 @@ namespace {
 constexpr std::string_view helpWord = "help";
 
 const Noun* const nouns[] = {&protocolNoun,    &profileNoun,       &attachNoun, &detachNoun,
-                             &portNoun,        &vlanNoun,          &feedNoun,   &serviceProfileNoun,
+                             &portNoun,        &vlanNoun,          &feedNoun,   &explainNoun,
+                             &watchNoun,       &metricsNoun,       &checkNoun,  &serviceProfileNoun,
                              &vlanProfileNoun, &runningConfigNoun, &daemonNoun};
 
 bool beginsWith(const Command& command, std::string_view words) {

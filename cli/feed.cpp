@@ -10,6 +10,7 @@
 #include "cli/command.h"
 #include "cli/failure.h"
 #include "cli/frame.h"
+#include "cli/frameBatch.h"
 #include "cli/place.h"
 #include "cli/refusal.h"
 #include "cli/value.h"
@@ -17,15 +18,6 @@
 namespace cli {
 
 namespace {
-
-// As XDR's variable-length opaque data: a length, and the bytes up to a multiple of four.
-constexpr std::size_t encodedSize(std::size_t size) {
-  constexpr std::size_t unit = 4;
-  return unit + (size + unit - 1) / unit * unit;
-}
-
-// A request's frames as they are encoded.
-constexpr std::size_t mostBytes = encodedSize(CONTROL_FRAME_MAX);
 
 // Rows are shown as they come, so that widths are given.
 const Table frameTable{"frame",
@@ -56,39 +48,21 @@ class Feed {
   Feed(Context& context, std::uint32_t port) : context_(context), port_(port) {}
 
   void add(const capture::Frame& frame) {
-    if (frame.bytes.size() > CONTROL_FRAME_MAX) {
-      throw LocalError(fmt::format("frame {} has {} bytes; {} is the most that can be sent",
-                                   frame.number, frame.bytes.size(), CONTROL_FRAME_MAX));
-    }
-    const std::size_t size = encodedSize(frame.bytes.size());
-    if (frames_.size() == CONTROL_FRAMES_MAX || bytes_ + size > mostBytes) send();
-    frames_.push_back({.number = frame.number, .bytes = {frame.bytes.begin(), frame.bytes.end()}});
-    bytes_ += size;
+    if (!batch_.fits(frame)) send();
+    batch_.add(frame);
   }
 
   // Sends what has been added and shows what became of it.
   void send() {
-    if (frames_.empty()) return;
-    std::vector<control_frame> wire;
-    wire.reserve(frames_.size());
-    for (Sent& frame : frames_) {
-      // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): XDR's opaque bytes are chars
-      auto* bytes = reinterpret_cast<char*>(frame.bytes.data());
-      wire.push_back({static_cast<u_int>(frame.bytes.size()), bytes});
-    }
+    if (batch_.empty()) return;
+    std::vector<control_frame> wire = batch_.wire();
     const auto result = context_.client.control<control_feed_1>(
         port_, control_frames{static_cast<u_int>(wire.size()), wire.data()});
     accept(result->error);
     const std::span verdicts(result->verdicts.verdicts_val, result->verdicts.verdicts_len);
-    if (verdicts.size() != frames_.size()) {
-      throw NotReached(
-          fmt::format("l2cpd answered with {} verdicts for {} frames; is it of another "
-                      "release?",
-                      verdicts.size(), frames_.size()));
-    }
-    for (std::size_t i = 0; i < verdicts.size(); ++i) show(frames_[i], verdicts[i]);
-    frames_.clear();
-    bytes_ = 0;
+    batch_.expectOneForEach(verdicts.size(), "verdicts");
+    for (std::size_t i = 0; i < verdicts.size(); ++i) show(batch_.frames()[i], verdicts[i]);
+    batch_.clear();
     context_.output.flush();
   }
 
@@ -114,11 +88,6 @@ class Feed {
   }
 
  private:
-  struct Sent {
-    std::uint64_t number;
-    std::vector<std::uint8_t> bytes;
-  };
-
   FateTotal& totalOf(control_fate fate) {
     for (FateTotal& total : totals_) {
       if (total.fate == fate) return total;
@@ -128,7 +97,7 @@ class Feed {
                     static_cast<int>(fate)));
   }
 
-  void show(const Sent& frame, const control_verdict& verdict) {
+  void show(const FrameBatch::Frame& frame, const control_verdict& verdict) {
     FateTotal& total = totalOf(verdict.fate);
     ++total.frames;
     if (quietly()) return;
@@ -146,8 +115,7 @@ class Feed {
 
   Context& context_;
   std::uint32_t port_;
-  std::vector<Sent> frames_;
-  std::size_t bytes_ = 0;
+  FrameBatch batch_{CONTROL_FRAMES_MAX};
   std::array<FateTotal, 4> totals_{{{CONTROL_FATE_DISCARD, "discard", Style::red},
                                     {CONTROL_FATE_PEER, "peer", Style::cyan},
                                     {CONTROL_FATE_TUNNEL, "tunnel", Style::green},

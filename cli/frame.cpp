@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <string_view>
 
+#include "cli/failure.h"
+#include "cli/value.h"
+
 namespace cli {
 
 namespace {
@@ -75,7 +78,33 @@ std::string llcText(Bytes payload) {
   return fmt::format("LLC {:02x}{}", destinationSap, name);
 }
 
+int digitOf(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
 }  // namespace
+
+std::vector<std::uint8_t> parseFrame(std::string_view text) {
+  constexpr std::string_view separators = " \t\n:-.";
+  std::vector<std::uint8_t> bytes;
+  while (true) {
+    text.remove_prefix(std::min(text.find_first_not_of(separators), text.size()));
+    if (text.empty()) return bytes;
+    const int high = digitOf(text.front());
+    const int low = text.size() > 1 ? digitOf(text[1]) : -1;
+    if (high < 0 || low < 0) {
+      throw UsageError(
+          fmt::format("{} stands where byte {} of the frame should, two hexadecimal "
+                      "digits",
+                      quotedText(text.substr(0, 2)), bytes.size() + 1));
+    }
+    bytes.push_back(static_cast<std::uint8_t>(high << 4 | low));
+    text.remove_prefix(2);
+  }
+}
 
 FrameText frameText(Bytes frame) {
   FrameText text{.destination = "-", .vlan = std::nullopt, .type = "-"};

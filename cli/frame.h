@@ -4,6 +4,8 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace cli {
 
@@ -19,5 +21,9 @@ struct FrameText {
 
 /// Takes a frame of any size, from the destination address on.
 FrameText frameText(std::span<const std::uint8_t> frame);
+
+/// The bytes of a frame written as hexadecimal digits, two for each, with blanks, ":", "-" or "."
+/// between bytes or none. Throws UsageError.
+std::vector<std::uint8_t> parseFrame(std::string_view text);
 
 }  // namespace cli

@@ -61,6 +61,7 @@ struct ToJson {
   Json operator()(std::monostate /*nothing*/) const { return nullptr; }
   Json operator()(bool truth) const { return truth; }
   Json operator()(std::int64_t number) const { return number; }
+  Json operator()(double number) const { return number; }
   Json operator()(const std::string& text) const { return unicodeText(text); }
   Json operator()(const std::vector<std::int64_t>& numbers) const { return numbers; }
 };
@@ -77,6 +78,12 @@ Json arrayOf(const Table& things) {
   Json array = Json::array();
   for (const Row& row : things.rows) array.push_back(objectOf(things.columns, row));
   return array;
+}
+
+Json objectOf(const Table& thing, std::span<const Table> parts) {
+  Json object = objectOf(thing.columns, thing.rows.front());
+  for (const Table& part : parts) object[std::string(part.many)] = arrayOf(part);
+  return object;
 }
 
 // With everything beyond ASCII escaped, so that a terminal cannot be harmed by it either.
@@ -110,11 +117,11 @@ void Output::list(const Table& things) {
 }
 
 void Output::show(const Table& thing, std::span<const Table> parts) {
-  if (isJson()) {
-    Json object = objectOf(thing.columns, thing.rows.front());
-    for (const Table& part : parts) object[std::string(part.many)] = arrayOf(part);
-    return line(textOf(object, format_));
-  }
+  if (isJson()) return line(textOf(objectOf(thing, parts), format_));
+  withParts(thing, parts);
+}
+
+void Output::withParts(const Table& thing, std::span<const Table> parts) {
   if (format_ == Format::oneLine) {
     assignments(thing, thing.rows.front(), !parts.empty());
     for (const Table& part : parts) {
@@ -127,6 +134,27 @@ void Output::show(const Table& thing, std::span<const Table> parts) {
     line("");
     table(part);
   }
+}
+
+void Output::beginEach() {
+  hasRows_ = false;
+  if (isJson()) text("[");
+}
+
+void Output::each(const Table& thing, std::span<const Table> parts) {
+  if (isJson()) {
+    text(hasRows_ ? "," : "");
+    text(format_ == Format::prettyJson ? "\n  " : "");
+    text(textOf(objectOf(thing, parts), format_, 1));
+  } else {
+    if (hasRows_ && format_ == Format::table) line("");
+    withParts(thing, parts);
+  }
+  hasRows_ = true;
+}
+
+void Output::endEach() {
+  if (isJson()) line(hasRows_ && format_ == Format::prettyJson ? "\n]" : "]");
 }
 
 void Output::lines(std::span<const std::string> lines) {

@@ -22,8 +22,8 @@ enum class Format : std::uint8_t {
 /// operations below, and leaves its form to them.
 class Output {
  public:
-  Output(std::ostream& stream, Format format, bool colours)
-      : stream_(stream), format_(format), colours_(colours) {}
+  Output(std::ostream& stream, Format format, bool colours, bool terminal = false)
+      : stream_(stream), format_(format), colours_(colours), terminal_(terminal) {}
 
   /// Any number of things: in JSON an array of objects.
   void list(const Table& things);
@@ -32,6 +32,11 @@ class Output {
   /// each part under its key. With parts, every line for the shell begins with the kind of the
   /// thing.
   void show(const Table& thing, std::span<const Table> parts = {});
+
+  /// Things one by one, each as `show` with its parts has it: in JSON an array of objects.
+  void beginEach();
+  void each(const Table& thing, std::span<const Table> parts);
+  void endEach();
 
   /// Text in lines: in JSON an object with an array of them.
   void lines(std::span<const std::string> lines);
@@ -49,9 +54,15 @@ class Output {
   /// Writes out what is held back. Throws LocalError if that or any earlier writing failed.
   void flush();
 
+  Format format() const { return format_; }
+  bool colours() const { return colours_; }
+  /// Whether it goes to a terminal, which can be drawn on.
+  bool terminal() const { return terminal_; }
+
  private:
   bool isJson() const { return format_ == Format::json || format_ == Format::prettyJson; }
   void record(const Table& thing);
+  void withParts(const Table& thing, std::span<const Table> parts);
   void table(Table things);
   void header(std::span<const Column> columns);
   void cells(std::span<const Column> columns, const Row& row);
@@ -61,6 +72,7 @@ class Output {
   std::ostream& stream_;
   Format format_;
   bool colours_;
+  bool terminal_;
   bool hasRows_ = false;
 };
 

@@ -28,6 +28,16 @@ std::uint32_t numberOf(const std::string& port, std::string_view what, std::uint
                                known.empty() ? "it names no ports at all" : "it has: " + known));
 }
 
+std::uint16_t vlanUpTo(std::uint16_t highest, Words& words) {
+  const std::string word = words.take("VID");
+  if (word == vlanText(wholePort)) return wholePort;
+  try {
+    return static_cast<std::uint16_t>(parseNumber(word, "vlan", 0, highest));
+  } catch (const UsageError& error) {
+    throw UsageError(fmt::format("{}, nor \"all\"", error.what()));
+  }
+}
+
 }  // namespace
 
 std::uint32_t portNumber(const std::string& port, Client& client) {
@@ -39,14 +49,10 @@ std::int32_t interfaceNumber(const std::string& interface, Client& client) {
       numberOf(interface, "interface", std::numeric_limits<std::int32_t>::max(), client));
 }
 
-std::uint16_t takeVlan(Words& words) {
-  const std::string word = words.take("VID");
-  if (word == vlanText(wholePort)) return wholePort;
-  try {
-    return static_cast<std::uint16_t>(parseNumber(word, "vlan", 0, wholePort));
-  } catch (const UsageError& error) {
-    throw UsageError(fmt::format("{}, nor \"all\"", error.what()));
-  }
+std::uint16_t takeVlan(Words& words) { return vlanUpTo(wholePort, words); }
+
+std::uint16_t takeAnyVlan(Words& words) {
+  return vlanUpTo(std::numeric_limits<std::uint16_t>::max(), words);
 }
 
 std::uint32_t takePosition(Words& words) {

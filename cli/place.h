@@ -18,6 +18,9 @@ std::int32_t interfaceNumber(const std::string& interface, Client& client);
 
 /// Takes VID, from 0 to 4095, or "all" for 4095.
 std::uint16_t takeVlan(Words& words);
+/// The same, but any number that a request carries: other clients may have attached something
+/// there.
+std::uint16_t takeAnyVlan(Words& words);
 
 /// Takes N, a position in a list, from 0.
 std::uint32_t takePosition(Words& words);

@@ -122,7 +122,7 @@ void runLine(const std::vector<std::string>& arguments, std::ostream& out,
              const Surroundings& surroundings, Place& place) {
   Options options;
   const std::vector<std::string> words = parse(arguments, options);
-  Output output(out, options.format, useColours(options, surroundings));
+  Output output(out, options.format, useColours(options, surroundings), surroundings.terminal);
   if (options.version) {
     output.line("l2cpctl " L2CPCTL_VERSION);
   } else {
@@ -158,6 +158,8 @@ int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
     err << fmt::format("l2cpctl: error: {}{}{}; see \"l2cpctl {}{}--help\"\n", words,
                        words.empty() ? "" : ": ", error.what(), words, words.empty() ? "" : " ");
     return static_cast<int>(error.status());
+  } catch (const Found& found) {
+    return static_cast<int>(found.status());
   } catch (const Failure& error) {
     out.flush();
     err << "l2cpctl: error: " << error.what() << '\n';

@@ -108,7 +108,17 @@ class WireEntries {
     wire_.clear();
     ObjectNames names(port);
     for (const auto& rule : rules_) add(*rule, names);
+    rest_ = names.rest();
     return wire_;
+  }
+
+  /// What the port's attachments have besides.
+  std::vector<control_unplaced>& unplaced() {
+    unplaced_.clear();
+    for (const ObjectNames::Origin& origin : rest_) {
+      unplaced_.push_back({wireText(origin.profile), wireText(origin.protocol), origin.vid});
+    }
+    return unplaced_;
   }
 
  private:
@@ -153,6 +163,8 @@ class WireEntries {
   FieldStore fields_;
   std::deque<Parts> parts_;
   std::vector<control_entry> wire_;
+  std::vector<ObjectNames::Origin> rest_;
+  std::vector<control_unplaced> unplaced_;
 };
 
 WireEntries& wireEntries() {
@@ -170,10 +182,13 @@ control_attachments* control_attachments_1_svc(svc_req* /*request*/) {
   static control_attachments result;
   static std::vector<control_attachment> list;
   list.clear();
-  for (const auto& [port, vlans] : singleton<L2CP>::instance().settings.ports) {
+  const L2CP::Settings& settings = singleton<L2CP>::instance().settings;
+  for (const auto& [port, vlans] : settings.ports) {
     for (const auto& [vid, profiles] : vlans) {
       for (const auto& [profile, positions] : profiles) {
-        list.push_back({port, vid, wireText(profile->name)});
+        const auto named = settings.profiles.find(profile->name);
+        const bool listed = named != settings.profiles.end() && &*named->second == &*profile;
+        list.push_back({port, vid, wireText(profile->name), listed ? TRUE : FALSE});
       }
     }
   }
@@ -185,6 +200,8 @@ control_entries* control_entries_1_svc(u_int port, svc_req* /*request*/) {
   static control_entries result;
   auto& entries = wireEntries().of(port, rulesOf(port));
   result.list = {sizeOf(entries), entries.data()};
+  auto& unplaced = wireEntries().unplaced();
+  result.unplaced = {sizeOf(unplaced), unplaced.data()};
   return &result;
 }
 

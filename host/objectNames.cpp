@@ -91,14 +91,20 @@ ObjectNames::Origin ObjectNames::originOf(const classifier::Rule& entry) {
   if (found.empty()) return {};
   const auto counting = std::ranges::find_if(
       found, [&](const Candidate* of) { return changes(entry, of->profileCounter); });
-  if (counting == found.end() && found.size() > 1) {
-    return {.profile = {},
-            .protocol = found.front()->origin.protocol,
-            .vid = found.front()->origin.vid};
+  Candidate& taken = counting == found.end() ? *found.front() : **counting;
+  taken.taken = true;
+  Origin origin = taken.origin;
+  // Which of several it is makes no difference but for the name.
+  if (counting == found.end() && found.size() > 1) origin.profile.clear();
+  return origin;
+}
+
+std::vector<ObjectNames::Origin> ObjectNames::rest() const {
+  std::vector<Origin> origins;
+  for (const Candidate& candidate : candidates_) {
+    if (!candidate.taken) origins.push_back(candidate.origin);
   }
-  Candidate& origin = counting == found.end() ? *found.front() : **counting;
-  origin.taken = true;
-  return origin.origin;
+  return origins;
 }
 
 std::string ObjectNames::titleOf(std::string_view counter) const {

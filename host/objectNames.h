@@ -28,6 +28,9 @@ class ObjectNames {
   /// first belongs to the profile that it counts for, and the next to another one.
   Origin originOf(const classifier::Rule& entry);
 
+  /// What no entry was asked for that was made for it.
+  std::vector<Origin> rest() const;
+
   /// The full name of a counter, empty if it is not known.
   std::string titleOf(std::string_view counter) const;
 
