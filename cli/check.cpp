@@ -39,15 +39,14 @@ struct Finding {
   std::string advice = {};
 };
 
-template <class Number>
-Value numberOrNothing(const std::optional<Number>& number) {
+Value numberOrNothing(const std::optional<std::uint32_t>& number) {
   return number ? numberValue(*number) : nothing("-", "");
 }
 
 constexpr Field<Finding> findingFields[] = {
     {{"finding"}, [](const Finding& of) { return wordValue(of.what); }},
     {{"port"}, [](const Finding& of) { return numberOrNothing(of.port); }},
-    {{"vlan"}, [](const Finding& of) { return numberOrNothing(of.vid); }},
+    {{"vlan"}, [](const Finding& of) { return of.vid ? vlanValue(*of.vid) : nothing("-", ""); }},
     {{"profile"}, [](const Finding& of) { return nameOrNothing(of.profile); }},
     {{"protocol"}, [](const Finding& of) { return nameOrNothing(of.protocol); }},
     {{"entry"}, [](const Finding& of) { return numberOrNothing(of.entry); }},

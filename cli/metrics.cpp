@@ -115,7 +115,9 @@ class Gatherer {
 
   Labels portLabels(std::uint32_t port) const {
     const auto name = names_.find(port);
-    return {{"port", std::to_string(port)}, {"name", name == names_.end() ? "" : name->second}};
+    Labels labels{{"port", std::to_string(port)}};
+    if (name != names_.end()) labels.emplace_back("name", name->second);
+    return labels;
   }
 
   void frames() {
@@ -184,7 +186,7 @@ constexpr Command commands[] = {
      "Everything or, if something goes wrong, nothing and an exit status other than 0: fit for "
      "the\n"
      "textfile collector of its node exporter, which wants the file replaced in one step.",
-     "l2cpctl metrics >l2cp.prom.new && mv l2cp.prom.new l2cp.prom", metrics}};
+     "l2cpctl metrics", metrics}};
 
 }  // namespace
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "cli/failure.h"
 #include "tests/support/frame_builder.h"
 
 namespace cli {
@@ -73,6 +74,38 @@ TEST(Frame, CutAnywhereIsShownAsFarAsItGoes) {
     EXPECT_EQ(cut(size), "01:80:c2:00:00:0e | 100 | -") << size;
   }
   EXPECT_EQ(cut(22), "01:80:c2:00:00:0e | 100 | 0x88cc LLDP");
+}
+
+// ---- From hexadecimal ----
+
+using support::Bytes;
+
+TEST(FrameInHexadecimal, IsTakenHoweverItsBytesAreSeparated) {
+  const Bytes bytes{0x01, 0x80, 0xc2, 0xAB, 0xff};
+  EXPECT_EQ(parseFrame("0180c2abff"), bytes);
+  EXPECT_EQ(parseFrame("0180 C2AB FF"), bytes);
+  EXPECT_EQ(parseFrame("01:80:c2:ab:ff"), bytes);
+  EXPECT_EQ(parseFrame(" 0180.c2ab-ff\n"), bytes);
+  EXPECT_EQ(parseFrame(""), Bytes());
+}
+
+TEST(FrameInHexadecimal, IsNotTakenWithAnythingElse) {
+  const auto refusal = [](std::string_view text) -> std::string {
+    try {
+      parseFrame(text);
+    } catch (const UsageError& error) {
+      return error.what();
+    }
+    return "taken";
+  };
+  EXPECT_EQ(refusal("01 8"),
+            "\"8\" stands where byte 2 of the frame should, two hexadecimal digits");
+  EXPECT_EQ(refusal("0x01"),
+            "\"0x\" stands where byte 1 of the frame should, two hexadecimal digits");
+  EXPECT_EQ(refusal("018 0"),
+            "\"8 \" stands where byte 2 of the frame should, two hexadecimal digits");
+  EXPECT_EQ(refusal("01g0"),
+            "\"g0\" stands where byte 2 of the frame should, two hexadecimal digits");
 }
 
 }  // namespace

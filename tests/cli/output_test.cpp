@@ -262,5 +262,80 @@ TEST(Writing, TellsWhenItCannotBeDone) {
   EXPECT_THROW(output.flush(), LocalError);
 }
 
+// ---- Things one by one, with parts ----
+
+std::string each(Format format, const std::vector<Thing>& all) {
+  return in(format, [&all](Output& output) {
+    output.beginEach();
+    for (const Thing& thing : all) {
+      const Table parts[] = {things({{"of " + thing.name, 2}})};
+      output.each(things({thing}), parts);
+    }
+    output.endEach();
+  });
+}
+
+TEST(Each, IsARecordWithTablesForPeople) {
+  EXPECT_EQ(each(Format::table, {}), "");
+  EXPECT_EQ(each(Format::table, {{"a", 1}, {"b", -1}}),
+            "its-name  a\n"
+            "count     1\n"
+            "\n"
+            "ITS-NAME  COUNT\n"
+            "\"of a\"        2\n"
+            "\n"
+            "its-name  b\n"
+            "count     none\n"
+            "\n"
+            "ITS-NAME  COUNT\n"
+            "\"of b\"        2\n");
+}
+
+TEST(Each, IsLinesWithTheirKindForTheShell) {
+  EXPECT_EQ(each(Format::oneLine, {}), "");
+  EXPECT_EQ(each(Format::oneLine, {{"a", 1}, {"b", -1}}),
+            "kind=thing its_name=a count=1\n"
+            "kind=thing its_name='of a' count=2\n"
+            "kind=thing its_name=b count=none\n"
+            "kind=thing its_name='of b' count=2\n");
+}
+
+TEST(Each, IsAnArrayInJsonHoweverManyThereAre) {
+  EXPECT_EQ(each(Format::json, {}), "[]\n");
+  EXPECT_EQ(each(Format::json, {{"a", 1}}),
+            R"([{"its_name":"a","count":1,"things":[{"its_name":"of a","count":2}]}])"
+            "\n");
+  EXPECT_EQ(each(Format::prettyJson, {}), "[]\n");
+  EXPECT_EQ(each(Format::prettyJson, {{"a", 1}, {"b", -1}}),
+            "[\n"
+            "  {\n"
+            "    \"its_name\": \"a\",\n"
+            "    \"count\": 1,\n"
+            "    \"things\": [\n"
+            "      {\n"
+            "        \"its_name\": \"of a\",\n"
+            "        \"count\": 2\n"
+            "      }\n"
+            "    ]\n"
+            "  },\n"
+            "  {\n"
+            "    \"its_name\": \"b\",\n"
+            "    \"count\": null,\n"
+            "    \"things\": [\n"
+            "      {\n"
+            "        \"its_name\": \"of b\",\n"
+            "        \"count\": 2\n"
+            "      }\n"
+            "    ]\n"
+            "  }\n"
+            "]\n");
+}
+
+TEST(Value, OfAFractionIsRoundedToHundredths) {
+  EXPECT_EQ(std::get<double>(fractionValue(1.0 / 3).data), 0.33);
+  EXPECT_EQ(fractionValue(1.0 / 3).text, "0.33");
+  EXPECT_EQ(fractionValue(1e9).word, "1000000000.00");
+}
+
 }  // namespace
 }  // namespace cli

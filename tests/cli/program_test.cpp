@@ -49,9 +49,9 @@ TEST_P(WrongCommandLine, IsAnsweredInOneLineBeforeAnythingIsSent) {
 
 #define SEE(command) "; see \"l2cpctl " command "--help\""
 
-#define NOUNS                                                                            \
-  "protocol, profile, attach, detach, port, vlan, feed, service-profile, vlan-profile, " \
-  "running-config, daemon"
+#define NOUNS                                                                             \
+  "protocol, profile, attach, detach, port, vlan, feed, explain, watch, metrics, check, " \
+  "service-profile, vlan-profile, running-config, daemon"
 
 const Wrong wrongCommands[] = {
     {{"-j"}, "a command is missing; there are: " NOUNS SEE("")},
@@ -185,7 +185,29 @@ const Wrong wrongPlaces[] = {
     {{"vlan", "statistics", "any"},
      "vlan statistics: vlan: \"any\" is no number from 0 to 4095, nor \"all\"" SEE(
          "vlan statistics ")},
+    {{"detach", "x", "port", "3", "vlan", "65536"},
+     "detach: vlan: \"65536\" is no number from 0 to 65535, nor \"all\"" SEE("detach ")},
     {{"feed", "3"}, "feed: FILE is missing" SEE("feed ")},
+    {{"explain"}, "explain: PORT is missing" SEE("explain ")},
+    {{"explain", "3"}, "explain: FILE is missing" SEE("explain ")},
+    {{"explain", "3", "a.pcap", "b.pcap"},
+     "explain: \"b.pcap\" is one word too many" SEE("explain ")},
+    {{"explain", "3", "hex", "0180", "c20\x1b"},
+     "explain: \"0\\x1b\" stands where byte 4 of the frame should, two hexadecimal digits" SEE(
+         "explain ")},
+    {{"watch", "x"},
+     "watch: \"x\" stands where \"port\", \"vlan\", \"interval\" or \"count\" should" SEE(
+         "watch ")},
+    {{"watch", "interval", "0"},
+     "watch: interval: \"0\" is no number from 1 to 3600" SEE("watch ")},
+    {{"watch", "interval", "1", "interval", "2"},
+     "watch: \"interval\" stands there twice" SEE("watch ")},
+    {{"watch", "count", "0"},
+     "watch: count: \"0\" is no number from 1 to 4294967295" SEE("watch ")},
+    {{"watch", "port", "1", "vlan", "2"},
+     "watch: either a port or a VLAN can be watched, or all of them" SEE("watch ")},
+    {{"metrics", "x"}, "metrics: \"x\" is one word too many" SEE("metrics ")},
+    {{"check", "x"}, "check: \"x\" is one word too many" SEE("check ")},
 };
 INSTANTIATE_TEST_SUITE_P(Places, WrongCommandLine, testing::ValuesIn(wrongPlaces));
 
