@@ -410,6 +410,9 @@ std::vector<std::string> validCalls() {
       {21, text("V")},
       {22, text("V")},
       {23, text("V").words({3, 100})},
+      {30, {}},
+      {31, word(3)},
+      {32, Bytes().words({3, 2}).text(frame).text(frame)},
   };
   std::vector<std::string> calls;
   for (const auto& [procedure, arguments] : module) {
@@ -586,7 +589,9 @@ TEST_F(Malformed, NothingIsKeptOfTheDaemonsOwnArguments) {
       Bytes().text(std::string(255, 'n')).word(256));
   const Bytes frames = Call{.procedure = 2, .program = controlProgram}.with(
       Bytes().words({3, 1024}).text(std::string(64, 'f')).word(0xffffffff));
-  for (const Bytes& call : {names, frames}) {
+  const Bytes explained = Call{.procedure = 32, .program = controlProgram}.with(
+      Bytes().words({3, 64}).text(std::string(64, 'f')).word(0xffffffff));
+  for (const Bytes& call : {names, frames, explained}) {
     // Enough of them for pages that are touched for the first time to go unnoticed.
     const double each = kept(call, 10'000);
     if (memoryTells) {

@@ -193,13 +193,16 @@ TEST_P(Road, LongFrameIsAFrame) {
 }
 
 TEST_P(Road, MoreFramesThanOneRequestHoldsAreGarbage) {
-  wire::Bytes many;
-  many.words({3, 1025});
-  for (int i = 0; i < 1025; ++i) many.word(0);
-  EXPECT_EQ(
-      wire::readable(wire::Socket(GetParam())
-                         .call(wire::Call{.procedure = 2, .program = CONTROL_PROGRAM}.with(many))),
-      wire::readable(wire::garbageArguments()));
+  for (const auto& [procedure, most] : {std::pair(2U, 1024U), std::pair(32U, 64U)}) {
+    wire::Bytes many;
+    many.words({3, most + 1});
+    for (unsigned int i = 0; i <= most; ++i) many.word(0);
+    EXPECT_EQ(
+        wire::readable(
+            wire::Socket(GetParam())
+                .call(wire::Call{.procedure = procedure, .program = CONTROL_PROGRAM}.with(many))),
+        wire::readable(wire::garbageArguments()));
+  }
 }
 
 TEST_P(Road, ManyFramesAreOneRequest) {
