@@ -103,6 +103,7 @@ class Checker {
       accept(rules->error);
       for (const auto& rule : std::span(rules->list.list_val, rules->list.list_len)) {
         named_.insert(rule.proto_name);
+        rules_[{profile.name, rule.proto_name}] = ruleText(rule.rule);
       }
     }
   }
@@ -146,15 +147,14 @@ class Checker {
   void lookAtAttachments() {
     const auto attachments = client_.control<control_attachments_1>();
     std::set<std::uint32_t> ports;
-    std::set<std::tuple<std::uint32_t, std::uint32_t, std::string>> unlisted;
     for (const auto& attachment :
          std::span(attachments->list.list_val, attachments->list.list_len)) {
       ports.insert(attachment.port);
       if (attachment.listed == FALSE) {
-        unlisted.emplace(attachment.port, attachment.vid, attachment.profile);
+        unlisted_.emplace(attachment.port, attachment.vid, attachment.profile);
       }
     }
-    for (const auto& [port, vid, profile] : unlisted) addUnlisted(port, vid, profile);
+    for (const auto& [port, vid, profile] : unlisted_) addUnlisted(port, vid, profile);
     for (const std::uint32_t port : ports) lookAtPort(port);
   }
 
@@ -186,6 +186,8 @@ class Checker {
                        [&](const control_entry& earlier) { return covers(earlier, entries[i]); });
       if (hiding != entries.begin() + static_cast<std::ptrdiff_t>(i)) {
         addHidden(port, entries[i], *hiding);
+      } else {
+        lookAtRule(port, entries[i]);
       }
     }
   }
@@ -243,6 +245,28 @@ class Checker {
          .advice = fmt::format("Detach it with \"l2cpctl detach {} port {} vlan {}\" and attach it "
                                "on a VLAN from 0 to 4094.",
                                profile, port, vid)});
+  }
+
+  // Attachments to one port and VLAN share the actions of a protocol. When the one goes that they
+  // were made for, the other stays with them.
+  void lookAtRule(std::uint32_t port, const control_entry& entry) {
+    const auto rule = rules_.find({entry.profile, entry.protocol});
+    const std::string fate = fateValue(entry.fate).word;
+    if (rule == rules_.end() || rule->second == fate) return;
+    if (unlisted_.contains({port, entry.vid, entry.profile})) return;
+    const auto vid = static_cast<std::uint16_t>(entry.vid);
+    const std::string profile = nameText(entry.profile);
+    add({.what = "other-rule",
+         .port = port,
+         .vid = vid,
+         .profile = entry.profile,
+         .protocol = entry.protocol,
+         .entry = entry.index,
+         .problem = fmt::format(
+             "port {}, VLAN {}: {} has the rule {} for {}, but {} is in force: it "
+             "was attached beside a profile that has it",
+             port, vlanText(vid), profile, rule->second, nameText(entry.protocol), fate),
+         .advice = fmt::format("Detach {} and attach it again.", profile)});
   }
 
   // ---- Counters ----
@@ -326,6 +350,8 @@ class Checker {
   Client& client_;
   std::vector<Finding> findings_;
   std::set<std::string> named_;
+  std::map<std::pair<std::string, std::string>, std::string> rules_;  ///< by profile and protocol
+  std::set<std::tuple<std::uint32_t, std::uint32_t, std::string>> unlisted_;
   std::set<std::tuple<std::uint32_t, std::uint16_t, std::string>> refused_;
   std::set<std::tuple<std::string, std::string, std::string>> uncounted_;
 };
@@ -352,6 +378,7 @@ constexpr Command commands[] = {
      "stuck-protocol       a protocol that cannot be deleted though no profile names it\n"
      "unlisted-attachment  in force what was renamed or replaced since\n"
      "no-position          an attachment for which the port had no positions left\n"
+     "other-rule           a rule in force that is not the profile's own\n"
      "refused-vlan         an attachment on a VLAN id that the classifier does not take\n"
      "missing-counter      a name too long for a counter of its own\n"
      "hidden-entry         an entry that no frame meets: an earlier one takes them all\n"

@@ -102,12 +102,11 @@ class FoundField {
 class WireEntries {
  public:
   std::vector<control_entry>& of(std::uint32_t port, const classifier::Rules& rules) {
-    rules_ = rules;
     fields_.clear();
     parts_.clear();
     wire_.clear();
     ObjectNames names(port);
-    for (const auto& rule : rules_) add(*rule, names);
+    for (const auto& rule : rules) add(*rule, names);
     rest_ = names.rest();
     return wire_;
   }
@@ -122,33 +121,38 @@ class WireEntries {
   }
 
  private:
+  // Names and not the rules that have them: what was deleted is not to be kept for an answer's
+  // sake.
   struct Parts {
+    classifier::Name selector;
+    classifier::Name actionList;
     ObjectNames::Origin origin;
+    std::vector<classifier::Name> names;
     std::vector<std::string> titles;
     std::vector<control_condition> conditions;
     std::vector<control_entry_counter> counters;
   };
 
   void add(const classifier::Rule& rule, ObjectNames& names) {
-    Parts& parts = parts_.emplace_back();
-    parts.origin = names.originOf(rule);
+    Parts& parts = parts_.emplace_back(
+        Parts{rule.selector, rule.actionList, names.originOf(rule), {}, {}, {}, {}});
     for (const classifier::Condition& condition : rule.conditions) {
       parts.conditions.push_back(std::visit(WireCondition(fields_), condition));
     }
     for (const classifier::CounterChange& change : rule.counterChanges) {
+      parts.names.push_back(change.counter->name);
       parts.titles.push_back(names.titleOf(change.counter->name.view()));
     }
-    for (std::size_t i = 0; i < parts.titles.size(); ++i) {
-      const classifier::CounterChange& change = rule.counterChanges[i];
+    for (std::size_t i = 0; i < parts.names.size(); ++i) {
       parts.counters.push_back(
-          {wireName(change.counter->name), wireText(parts.titles[i]), change.increment});
+          {wireName(parts.names[i]), wireText(parts.titles[i]), rule.counterChanges[i].increment});
     }
 
     control_entry entry{};
     entry.kind = rule.kind;
     entry.index = rule.index;
-    entry.selector = wireName(rule.selector);
-    entry.action_list = wireName(rule.actionList);
+    entry.selector = wireName(parts.selector);
+    entry.action_list = wireName(parts.actionList);
     entry.catch_all = rule.selector.view() == classifier::Table::everyFrame;
     entry.profile = wireText(parts.origin.profile);
     entry.protocol = wireText(parts.origin.protocol);
@@ -159,7 +163,6 @@ class WireEntries {
     wire_.push_back(entry);
   }
 
-  classifier::Rules rules_;
   FieldStore fields_;
   std::deque<Parts> parts_;
   std::vector<control_entry> wire_;

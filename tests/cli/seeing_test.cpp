@@ -434,6 +434,28 @@ TEST_F(Checking, FindsEntriesThatAnEarlierOneHides) {
   shown({"check"});
 }
 
+TEST_F(Checking, FindsRulesThatAnotherAttachmentLeftBehind) {
+  makeProfile("first", "LLDP", "tunnel");
+  makeProfile("second", "LLDP", "discard");
+  does({{"attach", "first", "port", "3", "vlan", "7"},
+        {"attach", "second", "port", "3", "vlan", "7"}});
+  EXPECT_THAT(
+      found({"check"}),
+      StartsWith("hidden-entry: port 3: no frame ever meets entry 201 (second: LLDP, VLAN "
+                 "7): entry 200 (first: LLDP, VLAN 7) comes first and takes every frame that "
+                 "would\n"));
+  does({{"detach", "first", "port", "3", "vlan", "7"}});
+  EXPECT_EQ(found({"check"}),
+            "other-rule: port 3, VLAN 7: second has the rule discard for LLDP, but tunnel is in "
+            "force: it was attached beside a profile that has it\n"
+            "    Detach second and attach it again.\n"
+            "\n"
+            "1 finding\n");
+  does({{"detach", "second", "port", "3", "vlan", "7"},
+        {"attach", "second", "port", "3", "vlan", "7"}});
+  shown({"check"});
+}
+
 TEST_F(Checking, FindsEntriesThatAnotherOfTheSameProfileHides) {
   does({{"protocol", "add", "a", "mac", "any"},
         {"protocol", "add", "b", "mac", "any"},
