@@ -104,6 +104,12 @@ Table entryTable(const Path& path) {
   return table;
 }
 
+Value counterNameValue(const CounterName& name, const control_entry_counter& counter) {
+  if (name.kind.empty()) return nameValue(counter.name);
+  const bool all = name.kind == "vlan" && name.name == std::to_string(wholePort);
+  return all ? wordValue(vlanText(wholePort)) : nameValue(name.name);
+}
+
 Table counterTable(const Path& path) {
   Table table{
       "counter", "counters", {{"counter"}, {"name"}, {"rule"}, {"increment", Align::right}}, {}};
@@ -112,10 +118,9 @@ Table counterTable(const Path& path) {
   for (const auto& counter : std::span(met->counters.counters_val, met->counters.counters_len)) {
     const CounterName name = counterName(counter.title);
     const bool known = !name.kind.empty();
-    table.rows.push_back({known ? wordValue(name.kind) : nothing("-", ""),
-                          nameValue(known ? name.name : std::string_view(counter.name)),
-                          known ? wordValue(name.rule) : nothing("-", ""),
-                          numberValue(counter.increment)});
+    table.rows.push_back(
+        {known ? wordValue(name.kind) : nothing("-", ""), counterNameValue(name, counter),
+         known ? wordValue(name.rule) : nothing("-", ""), numberValue(counter.increment)});
   }
   return table;
 }

@@ -83,7 +83,7 @@ TEST_F(Explaining, TellsWhyAFrameMeetsItsEntryAndNoneBefore) {
       "\n"
       "COUNTER   NAME       RULE    INCREMENT\n"
       "port      3          tunnel          1\n"
-      "vlan      4095       tunnel          1\n"
+      "vlan      all        tunnel          1\n"
       "profile   \"my net\"   tunnel          1\n"
       "protocol  LACP-LAMP  tunnel          1\n");
 }
@@ -118,7 +118,7 @@ TEST_F(Explaining, IsShownToProgramsAsItIsToPeople) {
       R"({"entry":202,"profile":"mspp","protocol":"MSPP","vlan":null,"fate":"discard",)"
       R"("result":"met","condition":null,"expected":null,"found":null}],"counters":[)"
       R"({"counter":"port","name":"3","rule":"discard","increment":1},)"
-      R"({"counter":"vlan","name":"4095","rule":"discard","increment":1},)"
+      R"({"counter":"vlan","name":"all","rule":"discard","increment":1},)"
       R"({"counter":"profile","name":"mspp","rule":"discard","increment":1},)"
       R"({"counter":"protocol","name":"MSPP","rule":"discard","increment":1}]}])"
       "\n");
