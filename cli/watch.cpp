@@ -12,6 +12,7 @@
 #include <span>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cli/command.h"
@@ -65,27 +66,31 @@ class Reader {
   Refresh read() {
     Refresh refresh;
     refresh.time = fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::time(nullptr)));
-    try {
-      try {
-        fill(refresh);
-      } catch (const NotReached&) {
-        if (!wasReached_) throw;
-        // The connection may be to a daemon that has another one in its place by now.
-        reconnect();
-        fill(refresh);
-      }
-    } catch (const NotReached& error) {
-      if (!wasReached_) throw;
-      reconnect();
-      refresh.daemon = DaemonState::unreachable;
-      refresh.reason = error.what();
-      refresh.ports.clear();
-      refresh.vlans.clear();
-    }
+    const auto begin = Clock::now();
+    if (attempt(refresh)) return refresh;
+    // The connection may have been to a daemon that has another one in its place by now. But one
+    // that does not answer is not waited for twice.
+    if (Clock::now() - begin < context_.options.server.timeout && attempt(refresh)) return refresh;
+    refresh.daemon = DaemonState::unreachable;
+    refresh.ports.clear();
+    refresh.vlans.clear();
     return refresh;
   }
 
  private:
+  bool attempt(Refresh& refresh) {
+    try {
+      fill(refresh);
+      refresh.reason.clear();
+      return true;
+    } catch (const NotReached& error) {
+      if (!wasReached_) throw;
+      refresh.reason = error.what();
+      reconnect();
+      return false;
+    }
+  }
+
   void reconnect() {
     Server server = context_.options.server;
     server.wait = std::chrono::seconds(0);
@@ -102,7 +107,7 @@ class Reader {
     }
     if (wasReached_ && process_ != status->pid) {
       meter_.forget();
-      refresh.daemon = DaemonState::restarted;
+      wasRestarted_ = true;
     }
     process_ = status->pid;
     wasReached_ = true;
@@ -117,6 +122,8 @@ class Reader {
       const auto counters = context_.client.module<rpc_l2cp_vlan_stat_1>(vid);
       refresh.vlans.push_back(place(Kind::vlan, vid, *counters));
     }
+    refresh.daemon =
+        std::exchange(wasRestarted_, false) ? DaemonState::restarted : DaemonState::running;
   }
 
   std::pair<std::set<std::uint32_t>, std::set<std::uint16_t>> places() {
@@ -145,6 +152,7 @@ class Reader {
   const Wish& wish_;
   RateMeter meter_;
   bool wasReached_ = false;
+  bool wasRestarted_ = false;  ///< which has not been told yet
   std::uint32_t process_ = 0;
 };
 

@@ -733,6 +733,21 @@ TEST_F(Watching, GoesOnWhenTheDaemonIsGoneAndBack) {
   }
 }
 
+TEST_F(Watching, GoesOnWhenTheDaemonDoesNotAnswerForAWhile) {
+  Watch watch({"-o", "-t", "1", "watch"});
+  world().daemon().signal(SIGSTOP);
+  EXPECT_TRUE(watch.output().waitFor("daemon=unreachable reason='l2cpd not reached at "));
+  world().daemon().signal(SIGCONT);
+  const auto answered = [&] {
+    const auto lines = watch.output().all();
+    return lines.back().find("daemon=running") != std::string::npos;
+  };
+  EXPECT_TRUE(support::eventually(answered)) << watch.output().text();
+  EXPECT_THAT(watch.output().text(), Not(HasSubstr("restarted")));
+  watch.signal(SIGINT);
+  EXPECT_EQ(watch.wait(), 0);
+}
+
 TEST_F(Watching, DoesNotBeginWithoutADaemon) {
   EXPECT_THAT(notReached({"-s", "192.0.2.1", "-t", "1", "watch"}),
               HasSubstr("l2cpd not reached at 192.0.2.1 "));
