@@ -22,8 +22,8 @@ enum class Format : std::uint8_t {
 /// operations below, and leaves its form to them.
 class Output {
  public:
-  Output(std::ostream& stream, Format format, bool colours, bool terminal = false)
-      : stream_(stream), format_(format), colours_(colours), terminal_(terminal) {}
+  Output(std::ostream& stream, Format format, bool colours)
+      : stream_(stream), format_(format), colours_(colours) {}
 
   /// Any number of things: in JSON an array of objects.
   void list(const Table& things);
@@ -56,8 +56,9 @@ class Output {
 
   Format format() const { return format_; }
   bool colours() const { return colours_; }
-  /// Whether it goes to a terminal, which can be drawn on.
+  /// Whether it goes to a terminal, which can be drawn on. It does not unless that is said.
   bool terminal() const { return terminal_; }
+  void setTerminal(bool terminal) { terminal_ = terminal; }
 
  private:
   bool isJson() const { return format_ == Format::json || format_ == Format::prettyJson; }
@@ -72,7 +73,7 @@ class Output {
   std::ostream& stream_;
   Format format_;
   bool colours_;
-  bool terminal_;
+  bool terminal_ = false;
   bool hasRows_ = false;
 };
 

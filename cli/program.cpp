@@ -122,7 +122,8 @@ void runLine(const std::vector<std::string>& arguments, std::ostream& out,
              const Surroundings& surroundings, Place& place) {
   Options options;
   const std::vector<std::string> words = parse(arguments, options);
-  Output output(out, options.format, useColours(options, surroundings), surroundings.terminal);
+  Output output(out, options.format, useColours(options, surroundings));
+  output.setTerminal(surroundings.terminal);
   if (options.version) {
     output.line("l2cpctl " L2CPCTL_VERSION);
   } else {
