@@ -140,6 +140,7 @@ inline bool_t filter(XDR* xdr, control_entries* of) { return xdr_control_entries
 inline bool_t filter(XDR* xdr, control_explain_result* of) {
   return xdr_control_explain_result(xdr, of);
 }
+inline bool_t filter(XDR* xdr, control_ports* of) { return xdr_control_ports(xdr, of); }
 inline bool_t filter(XDR* xdr, control_status* of) { return xdr_control_status(xdr, of); }
 
 template <class Result>

@@ -17,7 +17,8 @@ constexpr std::string_view helpWord = "help";
 const Noun* const nouns[] = {&protocolNoun,    &profileNoun,       &attachNoun, &detachNoun,
                              &portNoun,        &vlanNoun,          &feedNoun,   &explainNoun,
                              &watchNoun,       &metricsNoun,       &checkNoun,  &serviceProfileNoun,
-                             &vlanProfileNoun, &runningConfigNoun, &daemonNoun};
+                             &vlanProfileNoun, &runningConfigNoun, &daemonNoun, &loadNoun,
+                             &diffNoun,        &applyNoun};
 
 bool beginsWith(const Command& command, std::string_view words) {
   return words.empty() || command.name == words ||

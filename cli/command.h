@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -19,6 +21,9 @@ struct Options {
   Format format = Format::table;
   Colours colours = Colours::automatic;
   bool quiet = false;
+  bool keepGoing = false;
+  bool dryRun = false;
+  std::chrono::seconds confirm{0};
   bool help = false;
   bool version = false;
 };
@@ -65,6 +70,9 @@ extern const Noun serviceProfileNoun;
 extern const Noun vlanProfileNoun;
 extern const Noun runningConfigNoun;
 extern const Noun daemonNoun;
+extern const Noun loadNoun;
+extern const Noun diffNoun;
+extern const Noun applyNoun;
 
 // ---- All of them ----
 

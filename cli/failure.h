@@ -5,10 +5,17 @@
 
 namespace cli {
 
-/// What the program ends with. 1 stands for everything that is wrong on this side: the command
-/// line, what it names, an output that cannot be written. 5 is for what was looked for and is
-/// there.
-enum class ExitStatus { done = 0, usage = 1, refused = 2, notReached = 3, found = 5 };
+/// What the program ends with. 4 stands for a batch of which something was carried out, but not
+/// all. 5 is for what was looked for and is there. 1 stands for everything that is wrong on this
+/// side: the command line, what it names, an output that cannot be written.
+enum class ExitStatus {
+  done = 0,
+  usage = 1,
+  refused = 2,
+  notReached = 3,
+  partly = 4,
+  found = 5,
+};
 
 /// Why a command did not do what it was asked to, in one line that is safe to show on a terminal.
 class Failure : public std::runtime_error {
@@ -45,6 +52,12 @@ class Refused : public Failure {
 class NotReached : public Failure {
  public:
   explicit NotReached(const std::string& text) : Failure(ExitStatus::notReached, text) {}
+};
+
+/// A batch ended before its end, or left something out.
+class BatchFailure : public Failure {
+ public:
+  BatchFailure(ExitStatus status, const std::string& text) : Failure(status, text) {}
 };
 
 /// A command that looked for faults has found some, and has shown them.

@@ -21,6 +21,8 @@ int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
   const cli::Surroundings surroundings{
       .terminal = isatty(STDOUT_FILENO) == 1 && variable("TERM") != "dumb",
-      .plainWanted = !variable("NO_COLOR").empty()};
+      .plainWanted = !variable("NO_COLOR").empty(),
+      .redirected = isatty(STDOUT_FILENO) != 1,
+      .watched = isatty(STDERR_FILENO) == 1 && variable("TERM") != "dumb"};
   return cli::run({argv + 1, argv + argc}, std::cout, std::cerr, surroundings);
 }

@@ -168,6 +168,11 @@ void Output::lines(std::span<const std::string> lines) {
   }
 }
 
+void Output::script(std::span<const std::string> lines) {
+  if (format_ != Format::table || !redirected_) return this->lines(lines);
+  for (const std::string& each : lines) line(each);
+}
+
 void Output::begin(const Table& things) {
   hasRows_ = false;
   switch (format_) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "cli/answer.h"
+#include "cli/notes.h"
 
 namespace cli {
 
@@ -22,8 +23,16 @@ enum class Format : std::uint8_t {
 /// operations below, and leaves its form to them.
 class Output {
  public:
-  Output(std::ostream& stream, Format format, bool colours)
-      : stream_(stream), format_(format), colours_(colours) {}
+  /// What is redirected goes to no terminal, so that commands of a script may be as they are.
+  Output(std::ostream& stream, Format format, bool colours, bool redirected = false,
+         Notes notes = {})
+      : stream_(stream),
+        format_(format),
+        colours_(colours),
+        redirected_(redirected),
+        notes_(notes) {}
+
+  Notes& notes() { return notes_; }
 
   /// Any number of things: in JSON an array of objects.
   void list(const Table& things);
@@ -40,6 +49,9 @@ class Output {
 
   /// Text in lines: in JSON an object with an array of them.
   void lines(std::span<const std::string> lines);
+
+  /// The same for lines of the command language, which can be read back when they are redirected.
+  void script(std::span<const std::string> lines);
 
   /// Things that are not known together, and then a single one: in JSON an object with an array and
   /// an object. Columns keep their given widths. The rows of the table itself are not looked at.
@@ -74,6 +86,8 @@ class Output {
   Format format_;
   bool colours_;
   bool terminal_ = false;
+  bool redirected_;
+  Notes notes_;
   bool hasRows_ = false;
 };
 

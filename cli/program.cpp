@@ -58,6 +58,9 @@ std::unique_ptr<CLI::App> parser(Options& options, Flags& flags) {
          "Colours: auto (on a terminal), always or never")
       ->type_name("WHEN");
   app->add_flag("-q,--quiet", options.quiet, "feed: only the summary");
+  app->add_flag("--keep-going", options.keepGoing, "load: go on after a line that is refused");
+  app->add_flag("--dry-run", options.dryRun, "apply: only show the commands");
+  seconds("--confirm", options.confirm, "apply: undo everything unless it is confirmed in time");
   app->add_flag("-V,--version", options.version, "Show the version");
   app->add_flag("-h,--help", options.help, "Show help, also for a command");
   return app;
@@ -118,11 +121,24 @@ bool useColours(const Options& options, const Surroundings& surroundings) {
   return false;
 }
 
-void runLine(const std::vector<std::string>& arguments, std::ostream& out,
+// Options that only one command takes.
+void checkOwnOptions(const Options& options, const Command& command) {
+  const auto check = [&](bool given, std::string_view option, bool taken) {
+    if (given && !taken) throw UsageError(fmt::format("{} does nothing here", option));
+  };
+  const bool applies = command.name == applyNoun.name;
+  check(options.quiet, "--quiet", command.takesQuiet);
+  check(options.keepGoing, "--keep-going", command.name == loadNoun.name);
+  check(options.dryRun, "--dry-run", applies);
+  check(options.confirm.count() != 0, "--confirm", applies);
+}
+
+void runLine(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err,
              const Surroundings& surroundings, Place& place) {
   Options options;
   const std::vector<std::string> words = parse(arguments, options);
-  Output output(out, options.format, useColours(options, surroundings));
+  Output output(out, options.format, useColours(options, surroundings), surroundings.redirected,
+                Notes(err, surroundings.watched));
   output.setTerminal(surroundings.terminal);
   if (options.version) {
     output.line("l2cpctl " L2CPCTL_VERSION);
@@ -143,7 +159,7 @@ void carryOut(Words words, const Options& options, Client& client, Output& outpu
     throw UsageError(fmt::format("a command is missing; there are: {}",
                                  fmt::join(wordsAfter(place.words), ", ")));
   }
-  if (options.quiet && !place.command->takesQuiet) throw UsageError("--quiet does nothing here");
+  checkOwnOptions(options, *place.command);
   Context context{words, options, client, output};
   place.command->run(context);
 }
@@ -152,7 +168,7 @@ int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
         const Surroundings& surroundings) {
   Place place;
   try {
-    runLine(arguments, out, surroundings, place);
+    runLine(arguments, out, err, surroundings, place);
     return static_cast<int>(ExitStatus::done);
   } catch (const UsageError& error) {
     const std::string& words = place.words;

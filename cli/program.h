@@ -12,6 +12,8 @@ namespace cli {
 struct Surroundings {
   bool terminal = false;     ///< its answers go to a terminal that knows colours
   bool plainWanted = false;  ///< NO_COLOR is set and not empty
+  bool redirected = false;   ///< its answers go to no terminal
+  bool watched = false;      ///< its messages go to a terminal
 };
 
 /// Carries out one command line, without the program's own name in front. Answers go to `out`, and

@@ -21,7 +21,7 @@ void show(Context& context) {
   const auto config = context.client.control<control_running_config_1>(mode);
   accept(config->error);
   const std::span lines(config->lines.lines_val, config->lines.lines_len);
-  context.output.lines(std::vector<std::string>(lines.begin(), lines.end()));
+  context.output.script(std::vector<std::string>(lines.begin(), lines.end()));
 }
 
 void save(Context& context) {

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -91,59 +90,6 @@ bool isSomethingElse(const std::string& path) {
   return std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
 }
 
-struct Statement {
-  std::size_t line;
-  script::Command command;
-};
-
-struct Script {
-  std::vector<Statement> statements;
-  std::vector<std::string> problems;
-};
-
-// A reader in the mode that a line was to enter, if it was.
-script::Reader inModeOf(std::string_view line) {
-  constexpr std::string_view blanks = " \t";
-  line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
-  const std::string word(line.substr(0, line.find_first_of(blanks)));
-  script::Reader reader;
-  if (word == "l2cp-profile" || word == "vlan-profile" || word == "service-profile") {
-    reader.read(word + " unknown");
-  }
-  return reader;
-}
-
-Script parse(const std::string& path, std::istream& file) {
-  Script script;
-  script::Reader reader;
-  // In a mode that could not be entered.
-  bool skipping = false;
-  std::string line;
-  for (std::size_t number = 1; std::getline(file, line); ++number) {
-    try {
-      script::Command command = reader.read(line);
-      if (!skipping && !std::holds_alternative<script::Nothing>(command)) {
-        script.statements.push_back({number, std::move(command)});
-      }
-    } catch (const script::Problem& problem) {
-      script.problems.push_back(fmt::format("{}:{}: {}", path, number, problem.what()));
-      if (reader.mode() == script::Mode::configuration) {
-        reader = inModeOf(line);
-        skipping = true;
-      }
-    }
-    if (reader.mode() == script::Mode::configuration) skipping = false;
-  }
-  if (file.bad()) script.problems.push_back(fmt::format("{}: cannot be read", path));
-  return script;
-}
-
-bool isMode(const script::Command& command) {
-  return std::holds_alternative<script::L2cpProfile>(command) ||
-         std::holds_alternative<script::VlanProfile>(command) ||
-         std::holds_alternative<script::ServiceProfile>(command);
-}
-
 // The factory configuration, also of protocols that are built in: those the module leaves as they
 // are, and protocols whose use by a profile it has not forgotten.
 void restoreDefaults() {
@@ -188,8 +134,11 @@ Replay replay(const std::string& path, Strictness strictness) {
     }
     return result;
   }
-  Script script = parse(path, file);
-  result.problems = std::move(script.problems);
+  const script::Script script = script::parse(file);
+  for (const auto& [line, reason] : script.mistakes) {
+    result.problems.push_back(fmt::format("{}:{}: {}", path, line, reason));
+  }
+  if (file.bad()) result.problems.push_back(fmt::format("{}: cannot be read", path));
   const bool strict = strictness == Strictness::nothing;
   if (strict && !result.problems.empty()) return result;
   // In a mode whose object could not be made.
@@ -206,7 +155,7 @@ Replay replay(const std::string& path, Strictness strictness) {
       continue;
     }
     result.problems.push_back(fmt::format("{}:{}: {}", path, line, refusal));
-    skipping = isMode(command);
+    skipping = script::entersMode(command);
     if (strict) {
       restoreDefaults();
       result.commands = 0;

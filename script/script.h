@@ -24,7 +24,9 @@
 /// not all. Lines that begin with "!" and empty lines say nothing. Control characters are refused.
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <iosfwd>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -180,6 +182,27 @@ class Reader {
   Mode mode_ = Mode::configuration;
   std::string name_;
 };
+
+/// Whether a command enters a mode.
+bool entersMode(const Command& command);
+
+/// A whole script: its commands, without those that say nothing, and what is no command. What
+/// stands in a mode that such a line was to enter is left out.
+struct Script {
+  struct Statement {
+    std::size_t line;  ///< from 1
+    Command command;
+  };
+  struct Mistake {
+    std::size_t line;
+    std::string reason;
+  };
+  std::vector<Statement> statements;
+  std::vector<Mistake> mistakes;
+};
+
+/// Reads to the end. What the stream says about reading is the caller's to look at.
+Script parse(std::istream& lines);
 
 /// A name as commands write it: in quotation marks if it has blanks or could be taken for something
 /// else.
