@@ -39,8 +39,7 @@ void detach(Context& context) {
   Attachment attachment(context);
   accept(context.client.module<rpc_l2cp_profile_port_detach_1>(wireText(attachment.profile),
                                                                attachment.port, attachment.vid),
-         {{RPC_L2CP_ERR_PROTO_NOT_FOUND,
-           "nothing is attached to the port; \"l2cpctl profile list\" counts attachments"}});
+         {{RPC_L2CP_ERR_PROTO_NOT_FOUND, advice::nothingOnPort}});
 }
 
 constexpr Command attachCommands[] = {

@@ -95,9 +95,7 @@ void remove(Context& context) {
   std::string name = profileName(context.words);
   context.words.end();
   accept(context.client.module<rpc_l2cp_profile_del_1>(wireText(name)),
-         {{RPC_L2CP_ERR_PROFILE_IN_USE,
-           "the profile is attached, or a service profile names it; detach it everywhere first "
-           "with \"l2cpctl detach\""}});
+         {{RPC_L2CP_ERR_PROFILE_IN_USE, advice::profileInUseOrNamed}});
 }
 
 void rename(Context& context) {
@@ -250,9 +248,7 @@ void deleteRule(Context& context) {
   context.words.end();
   accept(context.client.module<rpc_l2cp_profile_proto_del_1>(wireText(names.profile),
                                                              wireText(names.protocol)),
-         {{RPC_L2CP_ERR_PROTO_NOT_IN_PROFILE,
-           "the profile has no rule for this protocol; \"l2cpctl profile rule list\" shows those "
-           "there are"}});
+         {{RPC_L2CP_ERR_PROTO_NOT_IN_PROFILE, advice::noSuchRule}});
 }
 
 void clearRules(Context& context) {

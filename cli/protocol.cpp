@@ -83,7 +83,7 @@ void add(Context& context) {
   proto.name = wireText(name);
   proto.mac = wireMac(mac);
   accept(context.client.module<rpc_l2cp_proto_add_1>(proto),
-         {{RPC_L2CP_ERR_INVALID, "the name is too long for the module; 30 bytes are the most"}});
+         {{RPC_L2CP_ERR_INVALID, advice::protocolNameTooLong}});
 }
 
 void remove(Context& context) {

@@ -13,10 +13,6 @@ namespace {
 
 constexpr std::size_t longestServiceProfile = 65;
 
-constexpr std::string_view notThere =
-    "there is no service profile of this name; \"l2cpctl service-profile list\" shows those there "
-    "are";
-
 std::string serviceProfileName(Words& words) {
   return parseName(words.take("NAME"), "the name", longestServiceProfile);
 }
@@ -45,7 +41,7 @@ void show(Context& context) {
   const std::span profiles(all->list.list_val, all->list.list_len);
   const auto found = std::find_if(profiles.begin(), profiles.end(),
                                   [&](const Profile& profile) { return profile.name == name; });
-  if (found == profiles.end()) acceptResult(-2, {{-2, notThere}});
+  if (found == profiles.end()) acceptResult(-2, {{-2, advice::noSuchServiceProfile}});
   context.output.show(tableOf(kind, *found));
 }
 
@@ -59,21 +55,18 @@ void remove(Context& context) {
   std::string name = serviceProfileName(context.words);
   context.words.end();
   acceptResult(context.client.control<control_service_profile_delete_1>(wireText(name)),
-               {{-2, notThere}});
+               {{-2, advice::noSuchServiceProfile}});
 }
 
 void setProfile(Context& context, std::string& name, std::string_view which, std::string& profile) {
   if (which == "vlan-profile") {
     acceptResult(context.client.control<control_service_profile_set_vlan_1>(wireText(name),
                                                                             wireText(profile)),
-                 {{-2,
-                   "there is no service profile or no VLAN profile of this name; \"l2cpctl "
-                   "service-profile list\" and \"l2cpctl vlan-profile list\" show those there "
-                   "are"}});
+                 {{-2, advice::noSuchServiceOrVlanProfile}});
   } else {
     acceptResult(context.client.control<control_service_profile_set_l2cp_1>(wireText(name),
                                                                             wireText(profile)),
-                 {{-2, notThere}});
+                 {{-2, advice::noSuchServiceProfile}});
   }
 }
 
@@ -109,35 +102,21 @@ struct Application {
 
 void attach(Context& context) {
   Application application(context);
-  acceptResult(
-      context.client.control<control_service_profile_attach_1>(wireText(application.name),
-                                                               application.interface),
-      {{-2,
-        "there is no such service profile, or the L2CP profile that it names does not exist; "
-        "look at \"l2cpctl service-profile list\" and \"l2cpctl profile list\""},
-       {-16,
-        "the L2CP profile is attached to this port and S-VID already; \"l2cpctl port show\" "
-        "lists what is"},
-       {-17, "the service profile is applied on this interface already"}});
+  acceptResult(context.client.control<control_service_profile_attach_1>(wireText(application.name),
+                                                                        application.interface),
+               {{-2, advice::noServiceOrItsProfile},
+                {-16, advice::attachedByOther},
+                {-17, "the service profile is applied on this interface already"}});
 }
-
-// Whoever detaches a profile behind a service profile's back has to put it back.
-constexpr std::string_view nothingToDetach =
-    "the L2CP profile is not attached there any more; put it back with \"l2cpctl attach\" first";
 
 void detach(Context& context) {
   Application application(context);
-  acceptResult(
-      context.client.control<control_service_profile_detach_1>(wireText(application.name),
-                                                               application.interface),
-      {{-2,
-        "there is no such service profile, or the L2CP profile that it names does not exist; "
-        "look at \"l2cpctl service-profile list\" and \"l2cpctl profile list\""},
-       {-9,
-        "the service profile is not applied there, or its L2CP profile not attached there any "
-        "more; look at \"l2cpctl service-profile show\" and \"l2cpctl port show\""},
-       {-19, nothingToDetach},
-       {-20, nothingToDetach}});
+  acceptResult(context.client.control<control_service_profile_detach_1>(wireText(application.name),
+                                                                        application.interface),
+               {{-2, advice::noServiceOrItsProfile},
+                {-9, advice::notAppliedOrDetached},
+                {-19, advice::nothingToDetach},
+                {-20, advice::nothingToDetach}});
 }
 
 constexpr std::string_view notWhileApplied =

@@ -13,12 +13,6 @@ namespace {
 
 constexpr std::uint32_t highestSvid = 4094;
 
-constexpr std::string_view notThere =
-    "there is no VLAN profile of this name; \"l2cpctl vlan-profile list\" shows those there are";
-constexpr std::string_view inForce =
-    "a service profile that names the VLAN profile is applied on an interface; take it off with "
-    "\"l2cpctl service-profile detach\" first";
-
 std::string vlanProfileName(Words& words) { return parseName(words.take("NAME"), "the name"); }
 
 using Profile = control_vlan_profile;
@@ -54,7 +48,7 @@ void show(Context& context) {
   const std::span profiles(all->list.list_val, all->list.list_len);
   const auto found = std::find_if(profiles.begin(), profiles.end(),
                                   [&](const Profile& profile) { return profile.name == name; });
-  if (found == profiles.end()) acceptResult(-2, {{-2, notThere}});
+  if (found == profiles.end()) acceptResult(-2, {{-2, advice::noSuchVlanProfile}});
   const Table svids = tableOf(svidKind, svidsOf(*found));
   context.output.show(tableOf(kind, *found), {&svids, 1});
 }
@@ -69,17 +63,14 @@ void remove(Context& context) {
   std::string name = vlanProfileName(context.words);
   context.words.end();
   acceptResult(context.client.control<control_vlan_profile_delete_1>(wireText(name)),
-               {{-2, notThere},
-                {-16,
-                 "a service profile names the VLAN profile; change that first with \"l2cpctl "
-                 "service-profile unset\""}});
+               {{-2, advice::noSuchVlanProfile}, {-16, advice::vlanProfileNamed}});
 }
 
 void setSvid(Context& context, std::string& name, const std::string& interface, int svid) {
   const std::int32_t number = interfaceNumber(interface, context.client);
   acceptResult(
       context.client.control<control_vlan_profile_set_svid_1>(wireText(name), number, svid),
-      {{-2, notThere}, {-16, inForce}});
+      {{-2, advice::noSuchVlanProfile}, {-16, advice::vlanProfileInForce}});
 }
 
 void set(Context& context) {
