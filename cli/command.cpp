@@ -16,7 +16,7 @@ constexpr std::string_view helpWord = "help";
 
 const Noun* const nouns[] = {&protocolNoun,    &profileNoun,       &attachNoun, &detachNoun,
                              &portNoun,        &vlanNoun,          &feedNoun,   &serviceProfileNoun,
-                             &vlanProfileNoun, &runningConfigNoun, &daemonNoun};
+                             &vlanProfileNoun, &runningConfigNoun, &daemonNoun, &completeNoun};
 
 bool beginsWith(const Command& command, std::string_view words) {
   return words.empty() || command.name == words ||

@@ -61,6 +61,7 @@ extern const Noun serviceProfileNoun;
 extern const Noun vlanProfileNoun;
 extern const Noun runningConfigNoun;
 extern const Noun daemonNoun;
+extern const Noun completeNoun;
 
 // ---- All of them ----
 

@@ -21,6 +21,7 @@ int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
   const cli::Surroundings surroundings{
       .terminal = isatty(STDOUT_FILENO) == 1 && variable("TERM") != "dumb",
-      .plainWanted = !variable("NO_COLOR").empty()};
+      .plainWanted = !variable("NO_COLOR").empty(),
+      .interactive = isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1};
   return cli::run({argv + 1, argv + argc}, std::cout, std::cerr, surroundings);
 }
