@@ -24,6 +24,9 @@ constexpr std::string_view passedOver = "DEFAULT";
 std::string lineOf(const script::Command& command) {
   std::string line = script::text(command);
   line.erase(0, line.find_first_not_of(' '));
+  if (const auto* const service = std::get_if<script::ServiceL2cpProfile>(&command)) {
+    line = script::text(script::ServiceProfile{service->serviceProfile}) + ", " + line;
+  }
   return safeText(line);
 }
 
@@ -301,13 +304,17 @@ void ProfileEdit::takeAway(const Target& target) {
 
 // Says what it cannot put back, and goes on.
 void ProfileEdit::putBack(const Target& target) {
-  std::vector<script::Command> commands = toRestore(profile_, target.placement, {});
+  std::vector<script::Command> commands;
   try {
     commands = toRestore(profile_, target.placement, placementOf(profile_, client_));
     setFlags(target);
   } catch (const Failure& failure) {
     dialogue_.say(
-        fmt::format("Not seen how profile {} is now: {}", nameText(profile_), failure.what()));
+        fmt::format("How profile {} is now is not known: {}", nameText(profile_), failure.what()));
+    commands = toRestore(profile_, target.placement, {});
+    if (!commands.empty()) dialogue_.say("It was in force through:");
+    for (const script::Command& command : commands) dialogue_.say("  " + lineOf(command));
+    return;
   }
   for (const script::Command& command : commands) {
     try {
