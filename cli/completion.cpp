@@ -249,6 +249,7 @@ std::vector<std::string> inFull(std::span<const LineForm> forms, std::vector<std
       continue;
     }
     std::vector<std::string_view> keywords;
+    keywords.reserve(expected.size());
     for (const Expected& here : expected) keywords.emplace_back(here.word);
     const auto found = candidates(words[at], keywords);
     if (found.size() > 1) {

@@ -35,12 +35,12 @@ struct CommandLine {
 };
 CommandLine partsOf(std::span<const std::string> words);
 
-/// What can follow these words of a command line and begins with `beginning`.
-Suggestions suggestCommands(std::span<const std::string> words, std::string_view beginning,
+/// What can follow these words of a command line, options among them, and begins with `beginning`.
+Suggestions suggestCommands(std::span<const std::string> all, std::string_view beginning,
                             Names& names);
 
 /// Whether these words are a whole command line.
-bool isWholeCommand(std::span<const std::string> words);
+bool isWholeCommand(std::span<const std::string> all);
 
 /// The same as for commands, for lines that have one of these forms.
 Suggestions suggestLines(std::span<const LineForm> forms, std::span<const std::string> words,

@@ -25,7 +25,7 @@ std::string variable(const char* name) {
 
 // A relative path there is to be ignored, as the XDG Base Directory rules have it.
 std::string stateFolder() {
-  const std::string state = variable("XDG_STATE_HOME");
+  std::string state = variable("XDG_STATE_HOME");
   if (state.starts_with('/')) return state;
   const std::string home = variable("HOME");
   return home.starts_with('/') ? home + "/.local/state" : "";

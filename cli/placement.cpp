@@ -38,6 +38,7 @@ std::set<Point> pointsOf(std::string& profile, Client& client) {
 
 std::vector<script::Attach> attachments(const std::string& profile, const std::set<Point>& points) {
   std::vector<script::Attach> commands;
+  commands.reserve(points.size());
   for (const auto& [port, vid] : points) commands.push_back({profile, port, vid});
   return commands;
 }

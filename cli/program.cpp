@@ -83,10 +83,10 @@ Format formatOf(const Flags& flags, Format before) {
   return flags.json ? Format::json : before;
 }
 
-bool useColours(Colours wanted, bool automatically) {
-  switch (wanted) {
+bool useColours(const Options& options, const Surroundings& surroundings) {
+  switch (options.colours) {
     case Colours::automatic:
-      return automatically;
+      return surroundings.terminal && !surroundings.plainWanted;
     case Colours::always:
       return true;
     case Colours::never:
@@ -99,12 +99,17 @@ bool sameServer(const Server& one, const Server& other) {
   return one.address == other.address && one.timeout == other.timeout && one.wait == other.wait;
 }
 
-// Whether there is no more than options that say how to work, and somebody to work with.
+// Whether there is no more than options that say how to work, and somebody to work with. Puts them
+// into `options`.
 bool isShell(const std::vector<std::string>& arguments, const Surroundings& surroundings,
              Options& options) {
   if (!surroundings.interactive) return false;
-  const bool isAll = takeOptions(arguments, options).empty();
-  return isAll && !options.help && !options.version && !options.quiet;
+  Options all;
+  if (!takeOptions(arguments, all).empty() || all.help || all.version || all.quiet) return false;
+  options.server = all.server;
+  options.format = all.format;
+  options.colours = all.colours;
+  return true;
 }
 
 }  // namespace
@@ -165,7 +170,7 @@ void carryOut(Words words, const Options& options, Client& client, Output& outpu
 void carryOutLine(const std::vector<std::string>& arguments, const Setting& setting, Place& place) {
   Options options = setting.defaults;
   const std::vector<std::string> words = takeOptions(arguments, options);
-  Output output(setting.out, options.format, useColours(options.colours, setting.colours));
+  Output output(setting.out, options.format, useColours(options, setting.surroundings));
   if (options.version) {
     output.line("l2cpctl " L2CPCTL_VERSION);
   } else if (sameServer(options.server, setting.defaults.server)) {
@@ -199,15 +204,13 @@ int reporting(std::ostream& out, std::ostream& err, const Place& place,
 
 int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err,
         const Surroundings& surroundings) {
-  const bool colours = surroundings.terminal && !surroundings.plainWanted;
   Place place;
   return reporting(out, err, place, [&] {
     Options options;
-    if (isShell(arguments, surroundings, options)) return runShell(options, colours, out, err);
-    options = {};
+    if (isShell(arguments, surroundings, options)) return runShell(options, surroundings, out, err);
     options.help = arguments.empty();
     Client client(options.server);
-    carryOutLine(arguments, {options, client, out, colours}, place);
+    carryOutLine(arguments, {options, client, out, surroundings}, place);
   });
 }
 

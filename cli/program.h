@@ -37,7 +37,7 @@ struct Setting {
   const Options& defaults;  ///< what its own options change
   Client& client;           ///< of the daemon that these defaults name
   std::ostream& out;
-  bool colours;  ///< where options do not say otherwise
+  const Surroundings& surroundings;
 };
 
 /// Carries out a whole command line, without the program's own name in front. Throws Failure;

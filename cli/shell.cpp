@@ -8,7 +8,6 @@
 #include "cli/choice.h"
 #include "cli/failure.h"
 #include "cli/place.h"
-#include "cli/program.h"
 #include "cli/shellForms.h"
 #include "cli/shown.h"
 #include "cli/value.h"
@@ -31,6 +30,16 @@ std::string joined(const std::vector<std::string>& words) {
   return line;
 }
 
+// The command line of what stands behind "show", with its options in front.
+std::vector<std::string> shownLine(const std::vector<std::string>& words) {
+  CommandLine parts = partsOf(words);
+  std::vector<std::string> line = std::move(parts.options);
+  if (parts.onlyWords) line.emplace_back("--");
+  const std::vector<std::string> command = shownBy(parts.words);
+  line.insert(line.end(), command.begin(), command.end());
+  return line;
+}
+
 std::vector<std::string> wordsOf(std::string_view line) {
   const std::size_t begin = line.find_first_not_of(blanks);
   if (begin == std::string_view::npos || line[begin] == '!') return {};
@@ -43,10 +52,10 @@ std::vector<std::string> wordsOf(std::string_view line) {
 
 }  // namespace
 
-Shell::Shell(const Options& options, bool colours, std::ostream& out, std::ostream& err,
-             Dialogue& dialogue)
+Shell::Shell(const Options& options, const Surroundings& surroundings, std::ostream& out,
+             std::ostream& err, Dialogue& dialogue)
     : options_(options),
-      colours_(colours),
+      surroundings_(surroundings),
       out_(out),
       err_(err),
       dialogue_(dialogue),
@@ -121,7 +130,7 @@ void Shell::command(LineWords words) {
   if (!words.empty()) {
     const std::string_view show = "show";
     const auto found = candidates(words.front(), {&show, 1});
-    if (!found.empty() && words.front().size() > 1) words = shownBy(behindFirst(words));
+    if (!found.empty() && words.front().size() > 1) words = shownLine(behindFirst(words));
     if (words.size() == 1 && words.front() == "help") out_ << shellHelp() << '\n';
   }
   run(words);
@@ -216,11 +225,11 @@ void Shell::leave() {
 }
 
 void Shell::run(const LineWords& words) {
-  carryOutLine(words, {options_, client_, out_, colours_}, place_);
+  carryOutLine(words, {options_, client_, out_, surroundings_}, place_);
 }
 
 void Shell::showWhere(const LineWords& words) {
-  if (!words.empty()) return run(shownBy(words));
+  if (!words.empty()) return run(shownLine(words));
   const std::string& name = reader_.name();
   switch (reader_.mode()) {
     case script::Mode::configuration:

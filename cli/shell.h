@@ -13,6 +13,7 @@
 #include "cli/completion.h"
 #include "cli/dialogue.h"
 #include "cli/profileEdit.h"
+#include "cli/program.h"
 #include "script/script.h"
 
 namespace cli {
@@ -30,8 +31,8 @@ struct Completed {
 class Shell {
  public:
   /// The options hold for every line that does not say otherwise. All else outlives this object.
-  Shell(const Options& options, bool colours, std::ostream& out, std::ostream& err,
-        Dialogue& dialogue);
+  Shell(const Options& options, const Surroundings& surroundings, std::ostream& out,
+        std::ostream& err, Dialogue& dialogue);
 
   std::string prompt() const;
   void take(std::string_view line);
@@ -67,7 +68,7 @@ class Shell {
   bool isWhole(LineWords words) const;
 
   Options options_;
-  bool colours_;
+  Surroundings surroundings_;
   std::ostream& out_;
   std::ostream& err_;
   Dialogue& dialogue_;

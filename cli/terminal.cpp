@@ -323,11 +323,12 @@ void takeLines(Terminal& terminal, Shell& shell, std::ostream& err) {
 
 }  // namespace
 
-void runShell(const Options& options, bool colours, std::ostream& out, std::ostream& err) {
+void runShell(const Options& options, const Surroundings& surroundings, std::ostream& out,
+              std::ostream& err) {
   {
     const Signals signals;
     Terminal terminal(signals, out);
-    Shell shell(options, colours, out, err, terminal);
+    Shell shell(options, surroundings, out, err, terminal);
     terminal.serve(shell);
     takeLines(terminal, shell, err);
   }

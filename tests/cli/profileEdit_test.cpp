@@ -21,6 +21,8 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::StartsWith;
 
+using CommandWords = std::vector<std::string>;
+
 class Editing : public DaemonTest {
  protected:
   // What lines are answered with, and what is told and asked on the way.
@@ -31,7 +33,7 @@ class Editing : public DaemonTest {
     return dialogue_.told + text_.str();
   }
   Shell& shell() {
-    if (!shell_) shell_.emplace(Options{}, false, text_, text_, dialogue_);
+    if (!shell_) shell_.emplace(Options{}, Surroundings{}, text_, text_, dialogue_);
     return *shell_;
   }
   void agreeTo(std::initializer_list<bool> answers) { dialogue_.answers = answers; }
@@ -39,7 +41,7 @@ class Editing : public DaemonTest {
   std::size_t answersLeft() const { return dialogue_.answers.size(); }
 
   // What somebody else sees.
-  static std::string shown(const std::vector<std::string>& line) {
+  static std::string shown(const CommandWords& line) {
     std::ostringstream out;
     std::ostringstream err;
     EXPECT_EQ(cli::run(line, out, err), 0) << err.str();
@@ -405,6 +407,19 @@ TEST_F(Editing, OfVlanAndServiceProfilesTakesEffectAtOnce) {
               AllOf(HasSubstr("\nl2cp-profile gold\n"),
                     HasSubstr("\nvlan-profile metro\n interface 3 svid 7\nexit\n"),
                     HasSubstr("\nservice-profile \"two words\"\nexit\n")));
+}
+
+TEST_F(Editing, ShowsAsTheCommandsDo) {
+  makeGold();
+  for (const auto& [line, command] : std::vector<std::pair<const char*, CommandWords>>{
+           {"show profile", {"profile", "list"}},
+           {"show prof gold -j", {"-j", "profile", "show", "gold"}},
+           {"show -o profile", {"-o", "profile", "list"}},
+           {"show -- running-config all", {"running-config", "show", "all"}},
+           {"do profile rule list gold", {"profile", "rule", "list", "gold"}},
+           {"do show vlan-profile metro", {"vlan-profile", "show", "metro"}}}) {
+    EXPECT_EQ(lines({line}), shown(command)) << line;
+  }
 }
 
 TEST_F(Editing, CompletesNamesOfTheDaemon) {

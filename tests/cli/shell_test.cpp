@@ -44,7 +44,7 @@ class ShellWithoutDaemon : public testing::Test {
     return line.substr(0, completed.from) + completed.text;
   }
   Shell& shell() {
-    if (!shell_) shell_.emplace(options_, false, text_, text_, dialogue_);
+    if (!shell_) shell_.emplace(options_, Surroundings{}, text_, text_, dialogue_);
     return *shell_;
   }
 

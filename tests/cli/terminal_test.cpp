@@ -266,7 +266,9 @@ TEST_F(ShellOnTerminal, TakesControlCForTheLineAndThenForTheMode) {
 
 TEST_F(ShellOnTerminal, TakesControlZForTheEndOfConfiguration) {
   enterGold();
-  terminal.type("protocol CDP rule peer\r\x1a");
+  terminal.type("protocol CDP rule peer\r");
+  terminal.until(inGold);
+  terminal.type("\x1a");
   terminal.until("Profile gold is replaced.\r\n");
   terminal.until(top);
   EXPECT_EQ(rules(), "protocol=CDP rule=peer\nprotocol=LLDP rule=peer\n");
