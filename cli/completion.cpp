@@ -242,7 +242,7 @@ Suggestions suggestLines(std::span<const LineForm> forms, std::span<const std::s
 }
 
 std::vector<std::string> inFull(std::span<const LineForm> forms, std::vector<std::string> words) {
-  for (std::size_t at = 0; at < words.size(); ++at) {
+  for (std::size_t at = 0; at < std::min(words.size(), Synopsis::mostWords); ++at) {
     const auto expected = expectedAfter(forms, std::span(words).first(at));
     if (std::any_of(expected.begin(), expected.end(),
                     [](const Expected& here) { return here.argument; })) {

@@ -1,22 +1,16 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <string>
 #include <vector>
 
 #include "cli/client.h"
 #include "cli/dialogue.h"
 #include "cli/placement.h"
+#include "cli/rules.h"
 #include "script/script.h"
 
 namespace cli {
-
-using Rules = std::map<std::string, script::Rule>;
-
-/// The rules of two profiles as lines of the command language: those that only `before` has behind
-/// "-", those that only `after` has behind "+", and those that both have.
-std::vector<std::string> differences(const Rules& before, const Rules& after);
 
 /// Editing a profile: its rules are changed in a temporary copy, which takes the profile's place in
 /// the end. A profile that does not exist yet is made, and changed itself.

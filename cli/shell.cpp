@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "cli/carry.h"
@@ -249,7 +250,7 @@ void Shell::showWhere(const LineWords& words) {
 
 // The language knows ports by their numbers alone.
 void Shell::numberPorts(LineWords& words) {
-  for (std::size_t i = 0; i < words.size(); ++i) {
+  for (std::size_t i = 0; i < std::min(words.size(), Synopsis::mostWords); ++i) {
     const std::string argument = argumentAt(forms(), std::span(words).first(i + 1));
     if (argument == "PORT") words[i] = std::to_string(portNumber(words[i], client_));
     if (argument == "INTERFACE") words[i] = std::to_string(interfaceNumber(words[i], client_));

@@ -218,12 +218,14 @@ Synopsis& Synopsis::operator=(Synopsis&&) noexcept = default;
 Synopsis::~Synopsis() = default;
 
 std::vector<Expected> Synopsis::after(std::span<const std::string> words) const {
+  if (words.size() > mostWords) return {};
   Walk walk(words);
   walk.node(*root_, 0, [](std::size_t) {});
   return std::move(walk.expected);
 }
 
 bool Synopsis::isWhole(std::span<const std::string> words) const {
+  if (words.size() > mostWords) return false;
   bool whole = false;
   Walk(words).node(*root_, 0, [&](std::size_t at) { whole = whole || at == words.size(); });
   return whole;

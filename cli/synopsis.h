@@ -10,6 +10,7 @@
 /// words without blanks around it, all that is between brackets with blanks. "..." repeats the word
 /// before it.
 
+#include <cstddef>
 #include <memory>
 #include <span>
 #include <string>
@@ -32,6 +33,9 @@ class Synopsis {
   Synopsis(Synopsis&&) noexcept;
   Synopsis& operator=(Synopsis&&) noexcept;
   ~Synopsis();
+
+  /// Nothing fits more words than that.
+  static constexpr std::size_t mostWords = 100;
 
   /// What can follow these words, in the order in which the synopsis has it. Nothing behind words
   /// that do not fit.

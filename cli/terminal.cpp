@@ -140,6 +140,8 @@ class Terminal : public Dialogue {
     end_ = End::over;
     garbled_ = false;
     interrupted = 0;
+    // Before the prompt, which the library shows first: whoever sees it may press any key.
+    el_set(edit_.get(), EL_PREP_TERM, 1);
     int count = 0;
     const char* const text = el_gets(edit_.get(), &count);
     line = text == nullptr ? "" : std::string(text, static_cast<std::size_t>(count));

@@ -171,13 +171,22 @@ TEST_F(ShellWithoutDaemon, TellsWhatCanStandAtTheCursor) {
   EXPECT_THAT(shell().help("attach x port 3 "), ElementsAre("  vlan", "  <Enter>"));
 }
 
-TEST_F(ShellWithoutDaemon, TakesKeysBehindAnythingThatIsTyped) {
+TEST_F(ShellWithoutDaemon, TakesAnythingThatIsTyped) {
   std::string line;
   for (int c = 0; c < 256; ++c) line += static_cast<char>(c);
-  for (const std::string& each : {line, std::string(100000, '"'), std::string(3000, 'a'),
-                                  std::string("\xc3"), std::string("profile show \"\xff")}) {
+  std::string manyWords = "show";
+  for (int i = 0; i < 100000; ++i) manyWords += " a";
+  for (const std::string& each :
+       {line, manyWords, "do " + manyWords, std::string(100000, '"'), std::string(3000, 'a'),
+        std::string("\xc3"), std::string("profile show \"\xff")}) {
     EXPECT_FALSE(shell().help(each).empty());
     EXPECT_EQ(completed(each), each);
+    EXPECT_NE(answer(each), "");
+    answer("configure");
+    EXPECT_FALSE(shell().help(each).empty());
+    EXPECT_EQ(completed(each), each);
+    EXPECT_NE(answer(each), "");
+    answer("exit");
   }
 }
 

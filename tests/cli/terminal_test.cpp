@@ -232,6 +232,11 @@ TEST_F(ShellOnTerminal, EditsAProfileInForceAndAsksBeforeItInterruptsIt) {
   EXPECT_EQ(rules(), "protocol=LLDP rule=peer\n");
   terminal.type("exit\r");
   terminal.until("Replace it twice? [y/N] ");
+  terminal.type("y\x03");
+  terminal.until("Nothing is replaced");
+  terminal.until(inGold);
+  terminal.type("exit\r");
+  terminal.until("Replace it twice? [y/N] ");
   terminal.type("y\r");
   terminal.until("Profile gold is replaced.\r\n");
   terminal.until(configuration);
