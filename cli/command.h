@@ -73,6 +73,7 @@ extern const Noun daemonNoun;
 extern const Noun loadNoun;
 extern const Noun diffNoun;
 extern const Noun applyNoun;
+extern const Noun completeNoun;
 
 // ---- All of them ----
 

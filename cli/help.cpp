@@ -27,7 +27,7 @@ void helpForAll(const std::string& options, Output& output) {
       "Usage: l2cpctl [OPTIONS] COMMAND\n\n"
       "Shows and changes what a switch does with the frames of Layer 2 control protocols, by "
       "asking\n"
-      "its daemon, l2cpd.\n\nCommands:");
+      "its daemon, l2cpd. Without a COMMAND, and before a terminal, it is a shell.\n\nCommands:");
   for (const Noun* noun : allNouns()) {
     output.line(fmt::format("  {:<17}{}", noun->name, noun->summary));
   }

@@ -23,6 +23,7 @@ int main(int argc, char** argv) {
       .terminal = isatty(STDOUT_FILENO) == 1 && variable("TERM") != "dumb",
       .plainWanted = !variable("NO_COLOR").empty(),
       .redirected = isatty(STDOUT_FILENO) != 1,
-      .watched = isatty(STDERR_FILENO) == 1 && variable("TERM") != "dumb"};
+      .watched = isatty(STDERR_FILENO) == 1 && variable("TERM") != "dumb",
+      .interactive = isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1};
   return cli::run({argv + 1, argv + argc}, std::cout, std::cerr, surroundings);
 }

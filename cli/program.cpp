@@ -10,6 +10,7 @@
 
 #include "cli/failure.h"
 #include "cli/help.h"
+#include "cli/terminal.h"
 #include "cli/value.h"
 
 namespace cli {
@@ -75,38 +76,14 @@ std::string optionsHelp() {
   return formatter.make_groups(app.get(), CLI::AppFormatMode::All);
 }
 
-Format formatOf(const Flags& flags) {
+// What the flags say, or else what was said before.
+Format formatOf(const Flags& flags, Format before) {
   if (flags.oneLine && (flags.json || flags.pretty)) {
     throw UsageError("--oneline and JSON are two formats; choose one");
   }
   if (flags.oneLine) return Format::oneLine;
   if (flags.pretty) return Format::prettyJson;
-  return flags.json ? Format::json : Format::table;
-}
-
-// Fills `options` and returns all other words. Options may stand anywhere in front of "--".
-std::vector<std::string> parse(const std::vector<std::string>& arguments, Options& options) {
-  Flags flags;
-  const auto app = parser(options, flags);
-  try {
-    // The library takes them from the back.
-    app->parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
-  } catch (const CLI::ParseError& error) {
-    throw UsageError(safeText(error.what()));
-  }
-  options.format = formatOf(flags);
-  std::vector<std::string> words;
-  bool onlyWords = false;
-  for (std::string& word : app->remaining()) {
-    if (!onlyWords && word == "--") {
-      onlyWords = true;
-      continue;
-    }
-    const bool isOption = word.size() > 1 && word.front() == '-' && !isNumber(word.substr(1));
-    if (!onlyWords && isOption) throw UsageError(quotedText(word) + " is no option");
-    words.push_back(std::move(word));
-  }
-  return words;
+  return flags.json ? Format::json : before;
 }
 
 bool useColours(const Options& options, const Surroundings& surroundings) {
@@ -133,24 +110,67 @@ void checkOwnOptions(const Options& options, const Command& command) {
   check(options.confirm.count() != 0, "--confirm", applies);
 }
 
-void runLine(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err,
-             const Surroundings& surroundings, Place& place) {
-  Options options;
-  const std::vector<std::string> words = parse(arguments, options);
-  Output output(out, options.format, useColours(options, surroundings), surroundings.redirected,
-                Notes(err, surroundings.watched));
-  output.setTerminal(surroundings.terminal);
-  if (options.version) {
-    output.line("l2cpctl " L2CPCTL_VERSION);
-  } else {
-    options.help = options.help || arguments.empty();
-    Client client(options.server);
-    carryOut(Words(words), options, client, output, place);
-  }
-  output.flush();
+bool sameServer(const Server& one, const Server& other) {
+  return one.address == other.address && one.timeout == other.timeout && one.wait == other.wait;
+}
+
+// Whether there is no more than options that say how to work, and somebody to work with. Puts them
+// into `options`.
+bool isShell(const std::vector<std::string>& arguments, const Surroundings& surroundings,
+             Options& options) {
+  if (!surroundings.interactive) return false;
+  Options all;
+  if (!takeOptions(arguments, all).empty() || all.help || all.version) return false;
+  // Those of a single command are for that command.
+  if (all.quiet || all.keepGoing || all.dryRun || all.confirm.count() != 0) return false;
+  options.server = all.server;
+  options.format = all.format;
+  options.colours = all.colours;
+  return true;
 }
 
 }  // namespace
+
+std::vector<OptionName> optionNames() {
+  Options options;
+  Flags flags;
+  std::vector<OptionName> all;
+  const auto app = parser(options, flags);
+  for (const CLI::Option* option : app->get_options()) {
+    OptionName name;
+    for (const std::string& each : option->get_snames()) name.names.push_back("-" + each);
+    for (const std::string& each : option->get_lnames()) name.names.push_back("--" + each);
+    if (option->get_expected_max() > 0) name.value = option->get_type_name();
+    name.meaning = option->get_description();
+    all.push_back(std::move(name));
+  }
+  return all;
+}
+
+// They may stand anywhere in front of "--".
+std::vector<std::string> takeOptions(const std::vector<std::string>& arguments, Options& options) {
+  Flags flags;
+  const auto app = parser(options, flags);
+  try {
+    // The library takes them from the back.
+    app->parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+  } catch (const CLI::ParseError& error) {
+    throw UsageError(safeText(error.what()));
+  }
+  options.format = formatOf(flags, options.format);
+  std::vector<std::string> words;
+  bool onlyWords = false;
+  for (std::string& word : app->remaining()) {
+    if (!onlyWords && word == "--") {
+      onlyWords = true;
+      continue;
+    }
+    const bool isOption = word.size() > 1 && word.front() == '-' && !isNumber(word.substr(1));
+    if (!onlyWords && isOption) throw UsageError(quotedText(word) + " is no option");
+    words.push_back(std::move(word));
+  }
+  return words;
+}
 
 void carryOut(Words words, const Options& options, Client& client, Output& output, Place& place) {
   takePlace(words, place);
@@ -164,11 +184,28 @@ void carryOut(Words words, const Options& options, Client& client, Output& outpu
   place.command->run(context);
 }
 
-int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err,
-        const Surroundings& surroundings) {
-  Place place;
+void carryOutLine(const std::vector<std::string>& arguments, const Setting& setting, Place& place) {
+  Options options = setting.defaults;
+  const std::vector<std::string> words = takeOptions(arguments, options);
+  const Surroundings& around = setting.surroundings;
+  Output output(setting.out, options.format, useColours(options, around), around.redirected,
+                Notes(setting.err, around.watched));
+  output.setTerminal(around.terminal);
+  if (options.version) {
+    output.line("l2cpctl " L2CPCTL_VERSION);
+  } else if (sameServer(options.server, setting.defaults.server)) {
+    carryOut(Words(words), options, setting.client, output, place);
+  } else {
+    Client client(options.server);
+    carryOut(Words(words), options, client, output, place);
+  }
+  output.flush();
+}
+
+int reporting(std::ostream& out, std::ostream& err, const Place& place,
+              const std::function<void()>& something) {
   try {
-    runLine(arguments, out, err, surroundings, place);
+    something();
     return static_cast<int>(ExitStatus::done);
   } catch (const UsageError& error) {
     const std::string& words = place.words;
@@ -185,6 +222,18 @@ int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
     err << "l2cpctl: error: " << safeText(error.what()) << '\n';
     return static_cast<int>(ExitStatus::usage);
   }
+}
+
+int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err,
+        const Surroundings& surroundings) {
+  Place place;
+  return reporting(out, err, place, [&] {
+    Options options;
+    if (isShell(arguments, surroundings, options)) return runShell(options, surroundings, out, err);
+    options.help = arguments.empty();
+    Client client(options.server);
+    carryOutLine(arguments, {options, client, out, err, surroundings}, place);
+  });
 }
 
 }  // namespace cli

@@ -1,0 +1,121 @@
+// What the files for bash and zsh make of TAB, with real shells.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "cli/program.h"
+#include "tests/system/fixture.h"
+
+namespace cli {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+// A line that the shell itself is to read as it stands.
+std::string literal(const std::string& text) {
+  std::string quoted = "'";
+  for (const char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + "'";
+}
+
+// What bash would put in the place of the last word of these lines, one after another.
+std::string bash(const std::vector<std::string>& lines) {
+  std::string script = "export LC_ALL=C.UTF-8\nsource " COMPLETIONS_FOLDER "/l2cpctl\n";
+  for (const std::string& line : lines) {
+    script += "COMP_LINE=" + literal(line) +
+              " COMP_POINT=${#COMP_LINE}\n_l2cpctl " L2CPCTL_PROGRAM
+              "\nprintf '[%s]' \"${COMPREPLY[@]}\"; echo\n";
+  }
+  const support::Run run = support::run({"bash", "--norc", "-c", script});
+  EXPECT_EQ(run.status, 0) << run.output;
+  return run.output;
+}
+
+bool hasZsh() { return support::run({"/bin/sh", "-c", "command -v zsh"}).status == 0; }
+
+// What zsh is told that these words could go on with.
+std::string zsh(const std::vector<std::string>& words, const std::string& beginning) {
+  std::string script = "fpath=(" COMPLETIONS_FOLDER ") PREFIX=" + literal(beginning) + "\nwords=(" +
+                       literal(L2CPCTL_PROGRAM);
+  for (const std::string& word : words) script += ' ' + literal(word);
+  script += " " + literal(beginning) +
+            ") CURRENT=$#words\nautoload -U _l2cpctl\n"
+            "_describe() { print -rl -- ${(@P)argv[-1]} }\n_files() { print a file }\n"
+            "_message() { print -r -- \"for $2\" }\n_l2cpctl\n:";
+  const support::Run run = support::run({"zsh", "-f", "-c", script});
+  EXPECT_EQ(run.status, 0) << run.output;
+  return run.output;
+}
+
+class Completions : public DaemonTest {
+ protected:
+  void SetUp() override {
+    DaemonTest::SetUp();
+    if (IsSkipped()) return;
+    for (const char* name : {"my net", "a:b", "a:c", "it's", "$(exit 7)", "caf\xc3\xa9"}) {
+      std::ostringstream out;
+      ASSERT_EQ(cli::run({"profile", "add", name}, out, out), 0) << out.str();
+    }
+  }
+};
+
+TEST_F(Completions, InBashAreWordsOptionsAndLiveNames) {
+  EXPECT_EQ(bash({"l2cpctl pro", "l2cpctl prof rule ", "l2cpctl -j vlan ", "l2cpctl --c",
+                  "l2cpctl --color=al", "l2cpctl profile show m", "l2cpctl attach x port 3 "}),
+            "[protocol][profile]\n"
+            "[add][set][delete][clear][list][show]\n"
+            "[statistics]\n"
+            "[--color]\n"
+            "[always]\n"
+            "[my\\ net]\n"
+            "[vlan]\n");
+}
+
+TEST_F(Completions, InBashAreQuotedAsTheShellNeedsThem) {
+  EXPECT_EQ(bash({"l2cpctl profile show i", "l2cpctl profile show \"my", "l2cpctl profile show 'my",
+                  "l2cpctl profile show my\\ ", "l2cpctl profile show a:",
+                  "l2cpctl profile show \\$", "l2cpctl profile show caf"}),
+            "[it\\'s]\n[my net]\n[my net]\n[my\\ net]\n[b][c]\n[\\$\\(exit\\ 7\\)]\n"
+            "[caf\xc3\xa9]\n");
+}
+
+TEST_F(Completions, InBashCarryOutNothingOfTheLine) {
+  const std::string file = world().file("untouched", "");
+  std::filesystem::remove(file);
+  EXPECT_EQ(bash({"l2cpctl profile $(touch " + file + ") `touch " + file + "` ",
+                  "l2cpctl profile show '; touch " + file + "; '"}),
+            "[]\n[]\n");
+  EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+TEST_F(Completions, InZshAreWordsOptionsAndLiveNames) {
+  if (!hasZsh()) GTEST_SKIP() << "no zsh here";
+  EXPECT_EQ(support::run({"zsh", "-n", COMPLETIONS_FOLDER "/_l2cpctl"}).status, 0);
+  EXPECT_EQ(zsh({"vlan"}, ""),
+            "statistics:Shows how many frames of a VLAN met which rule, on all "
+            "ports.\n");
+  EXPECT_EQ(zsh({"profile", "show"}, "m"),
+            "for NAME\n$(exit 7):NAME\na\\:b:NAME\na\\:c:NAME\ncaf\xc3\xa9:NAME\nit's:NAME\n"
+            "my net:NAME\nposition\n");
+  EXPECT_THAT(zsh({"profile", "list"}, "--js"), HasSubstr("--json:Answer in JSON"));
+  EXPECT_EQ(zsh({"feed", "3"}, ""), "a file\n");
+}
+
+class CompletionsWithoutDaemon : public WorldTest {};
+
+TEST_F(CompletionsWithoutDaemon, AreWordsAloneAndNothingIsSaid) {
+  EXPECT_EQ(bash({"l2cpctl vlan s", "l2cpctl profile show ", "l2cpctl -s ::1 protocol show "}),
+            "[statistics]\n[position]\n[position]\n");
+  if (hasZsh()) {
+    EXPECT_EQ(zsh({"profile", "delete"}, ""), "for NAME\n");
+  }
+}
+
+}  // namespace
+}  // namespace cli
