@@ -193,7 +193,7 @@ class Checker {
   }
 
   static bool isFull(Entries entries) {
-    constexpr auto positions = static_cast<std::ptrdiff_t>(lastPosition - firstPosition + 1);
+    constexpr std::ptrdiff_t positions = std::ptrdiff_t{lastPosition} - firstPosition + 1;
     return std::count_if(entries.begin(), entries.end(), [](const control_entry& entry) {
              return entry.kind == 1 && entry.index >= firstPosition && entry.index <= lastPosition;
            }) == positions;
