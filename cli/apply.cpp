@@ -82,8 +82,8 @@ class Check {
     }
     if (daemon_.uses.at(protocol) == rules) return;
     throw Refused(fmt::format(
-        "PROTO_IN_USE: the file deletes the protocol {}, which has {} uses by rules, but {} in the "
-        "profiles that the running configuration has; look for others with \"l2cpctl profile "
+        "PROTO_IN_USE: the file deletes the protocol {}, whose use count is {}, while the profiles "
+        "of the running configuration have {} rules for it; look for others with \"l2cpctl profile "
         "list\", or let the file keep the protocol; nothing was done",
         quotedText(protocol), daemon_.uses.at(protocol), rules));
   }

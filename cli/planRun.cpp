@@ -28,15 +28,16 @@ class EditingCycle {
   }
 
   void take(script::Command command) {
+    std::optional<script::Command> undo;
     if (auto* entry = std::get_if<script::Entry>(&command)) {
       entry->profile = copy_;
-      if (!rules_.contains(entry->protocol))
-        undo_.push_back(script::NoEntry{copy_, entry->protocol});
+      if (!rules_.contains(entry->protocol)) undo = script::NoEntry{copy_, entry->protocol};
     } else if (auto* removal = std::get_if<script::NoEntry>(&command)) {
       removal->profile = copy_;
-      undo_.push_back(script::Entry{copy_, removal->protocol, rules_.at(removal->protocol)});
+      undo = script::Entry{copy_, removal->protocol, rules_.at(removal->protocol)};
     }
     carry(command, client_);
+    if (undo) undo_.push_back(*undo);
   }
 
   void commit() {
