@@ -48,6 +48,16 @@ std::string placesText(const std::vector<script::Attach>& attachments) {
   return text;
 }
 
+// Those of which both have rules, but other ones.
+std::string protocolsOf(const Rules& before, const Rules& after) {
+  std::string protocols;
+  for (const auto& [protocol, rule] : after) {
+    if (before.at(protocol) == rule) continue;
+    protocols += (protocols.empty() ? "" : ", ") + nameText(protocol);
+  }
+  return protocols;
+}
+
 const Placement::Service* passedOverService(const Placement& placement) {
   const auto found = std::find_if(placement.services.begin(), placement.services.end(),
                                   [](const auto& service) { return service.name == passedOver; });
@@ -207,17 +217,12 @@ bool ProfileEdit::commit() {
 }
 
 bool ProfileEdit::agreeToTwoCycles(const Rules& before, const Rules& after) {
-  std::string protocols;
-  for (const auto& [protocol, rule] : after) {
-    if (before.at(protocol) == rule) continue;
-    protocols += (protocols.empty() ? "" : ", ") + nameText(protocol);
-  }
   dialogue_.say(fmt::format(
       "Only rules differ, not protocols. The module takes that for no change and would discard "
       "it.\n"
       "What works is to replace the profile twice: without the rules for {}, then with\n"
       "the new ones. In between the profile has none for them.",
-      protocols));
+      protocolsOf(before, after)));
   return dialogue_.agree("Replace it twice?");
 }
 
@@ -291,24 +296,42 @@ void ProfileEdit::setFlags(const Target& target) {
 }
 
 void ProfileEdit::setInPlace(const Rules& before, const Rules& after) {
-  for (const script::Command& command : changes(profile_, before, after)) {
-    cli::carry(command, client_);
+  bool partly = false;
+  try {
+    for (const script::Command& command : changes(profile_, before, after)) {
+      cli::carry(command, client_);
+      partly = true;
+    }
+  } catch (const Failure&) {
+    if (partly) dialogue_.say(fmt::format("Profile {} is changed in part.", nameText(profile_)));
+    throw;
   }
   deleteCopy();
+}
+
+void ProfileEdit::carryAll(const std::vector<script::Command>& commands) {
+  for (const script::Command& command : commands) cli::carry(command, client_);
 }
 
 void ProfileEdit::inTwoCycles(const Rules& before, const Rules& after) {
   Rules others = after;
   std::erase_if(others, [&](const auto& each) { return before.at(each.first) != each.second; });
-  for (const script::Command& command : changes(copy_, after, others)) {
-    cli::carry(command, client_);
+  carryAll(changes(copy_, after, others));
+  try {
+    exitCycle();
+  } catch (const Refused&) {
+    if (open_) carryAll(changes(copy_, others, after));
+    throw;
   }
-  exitCycle();
-  makeCopy();
-  for (const script::Command& command : changes(copy_, others, after)) {
-    cli::carry(command, client_);
+  try {
+    makeCopy();
+    carryAll(changes(copy_, others, after));
+    exitCycle();
+  } catch (const Failure&) {
+    dialogue_.say(fmt::format("Profile {} is now without the rules for {}.", nameText(profile_),
+                              protocolsOf(before, after)));
+    throw;
   }
-  exitCycle();
 }
 
 void ProfileEdit::exitCycle() {

@@ -71,6 +71,7 @@ class ProfileEdit {
   void setFlags(const Target& target);
   void setInPlace(const Rules& before, const Rules& after);
   void inTwoCycles(const Rules& before, const Rules& after);
+  void carryAll(const std::vector<script::Command>& commands);
   void exitCycle();
 
   std::string profile_;

@@ -42,7 +42,8 @@ Suggestions filesThatBegin(const std::string& beginning) {
     const std::string name = each->path().filename().string();
     const std::string file = folder + name + (each->is_directory(unknown) ? "/" : "");
     const bool hidden = name.starts_with('.') && beginning.size() == folder.size();
-    if (file.starts_with(beginning) && !hidden) files.push_back({file, ""});
+    const bool canBeTyped = safeText(file) == file;
+    if (file.starts_with(beginning) && canBeTyped && !hidden) files.push_back({file, ""});
   }
   std::sort(files.begin(), files.end(),
             [](const Suggestion& a, const Suggestion& b) { return a.word < b.word; });

@@ -14,6 +14,7 @@
 #include <optional>
 #include <string>
 
+#include "cli/failure.h"
 #include "cli/history.h"
 #include "cli/lineStart.h"
 #include "cli/shell.h"
@@ -103,6 +104,7 @@ class Terminal : public Dialogue {
   Terminal(const Signals& signals, std::ostream& out) : signals_(signals), out_(out) {
     useUtf8();
     edit_.reset(el_init("l2cpctl", stdin, stdout, stderr));
+    if (!edit_) throw LocalError("lines cannot be edited on this terminal");
     history_.reset(history_init());
     HistEvent event{};
     history(history_.get(), &event, H_SETSIZE, longestHistory);
@@ -131,7 +133,6 @@ class Terminal : public Dialogue {
     el_set(edit, EL_SETTY, "-d", "-isig", nullptr);
   }
 
-  bool isUsable() const { return edit_ != nullptr; }
   void serve(Shell& shell) { shell_ = &shell; }
 
   /// A line, and how it ended. What is not UTF-8 in it has been replaced by U+FFFD.

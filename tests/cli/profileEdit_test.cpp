@@ -321,6 +321,28 @@ TEST_F(Editing, AsksAgainIfSomethingGetsInTheWayMeanwhile) {
   EXPECT_EQ(places(), "port=9 vlan=all\n");
 }
 
+// The module takes the service profiles off, and then meets what somebody has attached just now.
+TEST_F(Editing, PutsBackWhatTheModuleLeavesHalfWay) {
+  makeGold();
+  putInForce();
+  agreeTo({true, true, true});
+  whenAsked([&] { shown({"attach", "gold", "port", "9"}); });
+  EXPECT_THAT(lines({"l2cp-profile gold", "protocol CDP rule peer", "exit"}),
+              AllOf(HasSubstr("Replace it twice?\nl2cpctl: error: EDIT_FAILED: "),
+                    testing::Not(HasSubstr("Not put back"))));
+  whenAsked({});
+  EXPECT_EQ(shell().prompt(), inMode);
+  EXPECT_EQ(places(), std::string(inForce) + "port=9 vlan=all\n");
+  EXPECT_EQ(shown({"-o", "service-profile", "list"}),
+            "name=business vlan_profile=metro l2cp_profile=gold interfaces='3 5'\n");
+  EXPECT_EQ(rules(), untouched);
+  EXPECT_THAT(lines({"show"}), HasSubstr("\n-protocol \"CDP\" rule tunnel\n"
+                                         "+protocol \"CDP\" rule peer\n"));
+  lines({"exit"});
+  EXPECT_EQ(rules(), "protocol=CDP rule=peer\nprotocol=LLDP rule=peer\n");
+  EXPECT_EQ(places(), std::string(inForce) + "port=9 vlan=all\n");
+}
+
 TEST_F(Editing, AsksBeforeItOverwritesWhatOthersChanged) {
   makeGold();
   lines({"l2cp-profile gold", "no protocol CDP"});

@@ -155,6 +155,7 @@ TEST_F(ShellWithoutDaemon, CompletesFiles) {
   const std::string folder = testing::TempDir() + "shell_files" + std::to_string(getpid());
   std::filesystem::create_directories(folder + "/frames of mine");
   std::ofstream(folder + "/lldp.pcap") << "";
+  std::ofstream(folder + "/l\x1b[2J") << "";
   EXPECT_EQ(completed("feed 3 " + folder + "/l"), "feed 3 " + folder + "/lldp.pcap ");
   EXPECT_EQ(completed("feed 3 " + folder + "/f"), "feed 3 \"" + folder + "/frames of mine/");
   EXPECT_EQ(completed("feed 3 /nowhere/"), "feed 3 /nowhere/");
