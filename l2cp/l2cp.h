@@ -11,8 +11,11 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
+#include "l2cp/nameHash.h"
 #include "l2cp/node.h"
+#include "l2cp/shortName.h"
 #include "platform/BLEntity.h"
 #include "platform/singleton.h"
 #include "rpc/l2cp.h"
@@ -271,6 +274,7 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   int protoGet(unsigned int idx, Protocol& proto);
   /// Appends all protocols in name order. 0.
   int protoGetAll(std::list<Protocol>& protocols);
+  int protoGetAll(std::vector<Protocol>& protocols);
   /// -2, -11.
   int protoStat(const char* protoName, Statistics& stats);
 
@@ -400,27 +404,51 @@ class L2CP : public BLEntity, public singleton<L2CP> {
  private:
   using NameList = std::list<NameEntry*>;
 
+  /// Where a name stands in the table, and the short name that it has for as long as it does.
+  struct TableName {
+    NameList::iterator place;
+    ShortName shortName;
+  };
+
+  /// A full name that is used again and again: it is looked up once, unless names are removed.
+  struct RepeatedName {
+    std::string_view text;
+    const TableName* known = nullptr;
+    std::uint64_t removals = 0;  ///< `nameRemovals` when it was looked up
+  };
+
+  struct Attachment;
+
   bool debug = false;
   int aclFd = -1;
   pthread_mutex_t nameMutex{};
   NameList nameTable;
+  /// How often a name was removed from the table.
+  std::uint64_t nameRemovals = 0;
   /// Entries that the module has added, by twice the port number plus 1 for kinds other than 0.
   std::map<int, unsigned int> portEntryCount;
   /// Finds an entry of the name table without walking it.
-  std::unordered_map<std::string_view, NameList::iterator> nameIndex;
+  std::unordered_map<std::string_view, TableName, NameHash> nameIndex;
 
   void dumpNames();
+  bool kernelCounterAdd(RepeatedName& name);
+  /// `GetName` without a count.
+  char* getName(std::string_view name, char* shortName);
+  char* getName(RepeatedName& name, char* shortName);
+  static char* writeShortName(const TableName* used, char* shortName);
+  /// Counts a use of the name. Null if memory is out. For who holds `nameMutex`.
+  const TableName* useName(std::string_view name);
+  const TableName* useName(RepeatedName& name);
   template <class NameOrNumber>
   int readStatistics(const char* mask, const NameOrNumber& of, Statistics& stats);
   bool addKernelProtoConditions(acl_ioctl_selector& selector, unsigned short vid,
                                 const Protocol& proto);
   bool addSharedActionList(const char* name, acl_ioctl_action& action);
-  unsigned int attachProtocol(const std::string& profileName, unsigned int port, unsigned short vid,
-                              const Protocol& proto, Rule rule);
+  unsigned int attachProtocol(Attachment& attachment, const Protocol& proto, Rule rule);
   void attachConditions(acl_ioctl_selector& selector, unsigned short vid,
                         const Protocol& proto) const;
-  void attachActions(acl_ioctl_action& action, const std::string& profileName, unsigned int port,
-                     unsigned short vid, const Protocol& proto, Rule rule);
+  void attachActions(acl_ioctl_action& action, Attachment& attachment, Rule rule);
+  void attachCounterChanges(acl_ioctl_action& action, Attachment& attachment);
   void detach(PortMap::iterator portIt, VlanMap::iterator vlanIt, ProfileMap::iterator profileIt);
   void detachAll(unsigned int port);
   void detachMissing(unsigned int port, const VlanMap& kept);
