@@ -136,6 +136,7 @@ inline bool_t filter(XDR* xdr, control_vlan_profiles* of) {
   return xdr_control_vlan_profiles(xdr, of);
 }
 inline bool_t filter(XDR* xdr, control_status* of) { return xdr_control_status(xdr, of); }
+inline bool_t filter(XDR* xdr, control_live_ports* of) { return xdr_control_live_ports(xdr, of); }
 
 template <class Result>
 Reply<Result>::~Reply() {

@@ -104,6 +104,9 @@ struct l2cp_port {
   __u32 generation;
   /// The VLAN of frames without a tag, and of those with VLAN id 0.
   __u32 nativeVlan;
+  /// The groups 01-80-C2-00-00-0x, bit x for each, that a bridge above would forward.
+  __u32 forwardedGroups;
+  __u32 reserved;
   /// The VLANs that the port is in, a bit for each.
   __u64 vlans[L2CP_VLANS / 64];
   struct l2cp_table tables[2];

@@ -11,6 +11,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <span>
 #include <utility>
 #include <vector>
@@ -26,15 +27,15 @@ namespace {
 
 constexpr int highestVlan = 4094;
 
-/// What the library has to say while a program is loaded.
-std::string& libraryTexts() {
-  static thread_local std::string texts;
+/// What the library has to say while a program is loaded. At other times its errors are answers.
+std::optional<std::string>& libraryTexts() {
+  static thread_local std::optional<std::string> texts;
   return texts;
 }
 
 // NOLINTNEXTLINE(cert-dcl50-cpp): the library's interface
 int keepText(libbpf_print_level level, const char* format, va_list arguments) {
-  if (level == LIBBPF_DEBUG) return 0;
+  if (level == LIBBPF_DEBUG || !libraryTexts()) return 0;
   va_list again;
   va_copy(again, arguments);
   const int size = std::vsnprintf(nullptr, 0, format, again);
@@ -43,16 +44,19 @@ int keepText(libbpf_print_level level, const char* format, va_list arguments) {
   std::string text(static_cast<std::size_t>(size) + 1, '\0');
   std::vsnprintf(text.data(), text.size(), format, arguments);
   text.pop_back();
-  libraryTexts() += text;
+  *libraryTexts() += text;
   return size;
 }
 
 [[noreturn]] void fail(const char* what, int error) {
   std::string text = std::string(what) + ": " + std::strerror(error);
   if (error == EPERM || error == EACCES) {
-    text += "; loading XDP programs needs root, or the capabilities CAP_BPF and CAP_NET_ADMIN";
+    text +=
+        "; loading XDP programs needs root, or the capabilities CAP_BPF, CAP_NET_ADMIN and "
+        "CAP_PERFMON";
   }
-  if (!libraryTexts().empty()) text += '\n' + libraryTexts();
+  text += '\n' + libraryTexts().value_or("");
+  libraryTexts().reset();
   while (text.ends_with('\n')) text.pop_back();
   throw PlaneError(text);
 }
@@ -130,7 +134,7 @@ struct Plane::Maps {
 void Plane::Close::operator()(l2cp_program* program) const { l2cp_program::destroy(program); }
 
 Plane::Plane() {
-  libraryTexts().clear();
+  libraryTexts().emplace();
   libbpf_set_print(keepText);
   const int processors = libbpf_num_possible_cpus();
   if (processors < 0) fail("the number of processors is not known", -processors);
@@ -141,11 +145,15 @@ Plane::Plane() {
     fail("the XDP program cannot be loaded", -error);
   }
   maps_ = std::make_unique<Maps>(*program_, static_cast<std::size_t>(processors));
+  libraryTexts().reset();
 }
 
 Plane::~Plane() = default;
 
-int Plane::descriptor() const { return bpf_program__fd(program_->progs.l2cp_classify); }
+Programs Plane::programs() const {
+  return {.classify = bpf_program__fd(program_->progs.l2cp_classify),
+          .keep = bpf_program__fd(program_->progs.l2cp_keep)};
+}
 
 bool Plane::has(std::uint32_t port) const {
   const std::lock_guard lock(mutex_);
@@ -216,6 +224,15 @@ int Plane::setInterface(std::uint32_t port, std::uint32_t interface) {
   known->interface = interface;
   if (interface != 0) maps_->putInterface(interface, {interface, known->place});
   return followMembers();
+}
+
+int Plane::setForwardedGroups(std::uint32_t port, std::uint16_t groups) {
+  const std::lock_guard lock(mutex_);
+  const Port* known = find(port);
+  if (known == nullptr) return -ENOENT;
+  const std::atomic_ref shown(maps_->ports[known->place].forwardedGroups);
+  shown.store(groups, std::memory_order_relaxed);
+  return 0;
 }
 
 void Plane::writeVlans(const Port& port) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "classifier/dataPlane.h"
+#include "classifier/xdp/attachment.h"
 #include "classifier/xdp/layout.h"
 
 struct l2cp_program;
@@ -58,8 +59,12 @@ class Plane : public DataPlane {
   /// by another interface, or what the kernel says.
   int setInterface(std::uint32_t port, std::uint32_t interface);
 
-  /// The program, to be attached to interfaces.
-  int descriptor() const;
+  /// The groups 01-80-C2-00-00-0x, bit x for each, that the bridge above the port forwards and of
+  /// which frames for the machine itself have to be ended. 0 or -ENOENT.
+  int setForwardedGroups(std::uint32_t port, std::uint16_t groups);
+
+  /// To be attached to interfaces.
+  Programs programs() const;
 
  private:
   struct Maps;

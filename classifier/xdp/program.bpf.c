@@ -2,6 +2,7 @@
 /// carries the decision out.
 
 #include <linux/bpf.h>
+#include <linux/pkt_cls.h>
 // The kernel's types come first.
 #include <bpf/bpf_endian.h>
 #include <bpf/bpf_helpers.h>
@@ -211,6 +212,7 @@ static __always_inline int tunnel(const struct l2cp_port* port, const struct key
   return (int)bpf_redirect_map(members, 0, BPF_F_BROADCAST | BPF_F_EXCLUDE_INGRESS);
 }
 
+/// Marks the frame for `l2cp_keep`.
 static __always_inline int peer(struct xdp_md* context) {
   if (bpf_xdp_adjust_meta(context, -(int)sizeof(__u32)) == 0) {
     __u32* mark = (__u32*)(long)context->data_meta;
@@ -253,6 +255,28 @@ int l2cp_classify(struct xdp_md* context) {
     }
   }
   return XDP_ABORTED;
+}
+
+static __always_inline bool isMarked(const struct __sk_buff* frame) {
+  const __u32* const mark = (const __u32*)(long)frame->data_meta;
+  return (const void*)(mark + 1) <= (const void*)(long)frame->data && *mark == L2CP_PEER_MARK;
+}
+
+/// Stands behind packet sockets and before the bridge, and ends frames for the machine itself that
+/// the bridge would forward. It leaves alone those that a bridge keeps by itself: their receivers
+/// may be further up.
+SEC("tc")
+int l2cp_keep(struct __sk_buff* context) {
+  if (!isMarked(context)) return TC_ACT_UNSPEC;
+  const __u8* const frame = (const __u8*)(long)context->data;
+  const void* const end = (const void*)(long)context->data_end;
+  if ((const void*)frame + typeOffset > end) return TC_ACT_UNSPEC;
+  const bool isLinkLocal = frame[0] == 0x01 && frame[1] == 0x80 && frame[2] == 0xc2 &&
+                           frame[3] == 0 && frame[4] == 0 && frame[5] < 16;
+  if (!isLinkLocal) return TC_ACT_SHOT;
+  const __u32 place = placeOf(context->ingress_ifindex);
+  const struct l2cp_port* const port = bpf_map_lookup_elem(&ports, &place);
+  return port && (port->forwardedGroups >> frame[5] & 1) != 0 ? TC_ACT_SHOT : TC_ACT_UNSPEC;
 }
 
 const char licence[] SEC("license") = "BSD-3-Clause";

@@ -48,7 +48,7 @@ class Kernel {
                 .data_size_in = static_cast<std::uint32_t>(frame.size()),
                 .data_size_out = static_cast<std::uint32_t>(result.size()), .ctx_in = &context,
                 .ctx_out = &context, .ctx_size_in = sizeof context, .ctx_size_out = sizeof context);
-    const int error = bpf_prog_test_run_opts(plane.descriptor(), &run);
+    const int error = bpf_prog_test_run_opts(plane.programs().classify, &run);
     EXPECT_EQ(error, 0);
     // What stands before the frame is handed out, too.
     const std::uint32_t before = context.data - context.data_meta;
