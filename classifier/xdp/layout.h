@@ -87,15 +87,14 @@ struct l2cp_outcome {
   struct l2cp_change change[L2CP_CHANGES];
 };
 
-/// The first entry that a frame fits decides.
+/// The first entry that a frame fits decides. Behind the last one stands one more that every frame
+/// fits and that does nothing, so that looking for an entry needs no count.
 struct l2cp_table {
-  __u32 count;
-  __u32 reserved;
   /// What all entries have in common that a frame to an individual address (0) or to a group (1)
   /// can fit. A frame that does not fit this fits none of them.
   struct l2cp_match any[2];
-  struct l2cp_match match[L2CP_ENTRIES];
-  struct l2cp_outcome outcome[L2CP_ENTRIES];
+  struct l2cp_match match[L2CP_ENTRIES + 1];
+  struct l2cp_outcome outcome[L2CP_ENTRIES + 1];
 };
 
 /// The table in force is tables[generation % 2]. The other one may be written at any time. Who has

@@ -128,29 +128,32 @@ l2cp_match common(std::span<const l2cp_match> matches, std::uint64_t groupBit) {
 
 }  // namespace
 
-int pack(const Rules& rules, l2cp_table& table, const PlaceOf& placeOf) {
+int pack(const Rules& rules, PackedTable& packed, const PlaceOf& placeOf) {
+  auto& [count, table] = packed;
   const auto last = std::find_if_not(rules.rbegin(), rules.rend(),
                                      [](const auto& rule) { return doesNothing(*rule); });
-  table.count = 0;
+  count = 0;
   for (const auto& rule : std::span(rules.begin(), last.base())) {
     Pattern pattern;
     for (const Condition& condition : rule->conditions) {
       if (!std::visit([&](const auto& c) { return pattern.add(c); }, condition)) return -EINVAL;
     }
     bool hasRoom = true;
-    const std::uint32_t first = table.count;
+    const std::uint32_t first = count;
     pattern.forEachMatch([&](const l2cp_match& match) {
-      hasRoom = hasRoom && table.count < L2CP_ENTRIES;
-      if (hasRoom) table.match[table.count++] = match;
+      hasRoom = hasRoom && count < L2CP_ENTRIES;
+      if (hasRoom) table.match[count++] = match;
     });
     if (!hasRoom) return -ENOSPC;
-    if (first == table.count) continue;
+    if (first == count) continue;
     if (!packOutcome(*rule, table.outcome[first], placeOf)) return -ENOSPC;
-    std::fill(table.outcome + first + 1, table.outcome + table.count, table.outcome[first]);
+    std::fill(table.outcome + first + 1, table.outcome + count, table.outcome[first]);
   }
-  const std::span matches(table.match, table.count);
+  const std::span matches(table.match, count);
   table.any[0] = common(matches, 0);
   table.any[1] = common(matches, l2cpGroupBit());
+  table.match[count] = {};
+  table.outcome[count] = {};
   return 0;
 }
 

@@ -15,6 +15,12 @@ namespace classifier::xdp {
 /// none left.
 using PlaceOf = std::function<std::optional<std::uint32_t>(Counter&)>;
 
+/// A table and the number of its entries, without the one behind the last.
+struct PackedTable {
+  std::uint32_t count = 0;
+  l2cp_table table = {};
+};
+
 /// Writes the rules into the table. Every condition is expressed in bits of the key, so that an
 /// entry is one comparison: several conditions on one field become one, rules that no frame can
 /// satisfy take no place, and a VLAN range takes a place for each of the aligned blocks of 2^n ids
@@ -22,6 +28,6 @@ using PlaceOf = std::function<std::optional<std::uint32_t>(Counter&)>;
 ///
 /// Returns 0 or, with the table left in disorder, -EINVAL for a condition on another payload byte
 /// than the first, -ENOSPC for more places or counters than there are.
-int pack(const Rules& rules, l2cp_table& table, const PlaceOf& placeOf);
+int pack(const Rules& rules, PackedTable& packed, const PlaceOf& placeOf);
 
 }  // namespace classifier::xdp

@@ -110,10 +110,9 @@ struct Plane::Maps {
     const __u32 next = generation.load(std::memory_order_relaxed) + 1;
     std::atomic_thread_fence(std::memory_order_seq_cst);
     l2cp_table& table = port.tables[next % 2];
-    table.count = packed.count;
-    std::ranges::copy(packed.any, table.any);
-    std::copy_n(packed.match, packed.count, table.match);
-    std::copy_n(packed.outcome, packed.count, table.outcome);
+    std::ranges::copy(packed.table.any, table.any);
+    std::copy_n(packed.table.match, packed.count + 1, table.match);
+    std::copy_n(packed.table.outcome, packed.count + 1, table.outcome);
     generation.store(next, std::memory_order_release);
   }
 
@@ -128,7 +127,7 @@ struct Plane::Maps {
   Members members;
   /// The lowest one last.
   std::vector<std::uint32_t> freePlaces;
-  l2cp_table packed{};
+  PackedTable packed;
 };
 
 void Plane::Close::operator()(l2cp_program* program) const { l2cp_program::destroy(program); }

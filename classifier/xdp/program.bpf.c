@@ -167,17 +167,15 @@ static __always_inline bool settle(const struct l2cp_port* port, __u32 generatio
 // The verifier takes global functions one by one, whatever they are called with. Inline, it would
 // follow what comes after each entry for each of the entries before, for each number of tags.
 
-/// The position of the first entry that fits, or one behind the last.
+/// The position of the first entry that fits.
 __noinline __u32 walk(__u32 place, __u32 generation, __u64 first, __u64 second) {
   const struct l2cp_port* port = bpf_map_lookup_elem(&ports, &place);
   if (!port) return L2CP_ENTRIES;
-  const struct l2cp_table* table = &port->tables[generation % 2];
+  const struct l2cp_match* const match = port->tables[generation % 2].match;
   const struct key key = {.first = first, .second = second};
-  const __u32 count = table->count;
+#pragma clang loop unroll_count(20)
   for (__u32 position = 0; position < L2CP_ENTRIES; ++position) {
-    if (position >= count || fits(&table->match[position], &key)) {
-      return position < count ? position : L2CP_ENTRIES;
-    }
+    if (fits(&match[position], &key)) return position;
   }
   return L2CP_ENTRIES;
 }
@@ -188,11 +186,13 @@ __noinline int decide(__u32 place, __u64 first, __u64 second) {
   if (!port) return L2CP_UNTOUCHED;
   const __u32 generation = generationOf(port);
   const __u32 position = walk(place, generation, first, second);
-  if (position >= L2CP_ENTRIES) return isStill(port, generation) ? L2CP_UNTOUCHED : -1;
+  if (position > L2CP_ENTRIES) return -1;
 
   const struct l2cp_outcome* outcome = &port->tables[generation % 2].outcome[position];
   const int fate = (int)outcome->fate;
-  const bool settled = outcome->changes <= L2CP_FEW_CHANGES
+  const __u32 changes = outcome->changes;
+  if (changes == 0) return isStill(port, generation) ? fate : -1;
+  const bool settled = changes <= L2CP_FEW_CHANGES
                            ? settle(port, generation, outcome, L2CP_FEW_CHANGES)
                            : settle(port, generation, outcome, L2CP_CHANGES);
   return settled ? fate : -1;

@@ -43,12 +43,14 @@ class Pack : public testing::Test {
   }
 
   int packed() {
-    return pack(table.rules(1), result, [](Counter&) { return std::optional(5U); });
+    return pack(table.rules(1), packed_, [](Counter&) { return std::optional(5U); });
   }
 
   classifier::Table table;
   Requests request{table};
-  l2cp_table result{};
+  classifier::xdp::PackedTable packed_;
+  const l2cp_table& result = packed_.table;
+  const std::uint32_t& count = packed_.count;
 
  private:
   std::uint32_t next_ = 0;
@@ -66,7 +68,7 @@ TEST_F(Pack, MakesOneEntryOfManyConditionsOnOneField) {
   ASSERT_EQ(request.addVlan(name, 100, 4094), 0);
   ASSERT_EQ(request.addVlan(name, 0, 100), 0);
   ASSERT_EQ(packed(), 0);
-  ASSERT_EQ(result.count, 1U);
+  ASSERT_EQ(count, 1U);
   EXPECT_EQ(result.match[0].mask[0], 0xffffULL << L2CP_TYPE_SHIFT);
   EXPECT_EQ(result.match[0].value[0], 0x8809ULL << L2CP_TYPE_SHIFT);
   const std::uint64_t has = L2CP_HAS_VLAN | L2CP_HAS_TYPE | L2CP_HAS_BYTE;
@@ -85,7 +87,7 @@ TEST_F(Pack, LeavesOutWhatNoFrameCanSatisfy) {
   ASSERT_EQ(request.addDestination(macs, lldp), 0);
   ASSERT_EQ(request.addDestination(macs, station), 0);
   ASSERT_EQ(packed(), 0);
-  EXPECT_EQ(result.count, 0U);
+  EXPECT_EQ(count, 0U);
 }
 
 TEST_F(Pack, LeavesOutWhatStandsLastAndDoesNothing) {
@@ -94,11 +96,11 @@ TEST_F(Pack, LeavesOutWhatStandsLastAndDoesNothing) {
   ASSERT_EQ(request.addAction("hide", 0, ACL_ACTION_HIDE), 0);
   ASSERT_EQ(request.addEntry("1", 9, 999, "true", "hide"), 0);
   ASSERT_EQ(packed(), 0);
-  EXPECT_EQ(result.count, 1U);
+  EXPECT_EQ(count, 1U);
   ASSERT_EQ(request.addCounter("c"), 0);
   ASSERT_EQ(request.addCounterChange("hide", 1, "c"), 0);
   ASSERT_EQ(packed(), 0);
-  EXPECT_EQ(result.count, 2U);
+  EXPECT_EQ(count, 2U);
 }
 
 TEST_F(Pack, KeepsAnEntryThatDoesNothingBeforeOthers) {
@@ -108,7 +110,7 @@ TEST_F(Pack, KeepsAnEntryThatDoesNothingBeforeOthers) {
   ASSERT_EQ(request.addAction("drop", 0, ACL_ACTION_DROP), 0);
   ASSERT_EQ(request.addEntry("1", 0, 1, "true", "drop"), 0);
   ASSERT_EQ(packed(), 0);
-  ASSERT_EQ(result.count, 2U);
+  ASSERT_EQ(count, 2U);
   EXPECT_EQ(result.outcome[0].fate, static_cast<unsigned>(L2CP_UNTOUCHED));
 }
 
@@ -116,11 +118,11 @@ TEST_F(Pack, AVlanRangeTakesAPlaceForEachAlignedBlock) {
   const std::string name = add();
   ASSERT_EQ(request.addVlan(name, 1, 4094), 0);
   ASSERT_EQ(packed(), 0);
-  EXPECT_EQ(result.count, 22U);
+  EXPECT_EQ(count, 22U);
   for (std::uint32_t vlan = 0; vlan < 4096; ++vlan) {
     const std::uint64_t key = vlan | L2CP_HAS_VLAN;
     const auto fitting = std::ranges::count_if(
-        std::span(result.match, result.count),
+        std::span(result.match, count),
         [&](const l2cp_match& match) { return (key & match.mask[1]) == match.value[1]; });
     EXPECT_EQ(fitting, vlan >= 1 && vlan <= 4094 ? 1 : 0) << vlan;
   }
@@ -129,14 +131,14 @@ TEST_F(Pack, AVlanRangeTakesAPlaceForEachAlignedBlock) {
 TEST_F(Pack, ARangeOfAllVlansWantsATag) {
   ASSERT_EQ(request.addVlan(add(), 0, 4095), 0);
   ASSERT_EQ(packed(), 0);
-  ASSERT_EQ(result.count, 1U);
+  ASSERT_EQ(count, 1U);
   EXPECT_EQ(result.match[0].mask[1], std::uint64_t{L2CP_HAS_VLAN} | 0xf000);
 }
 
 TEST_F(Pack, TheWholePortWantsNothing) {
   ASSERT_EQ(request.addVlan(add(), 4095, 4095), 0);
   ASSERT_EQ(packed(), 0);
-  ASSERT_EQ(result.count, 1U);
+  ASSERT_EQ(count, 1U);
   EXPECT_EQ(result.match[0].mask[0], 0U);
   EXPECT_EQ(result.match[0].mask[1], 0U);
 }
@@ -149,7 +151,7 @@ TEST_F(Pack, APayloadByteFurtherBehindIsEINVAL) {
 TEST_F(Pack, APlaceTooManyIsENOSPC) {
   for (int i = 0; i < L2CP_ENTRIES; ++i) add();
   EXPECT_EQ(packed(), 0);
-  EXPECT_EQ(result.count, std::uint32_t{L2CP_ENTRIES});
+  EXPECT_EQ(count, std::uint32_t{L2CP_ENTRIES});
   add();
   EXPECT_EQ(packed(), -ENOSPC);
 }
@@ -164,7 +166,7 @@ TEST_F(Pack, ACounterTooManyIsENOSPC) {
   const std::string name = add();
   ASSERT_EQ(request.addCounter("c"), 0);
   ASSERT_EQ(request.addCounterChange(name, 0, "c"), 0);
-  EXPECT_EQ(pack(table.rules(1), result, [](Counter&) { return std::nullopt; }), -ENOSPC);
+  EXPECT_EQ(pack(table.rules(1), packed_, [](Counter&) { return std::nullopt; }), -ENOSPC);
 }
 
 TEST_F(Pack, KeepsTheCounterChangesInTheirOrder) {
