@@ -6,7 +6,7 @@ JOBS ?= $(shell nproc)
 sources = $(shell git ls-files '*.cpp' '*.h')
 
 .DEFAULT_GOAL := build
-.PHONY: build setup demo test test-% bench format check-format lint install packages check-packages clean help
+.PHONY: build setup demo lab test test-% bench format check-format lint install packages check-packages clean help
 
 build: setup ## Build programs into build/bin and libraries into build/lib
 	@cmake --preset release >/dev/null
@@ -17,6 +17,9 @@ setup: ## Install missing packages (asks before it uses sudo)
 
 demo: setup build ## Show a profile at work, in a network of its own
 	@scripts/world scripts/demo
+
+lab: setup build ## Build a switch of namespaces, and show control protocols cross it or not
+	@scripts/lab
 
 test: setup check-format $(addprefix test-,$(PRESETS)) lint ## Check the format, test every preset, lint
 

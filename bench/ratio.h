@@ -67,4 +67,25 @@ void compare(const std::string& what, const std::string& with, Goal goal, int ro
   std::fflush(stdout);
 }
 
+/// The same for costs of which the difference counts; a goal of 0 ns is none.
+template <class Measure, class Baseline>
+void surplus(const std::string& what, const std::string& with, Nanoseconds goal, int rounds,
+             Measure measure, Baseline baseline) {
+  std::vector<double> costs;
+  std::vector<double> differences;
+  for (int round = 0; round <= rounds; ++round) {
+    const Nanoseconds baselineCost = baseline();
+    const Nanoseconds cost = measure();
+    if (round == 0) continue;
+    costs.push_back(cost);
+    differences.push_back(cost - baselineCost);
+  }
+  const double difference = median(differences);
+  std::printf("%-46s %10.1f ns | %-30s %+10.1f ns |", what.c_str(), median(costs), with.c_str(),
+              difference);
+  if (goal > 0) std::printf("  at most %+.0f%s", goal, difference <= goal ? "" : "  MISSED");
+  std::printf("\n");
+  std::fflush(stdout);
+}
+
 }  // namespace bench

@@ -53,14 +53,30 @@ enum class Fate {
 /// The name of the enumerator. Text of static storage.
 const char* text(Fate fate);
 
+/// A counter's share in a data plane. It ends with the counter.
+class CounterShare {
+ public:
+  CounterShare() = default;
+  virtual ~CounterShare() = default;
+  CounterShare(const CounterShare&) = delete;
+  CounterShare& operator=(const CounterShare&) = delete;
+
+  virtual std::uint64_t value() const = 0;
+};
+
 /// A counter that action lists change. It lives as long as anything holds it, also after its name
 /// was deleted.
 struct Counter {
   explicit Counter(const Name& counterName) : name(counterName) {}
 
   const Name name;
-  /// Guarded by the lock of the table that made the counter.
+  /// Of the software matcher. Guarded, as the share is, by the lock of the table that made the
+  /// counter.
   std::uint64_t value = 0;
+  /// Null until another data plane has a use for the counter.
+  std::unique_ptr<CounterShare> share;
+
+  std::uint64_t total() const { return value + (share ? share->value() : 0); }
 };
 
 struct CounterChange {

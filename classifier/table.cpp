@@ -241,8 +241,9 @@ int Table::addCondition(const acl_ioctl_selector& record) {
 
   if (found->conditions.size() >= maxConditions) return -ENOSPC;
   found->conditions.push_back(condition);
-  if (found->use_count() > 1) ++objectsRevision_;
-  return 0;
+  if (found->use_count() == 1) return 0;
+  return followAll(&Entry::selector, *found,
+                   [selector = found] { selector->conditions.pop_back(); });
 }
 
 int Table::addActionList(const acl_ioctl_action& record) {
@@ -274,10 +275,9 @@ int Table::addAction(const acl_ioctl_action& record) {
       isLast ? actions.end() : std::ranges::lower_bound(actions, action.index, {}, &Action::index);
   if (!isLast && place->index == action.index) return -EEXIST;
   if (actions.size() >= maxActions) return -ENOSPC;
-  isLast ? actions.push_back(std::move(action))
-         : static_cast<void>(actions.insert(place, std::move(action)));
-  if (found->use_count() > 1) ++objectsRevision_;
-  return 0;
+  const auto added = actions.insert(place, std::move(action));
+  if (found->use_count() == 1) return 0;
+  return followAll(&Entry::actionList, *found, [&] { actions.erase(added); });
 }
 
 int Table::addPortEntry(const acl_ioctl_port_entry& record) {
@@ -296,8 +296,14 @@ int Table::addPortEntry(const acl_ioctl_port_entry& record) {
   }
   if (entries_ >= maxObjects) return -ENOSPC;
 
-  Port& port = known != nullptr ? known->second : ports_[portOf(record.port).value()];
-  port.entries.insert(port.from(place), Entry{place, selector, list});
+  const std::uint32_t number = known != nullptr ? known->first : portOf(record.port).value();
+  Port& port = known != nullptr ? known->second : ports_[number];
+  const auto entry = port.entries.insert(port.from(place), Entry{place, selector, list});
+  if (const int error = follow(number, port); error != 0) {
+    port.entries.erase(entry);
+    if (port.entries.empty()) forget(number);
+    return error;
+  }
   port.matcher.reset();
   ++entries_;
   return 0;
@@ -323,13 +329,15 @@ int Table::deletePortEntry(const acl_ioctl_port_entry& record) {
   const auto entry = port.find(Entry::placeOf(record.kind, record.index));
   if (entry == port.entries.end()) return -ENOENT;
 
-  port.entries.erase(entry);
+  Entry removed = std::move(*entry);
+  const auto behind = port.entries.erase(entry);
+  if (const int error = follow(known->first, port); error != 0) {
+    port.entries.insert(behind, std::move(removed));
+    return error;
+  }
   port.matcher.reset();
   --entries_;
-  if (port.entries.empty()) {
-    lastPort_ = nullptr;
-    ports_.erase(std::uint32_t{known->first});
-  }
+  if (port.entries.empty()) forget(known->first);
   return 0;
 }
 
@@ -351,7 +359,7 @@ int Table::deleteCounter(const acl_ioctl_counter& record) { return counters_.rem
 
 int Table::getCounter(acl_ioctl_counter& record) {
   const auto [error, counter] = counters_.find(record.name);
-  if (error == 0) record.value = counter->counter->value;
+  if (error == 0) record.value = counter->counter->total();
   return error;
 }
 
@@ -394,6 +402,51 @@ Rules Table::rules(std::uint32_t port) const {
   const std::lock_guard lock(lock_);
   const auto known = ports_.find(port);
   return known == ports_.end() ? Rules() : rulesOf(known->second);
+}
+
+void Table::forget(std::uint32_t port) {
+  lastPort_ = nullptr;
+  ports_.erase(port);
+}
+
+void Table::setDataPlane(DataPlane* plane) {
+  const std::lock_guard lock(lock_);
+  plane_ = plane;
+}
+
+int Table::refresh(std::uint32_t port) {
+  const std::lock_guard lock(lock_);
+  const auto known = ports_.find(port);
+  return known == ports_.end() ? 0 : follow(port, known->second);
+}
+
+int Table::follow(std::uint32_t number, const Port& port) {
+  if (plane_ == nullptr || !plane_->has(number)) return 0;
+  try {
+    return plane_->replace(number, rulesOf(port));
+  } catch (const std::bad_alloc&) {
+    return -ENOMEM;
+  }
+}
+
+template <class Object, class Undo>
+int Table::followAll(boost::intrusive_ptr<Object> Entry::*part, const Object& object, Undo undo) {
+  ++objectsRevision_;
+  if (plane_ == nullptr) return 0;
+  std::vector<std::uint32_t> followed;
+  int error = 0;
+  for (const auto& [number, port] : ports_) {
+    const bool uses = std::ranges::any_of(
+        port.entries, [&](const Entry& entry) { return (entry.*part).get() == &object; });
+    if (!uses) continue;
+    error = follow(number, port);
+    if (error != 0) break;
+    followed.push_back(number);
+  }
+  if (error == 0) return 0;
+  undo();
+  for (const std::uint32_t number : followed) follow(number, ports_.at(number));
+  return error;
 }
 
 Verdict Table::classify(std::uint32_t port, std::span<const std::uint8_t> frame) {

@@ -1,8 +1,10 @@
 #pragma once
 
 /// A classifier table: the objects that requests make, and the software data plane that decides
-/// with them. All operations may be called from any thread.
+/// with them. Another data plane can decide about the frames that arrive on some of the ports; it
+/// is given the rules of those. All operations may be called from any thread.
 
+#include <boost/smart_ptr/intrusive_ptr.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -12,6 +14,7 @@
 #include <vector>
 
 #include "classifier/briefLock.h"
+#include "classifier/dataPlane.h"
 #include "classifier/matcher.h"
 #include "classifier/registry.h"
 #include "classifier/rule.h"
@@ -62,15 +65,25 @@ class Table {
   ///   EFAULT  no record, or no payload mask or value (addresses other than null are trusted)
   ///   ENOTTY  no such request
   ///   ENOMEM  no memory
-  /// When several apply, EINVAL and EFAULT come before ENOENT, then EEXIST, then ENOSPC.
+  /// When several apply, EINVAL and EFAULT come before ENOENT, then EEXIST, then ENOSPC. Last comes
+  /// what the data plane of a port says of its rules (dataPlane.h): EINVAL or ENOSPC.
   int request(std::uint32_t code, void* record) noexcept;
 
-  /// Decides about a frame that arrives on a port, and changes the counters accordingly.
+  /// Decides about a frame as if it arrived on the port, and changes the counters accordingly. That
+  /// is done in software, whatever other data plane the port has.
   Verdict classify(std::uint32_t port, std::span<const std::uint8_t> frame);
 
   /// The rules of a port as they are now: by ascending index, equal ones by ascending kind. This is
   /// all that a data plane needs to know of the table.
   Rules rules(std::uint32_t port) const;
+
+  /// From now on the plane gets the rules of the ports that it has, whenever they change. Null for
+  /// none. It has to live until another one is set.
+  void setDataPlane(DataPlane* plane);
+
+  /// Gives the plane the rules of a port that it has now and did not have before. 0 or what the
+  /// plane answers.
+  int refresh(std::uint32_t port);
 
  private:
   struct Selector;
@@ -104,6 +117,16 @@ class Table {
   /// Finds the port that a request means. 0, -EINVAL, or -ENOENT for a port without entries.
   int findPort(const char (&field)[ACL_PORT_SIZE], Ports::value_type*& port);
 
+  /// Ends a port whose last entry has gone.
+  void forget(std::uint32_t port);
+
+  /// What becomes of the rules of a port in its data plane: 0 or a negative error number.
+  int follow(std::uint32_t number, const Port& port);
+  /// As `follow`, for all ports with entries that use the object. When one fails, `undo` takes the
+  /// change back, and the ports get the rules that they had.
+  template <class Object, class Undo>
+  int followAll(boost::intrusive_ptr<Object> Entry::*part, const Object& object, Undo undo);
+
   static std::shared_ptr<const Rule> ruleOf(const Entry& entry);
   static Rules rulesOf(const Port& port);
 
@@ -119,6 +142,7 @@ class Table {
   std::size_t entries_ = 0;
   /// Grows whenever an object changes that entries use already.
   std::uint64_t objectsRevision_ = 0;
+  DataPlane* plane_ = nullptr;
 };
 
 /// The table "acl" of a bridge, made when it is first asked for and there for the rest of the

@@ -142,6 +142,7 @@ inline bool_t filter(XDR* xdr, control_explain_result* of) {
 }
 inline bool_t filter(XDR* xdr, control_ports* of) { return xdr_control_ports(xdr, of); }
 inline bool_t filter(XDR* xdr, control_status* of) { return xdr_control_status(xdr, of); }
+inline bool_t filter(XDR* xdr, control_live_ports* of) { return xdr_control_live_ports(xdr, of); }
 
 template <class Result>
 Reply<Result>::~Reply() {

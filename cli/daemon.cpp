@@ -72,17 +72,34 @@ constexpr Field<control_port> portFields[] = {
     {{"name"}, [](const control_port& of) { return nameValue(of.name); }}};
 constexpr Kind<control_port> portKind{"port", "ports", portFields};
 
+// A port's place: how the kernel decides about its frames, or why it does not.
+constexpr Field<control_live_port> liveFields[] = {
+    {{"port", Align::right}, [](const control_live_port& of) { return numberValue(of.number); }},
+    {{"interface"}, [](const control_live_port& of) { return nameValue(of.interface); }},
+    {{"frames"}, [](const control_live_port& of) {
+       Value value = textValue(of.state);
+       const bool isLive = value.text == "native" || value.text == "generic";
+       value.style = isLive ? Style::green : Style::red;
+       return value;
+     }}};
+constexpr Kind<control_live_port> liveKind{"interface", "interfaces", liveFields};
+
 void status(Context& context) {
   context.words.end();
   const auto status = context.client.control<control_status_1>();
+  const auto live = context.client.control<control_live_ports_1>();
   const Table parts[] = {
       tableOf(entityKind, std::span(status->entities.entities_val, status->entities.entities_len)),
-      tableOf(portKind, std::span(status->ports.ports_val, status->ports.ports_len))};
-  context.output.show(tableOf(statusKind, *status), parts);
+      tableOf(portKind, std::span(status->ports.ports_val, status->ports.ports_len)),
+      tableOf(liveKind, std::span(live->list.list_val, live->list.list_len))};
+  // Other classifiers have no interfaces to tell of.
+  const std::span<const Table> all(parts);
+  context.output.show(tableOf(statusKind, *status),
+                      live->list.list_len > 0 ? all : all.first(all.size() - 1));
 }
 
 constexpr Command commands[] = {
-    {"daemon status", "", "Shows the daemon, its entities and its names for ports.", "",
+    {"daemon status", "", "Shows the daemon, its entities, its ports and their interfaces.", "",
      "l2cpctl daemon status", status},
     {"daemon message", "COMMAND [ARGUMENT]", "Sends an operator's command and shows the answer.",
      "Commands of the module, which answers in the daemon's system log:\n"

@@ -22,11 +22,15 @@
 
 namespace {
 
-constexpr std::string_view classifiers[] = {"software"};
+constexpr std::string_view classifiers[] = {"software", "xdp"};
+constexpr std::string_view xdpModes[] = {"auto", "native", "generic"};
 
-constexpr std::string_view keys[] = {"bridge", "classifier", "startup",      "strict-startup",
-                                     "lock",   "port",       "vlan-profile", "service-profile"};
-constexpr std::string_view portKeys[] = {"number", "name", "interface", "vlans", "svids"};
+constexpr std::string_view keys[] = {"bridge",  "classifier",     "xdp",
+                                     "startup", "strict-startup", "lock",
+                                     "port",    "vlan-profile",   "service-profile"};
+constexpr std::string_view xdpKeys[] = {"mode", "replace", "keep"};
+constexpr std::string_view portKeys[] = {"number", "name",        "interface",
+                                         "vlans",  "native-vlan", "svids"};
 constexpr std::string_view vlanProfileKeys[] = {"name"};
 constexpr std::string_view serviceProfileKeys[] = {"name", "vlan-profile", "l2cp-profile"};
 
@@ -86,6 +90,7 @@ class Reader {
     checkKeys(root, "", keys);
     if (const toml::node* node = root.get("bridge")) config_.bridge = deviceName(*node, "bridge");
     if (const toml::node* node = root.get("classifier")) readClassifier(*node);
+    if (const toml::node* node = root.get("xdp")) readXdp(*node);
     if (const toml::node* node = root.get("startup")) {
       const bool isNone = text(*node, "startup").empty();
       config_.startup = isNone ? "" : absolutePath(*node, "startup");
@@ -212,13 +217,33 @@ class Reader {
 
   // ---- Single keys ----
 
-  void readClassifier(const toml::node& node) {
-    config_.classifier = text(node, "classifier");
-    const auto* const end = std::end(classifiers);
-    if (std::find(std::begin(classifiers), end, config_.classifier) == end) {
-      fail(node, fmt::format("there is no classifier \"{}\"{}", config_.classifier,
-                             suggestion(config_.classifier, classifiers)));
+  std::string oneOf(const toml::node& node, std::string_view key,
+                    std::span<const std::string_view> words) const {
+    std::string word = text(node, key);
+    if (std::find(words.begin(), words.end(), word) == words.end()) {
+      fail(node, fmt::format("there is no {} \"{}\"{}", key, word, suggestion(word, words)));
     }
+    return word;
+  }
+
+  bool truth(const toml::node& node, std::string_view key) const {
+    const auto value = node.value_exact<bool>();
+    if (!value) fail(node, fmt::format("\"{}\" is neither true nor false", key));
+    return *value;
+  }
+
+  void readClassifier(const toml::node& node) {
+    config_.classifier = oneOf(node, "classifier", classifiers);
+  }
+
+  void readXdp(const toml::node& node) {
+    const toml::table* table = node.as_table();
+    if (table == nullptr) fail(node, "\"xdp\" is written as [xdp]");
+    checkKeys(*table, " in [xdp]", xdpKeys);
+    Config::Xdp& xdp = config_.xdp;
+    if (const toml::node* mode = table->get("mode")) xdp.mode = oneOf(*mode, "mode", xdpModes);
+    if (const toml::node* replace = table->get("replace")) xdp.replace = truth(*replace, "replace");
+    if (const toml::node* keep = table->get("keep")) xdp.keep = truth(*keep, "keep");
   }
 
   void readVlanProfile(const toml::table& table) {
@@ -267,6 +292,11 @@ class Reader {
     if (const toml::node* node = table.get("interface")) readInterface(*node, port);
     readPortName(table, port);
     if (const toml::node* node = table.get("vlans")) readVlans(*node, port);
+    if (const toml::node* node = table.get("native-vlan")) {
+      const auto vlan = wholeNumber(*node, 1, highestVlan);
+      if (!vlan) fail(*node, "\"native-vlan\" is not a whole number from 1 to 4094");
+      port.nativeVlan = static_cast<int>(*vlan);
+    }
     if (const toml::node* node = table.get("svids")) readSvids(*node, *number);
     config_.ports.emplace(static_cast<std::uint32_t>(*number), std::move(port));
   }

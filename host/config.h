@@ -11,7 +11,8 @@ struct Config {
   struct Port {
     std::string name;            ///< the interface's unless the file says otherwise
     std::string interface = {};  ///< a device; empty for none
-    std::set<int> vlans = {};
+    std::set<int> vlans = {};    ///< of tagged frames; empty for every one
+    int nativeVlan = 1;          ///< of untagged frames
 
     bool operator==(const Port&) const = default;
   };
@@ -24,11 +25,21 @@ struct Config {
     bool operator==(const ServiceProfile&) const = default;
   };
 
+  /// How the classifier "xdp" has its programs on interfaces.
+  struct Xdp {
+    std::string mode = "auto";
+    bool replace = false;  ///< programs of others
+    bool keep = false;     ///< ours, while no daemon runs
+
+    bool operator==(const Xdp&) const = default;
+  };
+
   Config();
   bool operator==(const Config&) const = default;
 
   std::string bridge = "br0";
   std::string classifier = "software";
+  Xdp xdp;
   /// Path of the script that is replayed at the start and written by saving; empty for none.
   std::string startup;
   /// Whether nothing of a script is carried out that has a line with a problem.

@@ -32,6 +32,7 @@ namespace {
 // enough.
 struct Service {
   Settings* settings = nullptr;
+  const LivePorts* livePorts = nullptr;
   std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
 
   std::string answer;
@@ -44,6 +45,8 @@ struct Service {
   std::vector<std::string> entityNames;
   std::vector<control_entity> entities;
   std::vector<control_port> ports;
+  std::vector<LivePorts::State> liveStates;
+  std::vector<control_live_port> livePortList;
 };
 
 Service& service() {
@@ -83,8 +86,9 @@ control_verdict wireVerdict(const classifier::Verdict& verdict,
 
 }  // namespace
 
-void configureControlService(Settings& settings) {
+void configureControlService(Settings& settings, const LivePorts* livePorts) {
   service().settings = &settings;
+  service().livePorts = livePorts;
   service().begin = std::chrono::steady_clock::now();
 }
 
@@ -204,4 +208,17 @@ control_status* control_status_1_svc(svc_req* /*request*/) {
 
 control_text* control_reload_1_svc(svc_req* /*request*/) {
   return answer(service().settings->reload());
+}
+
+control_live_ports* control_live_ports_1_svc(svc_req* /*request*/) {
+  static control_live_ports result;
+  Service& state = service();
+  state.livePortList.clear();
+  state.liveStates.clear();
+  if (state.livePorts != nullptr) state.liveStates = state.livePorts->states();
+  for (const LivePorts::State& port : state.liveStates) {
+    state.livePortList.push_back({port.number, wireText(port.interface), wireText(port.state)});
+  }
+  result.list = {static_cast<u_int>(state.livePortList.size()), state.livePortList.data()};
+  return &result;
 }

@@ -10,14 +10,18 @@
 #include <filesystem>
 #include <future>
 #include <initializer_list>
+#include <list>
 #include <optional>
+#include <sstream>
 #include <string>
 
+#include "classifier/table.h"
 #include "host/bllManager.h"
 #include "host/bridge.h"
 #include "host/control.h"
 #include "host/controlService.h"
 #include "host/hostScripter.h"
+#include "host/livePorts.h"
 #include "host/lockFile.h"
 #include "host/log.h"
 #include "host/loopCall.h"
@@ -77,12 +81,15 @@ class Daemon {
       return EXIT_FAILURE;
     }
     restore();
+    // Not before the tables are complete.
+    if (livePorts_) livePorts_->followLinks();
 
     // The RPC library keeps one set of transports for the process and does not guard it: no loop
     // until the module has registered its own.
     awaitRegistration(stopSignals, [] { return host().waitForThread(moduleThread, 100ms); });
     const LoopCall reload([this] { settings_.reload(); });
     const LoopCall wakeUp([] {});
+    const std::list<LoopCall> watches = watchInterfaces();
     std::future<RpcPorts> ports = served().get_future();
     RPCProxy loop(serve, "BLLManager_mng");
     loop.start();
@@ -98,6 +105,8 @@ class Daemon {
     const auto deadline = std::chrono::steady_clock::now() + stopTimeout;
     registrar.beginStop();
     stopLoop(loop, wakeUp);
+    // Before the entities take their rules away: programs that are kept go on with them.
+    livePorts_.reset();
     host().stopEntities();
     if (!registrar.waitStopped(deadline)) {
       leave("the port mapper does not answer; the programs stay registered");
@@ -155,12 +164,29 @@ class Daemon {
   void configure() {
     const std::string& bridge = settings_.config().bridge;
     setBridgeName(bridge);
-    configureControlService(settings_);
     connectModule();
     settings_.setUp();
+    if (settings_.config().classifier == "xdp") {
+      livePorts_.emplace(classifier::tableOf(bridge), settings_.config());
+      settings_.onPorts([this] { livePorts_->followConfig(); });
+    }
+    configureControlService(settings_, livePorts_ ? &*livePorts_ : nullptr);
     // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): the framework takes it over
     singleton<CliConfig>::instance().addScripter(new HostScripter);
     hostlog::information("daemon", "l2cpd {}, bridge {}", hostVersion, bridge);
+  }
+
+  // What the kernel has to tell of interfaces has its turn in the loop.
+  std::list<LoopCall> watchInterfaces() {
+    std::list<LoopCall> watches;
+    if (!livePorts_) return watches;
+    for (const int descriptor :
+         {classifier::xdp::watchLinks(), classifier::xdp::watchXdpFeatures()}) {
+      if (descriptor >= 0) watches.emplace_back(descriptor, [this] { livePorts_->followLinks(); });
+    }
+    // For what has happened before anybody watched.
+    livePorts_->followLinks();
+    return watches;
   }
 
   // Carries out the script that was saved last.
@@ -224,6 +250,7 @@ class Daemon {
 
   Settings settings_;
   std::optional<LockFile> lock_;
+  std::optional<LivePorts> livePorts_;
 };
 
 }  // namespace
@@ -235,6 +262,9 @@ int runDaemon(const DaemonOptions& options) {
     hostlog::error("config", "{}", problem.what());
   } catch (const LockError& problem) {
     hostlog::error("daemon", "{}", problem.what());
+  } catch (const classifier::xdp::PlaneError& problem) {
+    std::istringstream lines(problem.what());
+    for (std::string line; std::getline(lines, line);) hostlog::error("xdp", "{}", line);
   }
   return EXIT_FAILURE;
 }

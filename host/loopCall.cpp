@@ -3,7 +3,9 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <cstddef>
 #include <system_error>
 #include <utility>
 
@@ -13,9 +15,31 @@ const struct SVCXPRT::xp_ops LoopCall::operations {
   .xp_freeargs = nullptr, .xp_destroy = nullptr
 };
 
-LoopCall::LoopCall(std::function<void()> function) : function_(std::move(function)) {
-  transport_.xp_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-  if (transport_.xp_fd < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+namespace {
+
+int newEvent() {
+  const int descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (descriptor < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+  return descriptor;
+}
+
+// Whether there was something. That the sender had to leave something out says so, too.
+bool drain(int descriptor) {
+  std::array<std::byte, 4096> bytes;
+  bool any = false;
+  for (;;) {
+    if (read(descriptor, bytes.data(), bytes.size()) <= 0 && errno != ENOBUFS) return any;
+    any = true;
+  }
+}
+
+}  // namespace
+
+LoopCall::LoopCall(std::function<void()> function) : LoopCall(newEvent(), std::move(function)) {}
+
+LoopCall::LoopCall(int descriptor, std::function<void()> function)
+    : function_(std::move(function)) {
+  transport_.xp_fd = descriptor;
   transport_.xp_ops = &operations;
   transport_.xp_p1 = this;
   transport_.xp_p3 = &extension_;
@@ -30,10 +54,7 @@ LoopCall::~LoopCall() {
 void LoopCall::request() const { eventfd_write(transport_.xp_fd, 1); }
 
 bool_t LoopCall::receive(SVCXPRT* transport, rpc_msg* /*message*/) {
-  eventfd_t requests = 0;
-  if (eventfd_read(transport->xp_fd, &requests) == 0) {
-    static_cast<LoopCall*>(transport->xp_p1)->function_();
-  }
+  if (drain(transport->xp_fd)) static_cast<LoopCall*>(transport->xp_p1)->function_();
   return FALSE;
 }
 

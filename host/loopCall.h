@@ -12,12 +12,15 @@ class LoopCall {
   /// `function` must not throw. The RPC library does not guard its set of transports: nobody else
   /// may use it meanwhile, here and in the destructor. Throws std::system_error.
   explicit LoopCall(std::function<void()> function);
+  /// Has the function run, too, when something arrives on the descriptor, which is taken over and
+  /// does not block. What arrives is thrown away.
+  LoopCall(int descriptor, std::function<void()> function);
   ~LoopCall();
   LoopCall(const LoopCall&) = delete;
   LoopCall& operator=(const LoopCall&) = delete;
 
-  /// Asks for one call and does not wait for it. Requests that come before the call are one. From
-  /// any thread.
+  /// Of those that were made without a descriptor: asks for one call and does not wait for it.
+  /// Requests that come before the call are one. From any thread.
   void request() const;
 
  private:

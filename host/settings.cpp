@@ -41,7 +41,10 @@ std::string Settings::reload() {
 
 std::string Settings::follow(const Config& wanted) {
   std::vector<std::string> left = changeProfiles(config_, wanted);
-  config_.ports = wanted.ports;
+  if (config_.ports != wanted.ports) {
+    config_.ports = wanted.ports;
+    followPorts_();
+  }
   const auto keep = [&](const char* key, const std::string& current, const std::string& other) {
     if (current == other) return;
     left.push_back(
@@ -49,6 +52,9 @@ std::string Settings::follow(const Config& wanted) {
   };
   keep("bridge", config_.bridge, wanted.bridge);
   keep("classifier", config_.classifier, wanted.classifier);
+  if (config_.xdp != wanted.xdp) {
+    left.emplace_back("[xdp] stays as it is until the daemon is started again");
+  }
   keep("startup", config_.startup, wanted.startup);
   keep("lock", config_.lock, wanted.lock);
 

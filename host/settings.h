@@ -1,6 +1,8 @@
 #pragma once
 
+#include <functional>
 #include <string>
+#include <utility>
 
 #include "host/config.h"
 
@@ -16,6 +18,9 @@ class Settings {
   /// Makes the profiles that the file names. To be called while there are none.
   void setUp();
 
+  /// Called after a reload that changed the ports, on the thread of the RPC loop.
+  void onPorts(std::function<void()> follow) { followPorts_ = std::move(follow); }
+
   /// Reads the file again and puts in force what has changed. The service manager is told that this
   /// begins and ends; the log, what became of it. A file that cannot be used changes nothing.
   /// Returns an empty text, or why not all of the file is in force, a line for each reason. For the
@@ -28,6 +33,7 @@ class Settings {
 
   std::string file_;
   Config config_;
+  std::function<void()> followPorts_ = [] {};
 };
 
 /// What the service manager shows while requests are served.

@@ -229,6 +229,23 @@ TEST(ConfigFile, TellsVlansAndSvidsOfPorts) {
           {"gold", {{0, 7}, {2147483647, 1}}}, {"none", {}}, {"silver", {{2147483647, 4094}}}}));
 }
 
+TEST(ConfigFile, TellsTheNativeVlansOfPorts) {
+  const Config config = accepted(
+      "[[port]]\nnumber = 1\nname = \"a\"\nnative-vlan = 4094\n"
+      "[[port]]\nnumber = 2\nname = \"b\"\n");
+  EXPECT_EQ(config.ports.at(1).nativeVlan, 4094);
+  EXPECT_EQ(config.ports.at(2).nativeVlan, 1);
+}
+
+TEST(ConfigFile, TellsHowProgramsAreAttached) {
+  const Config config =
+      accepted("classifier = \"xdp\"\n[xdp]\nmode = \"generic\"\nreplace = true\nkeep = true\n");
+  EXPECT_EQ(config.classifier, "xdp");
+  EXPECT_EQ(config.xdp, (Config::Xdp{.mode = "generic", .replace = true, .keep = true}));
+  EXPECT_EQ(accepted("[xdp]\n").xdp,
+            (Config::Xdp{.mode = "auto", .replace = false, .keep = false}));
+}
+
 TEST(ConfigFile, TellsServiceProfiles) {
   const Config config = accepted(
       "[[service-profile]]\nname = \"plain\"\n"
@@ -349,6 +366,13 @@ INSTANTIATE_TEST_SUITE_P(
                 "FILE:1: there is no classifier \"hardware store\""},
         Refusal{"MisspeltClassifier", "classifier = \"sofware\"\n",
                 "FILE:1: there is no classifier \"sofware\"; did you mean \"software\"?"},
+        Refusal{"XdpThatIsAText", "xdp = \"native\"\n", "FILE:1: \"xdp\" is written as [xdp]"},
+        Refusal{"UnknownKeyOfXdp", "[xdp]\nmodes = 1\n",
+                "FILE:2: unknown key \"modes\" in [xdp]; did you mean \"mode\"?"},
+        Refusal{"UnknownMode", "[xdp]\nmode = \"nativ\"\n",
+                "FILE:2: there is no mode \"nativ\"; did you mean \"native\"?"},
+        Refusal{"KeepThatIsANumber", "[xdp]\nkeep = 1\n",
+                "FILE:2: \"keep\" is neither true nor false"},
         Refusal{"StartupThatIsANumber", "startup = 1\n", "FILE:1: \"startup\" is not a text"},
         Refusal{"StrictnessThatIsAText", "strict-startup = \"true\"\n",
                 "FILE:1: \"strict-startup\" is neither true nor false"},
@@ -386,6 +410,8 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"VlanZero", vlans("[1, 0]"), noVlans},
         Refusal{"VlanPastTheEnd", vlans("[4095]"), noVlans},
         Refusal{"VlanThatIsAText", vlans("[\"1\"]"), noVlans},
+        Refusal{"NativeVlanZero", "[[port]]\nnumber = 1\nnative-vlan = 0\nname = \"a\"\n",
+                "FILE:3: \"native-vlan\" is not a whole number from 1 to 4094"},
         Refusal{"VlanTwice", vlans("[5, 6, 5]"), "FILE:3: VLAN 5 is there twice"},
         Refusal{"SvidsThatAreANumber", svids("7"), noSvids},
         Refusal{"SvidsThatAreAList", svids("[7]"), noSvids},

@@ -36,6 +36,12 @@ struct Status {
   std::vector<std::pair<unsigned int, std::string>> ports;
 };
 
+struct LivePort {
+  unsigned int number;
+  std::string interface;
+  std::string state;
+};
+
 struct ServiceProfile {
   std::string name = {};
   std::string vlanProfile = {};
@@ -129,6 +135,18 @@ class Control {
       }
       return status;
     });
+  }
+
+  std::vector<LivePort> livePorts() const {
+    return taken(control_live_ports_1(handle()), xdr_control_live_ports,
+                 [](const control_live_ports& wire) {
+                   std::vector<LivePort> ports;
+                   for (u_int i = 0; i < wire.list.list_len; ++i) {
+                     const control_live_port& port = wire.list.list_val[i];
+                     ports.push_back({port.number, port.interface, port.state});
+                   }
+                   return ports;
+                 });
   }
 
   /// Why not all of the configuration file is in force.

@@ -1,0 +1,73 @@
+#pragma once
+
+/// The programs on an interface.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+
+namespace classifier::xdp {
+
+/// Descriptors of what is attached to an interface.
+struct Programs {
+  int classify;  ///< where frames arrive
+  int keep;      ///< behind, for what is handed to the machine itself
+};
+
+enum class Mode {
+  native,   ///< in the driver
+  generic,  ///< in the kernel's own stack, with every driver
+};
+
+/// "native" or "generic".
+const char* text(Mode mode);
+
+/// Why a program cannot be where it should, and what to do about it, in one line.
+struct Problem {
+  std::string text;
+};
+
+/// Ends with this object, and with the process however that ends, unless it is kept.
+class Attachment {
+ public:
+  struct Options {
+    Mode mode = Mode::generic;
+    /// Whether a program of somebody else's gives way.
+    bool replacesOthers = false;
+    /// A file below /sys/fs/bpf that keeps the program on the interface without a process; empty
+    /// for none. If it is there, its program gives way to this one, without a frame in between that
+    /// meets none.
+    std::string file = {};
+  };
+
+  static std::variant<Attachment, Problem> make(const Programs& programs, std::uint32_t interface,
+                                                const Options& options);
+  /// The mode of the program that a file keeps on the interface; nothing if it keeps none.
+  static std::optional<Mode> keptMode(const std::string& file, std::uint32_t interface);
+
+  /// Removes the file and what it keeps.
+  static void removeKept(const std::string& file);
+
+  ~Attachment();
+  Attachment(Attachment&& other) noexcept;
+  Attachment& operator=(Attachment&& other) noexcept;
+  Attachment(const Attachment&) = delete;
+  Attachment& operator=(const Attachment&) = delete;
+
+  Mode mode() const { return mode_; }
+  /// Leaves the program where it is when this object ends, if it has a file.
+  void keep() { isKept_ = true; }
+
+ private:
+  Attachment(int link, std::uint32_t interface, const Options& options);
+  void end();
+
+  int link_;
+  std::uint32_t interface_;
+  Mode mode_;
+  std::string file_;
+  bool isKept_ = false;
+};
+
+}  // namespace classifier::xdp

@@ -1,0 +1,273 @@
+#include "classifier/xdp/netlink.h"
+
+#include <linux/ethtool.h>
+#include <linux/genetlink.h>
+#include <linux/if_bridge.h>
+#include <linux/if_link.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <linux/sockios.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <span>
+#include <string_view>
+
+namespace classifier::xdp {
+
+namespace {
+
+// linux/netdev.h, which is younger than the headers that this has to build with.
+constexpr const char* netdevFamily = "netdev";
+constexpr const char* netdevGroup = "mgmt";
+constexpr std::uint8_t netdevGetDevice = 1;
+constexpr std::uint16_t netdevInterface = 1;
+constexpr std::uint16_t netdevXdpFeatures = 3;
+constexpr std::uint64_t runsPrograms = 1 << 0;
+constexpr std::uint64_t redirects = 1 << 1;
+constexpr std::uint64_t sendsRedirected = 1 << 2;
+
+using Bytes = std::span<const std::byte>;
+
+/// Messages and attributes begin at multiples of this.
+constexpr std::size_t aligned(std::size_t size) {
+  constexpr std::size_t alignment = 4;
+  return (size + alignment - 1) / alignment * alignment;
+}
+
+/// The value at the beginning of the bytes, zero when they are too few.
+template <class Value>
+Value valueOf(Bytes bytes) {
+  Value value{};
+  if (bytes.size() >= sizeof value) std::memcpy(&value, bytes.data(), sizeof value);
+  return value;
+}
+
+std::string textOf(Bytes bytes) {
+  const auto* text = reinterpret_cast<const char*>(bytes.data());
+  return {text, strnlen(text, bytes.size())};
+}
+
+/// Calls `use` with type and contents of each attribute.
+template <class Use>
+void forEachAttribute(Bytes bytes, Use use) {
+  while (bytes.size() >= sizeof(nlattr)) {
+    const auto head = valueOf<nlattr>(bytes);
+    if (head.nla_len < sizeof head || head.nla_len > bytes.size()) return;
+    use(static_cast<std::uint16_t>(head.nla_type & NLA_TYPE_MASK),
+        bytes.subspan(sizeof head, head.nla_len - sizeof head));
+    bytes = bytes.subspan(std::min(aligned(head.nla_len), bytes.size()));
+  }
+}
+
+class Socket {
+ public:
+  explicit Socket(int protocol) : number_(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, protocol)) {}
+  ~Socket() {
+    if (number_ >= 0) close(number_);
+  }
+  Socket(const Socket&) = delete;
+  Socket& operator=(const Socket&) = delete;
+
+  /// Sends the message and calls `use` with the contents of each one that answers it. False when
+  /// the kernel refuses.
+  bool ask(Bytes message, const std::function<void(Bytes)>& use) const {
+    if (send(number_, message.data(), message.size(), 0) < 0) return false;
+    std::vector<std::byte> buffer(65536);
+    for (;;) {
+      const ssize_t size = recv(number_, buffer.data(), buffer.size(), 0);
+      if (size <= 0) return false;
+      Bytes rest(buffer.data(), static_cast<std::size_t>(size));
+      while (rest.size() >= sizeof(nlmsghdr)) {
+        const auto head = valueOf<nlmsghdr>(rest);
+        if (head.nlmsg_len < sizeof head || head.nlmsg_len > rest.size()) return false;
+        const Bytes contents = rest.subspan(sizeof head, head.nlmsg_len - sizeof head);
+        if (head.nlmsg_type == NLMSG_DONE) return true;
+        if (head.nlmsg_type == NLMSG_ERROR) return valueOf<int>(contents) == 0;
+        use(contents);
+        if ((head.nlmsg_flags & NLM_F_MULTI) == 0) return true;
+        rest = rest.subspan(std::min(aligned(head.nlmsg_len), rest.size()));
+      }
+    }
+  }
+
+ private:
+  int number_;
+};
+
+/// A message of one fixed part and at most one attribute.
+template <class Fixed>
+std::vector<std::byte> message(std::uint16_t type, std::uint16_t flags, const Fixed& fixed,
+                               std::uint16_t attribute = 0, Bytes contents = {}) {
+  const bool hasAttribute = !contents.empty();
+  const std::size_t size = sizeof(nlmsghdr) + aligned(sizeof fixed) +
+                           (hasAttribute ? sizeof(nlattr) + aligned(contents.size()) : 0);
+  std::vector<std::byte> bytes(size);
+  const nlmsghdr head{.nlmsg_len = static_cast<std::uint32_t>(size),
+                      .nlmsg_type = type,
+                      .nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | flags),
+                      .nlmsg_seq = 1,
+                      .nlmsg_pid = 0};
+  std::memcpy(bytes.data(), &head, sizeof head);
+  std::memcpy(&bytes[sizeof head], &fixed, sizeof fixed);
+  if (hasAttribute) {
+    std::byte* at = &bytes[sizeof head + aligned(sizeof fixed)];
+    const nlattr part{.nla_len = static_cast<std::uint16_t>(sizeof part + contents.size()),
+                      .nla_type = attribute};
+    std::memcpy(at, &part, sizeof part);
+    std::memcpy(at + sizeof part, contents.data(), contents.size());
+  }
+  return bytes;
+}
+
+// ---- Interfaces ----
+
+void readBridge(Link& link, Bytes data) {
+  forEachAttribute(data, [&](std::uint16_t type, Bytes contents) {
+    if (type == IFLA_BR_GROUP_FWD_MASK) link.forwardedGroups = valueOf<std::uint16_t>(contents);
+    if (type == IFLA_BR_STP_STATE) link.hasSpanningTree = valueOf<std::uint32_t>(contents) != 0;
+  });
+}
+
+void readBridgePort(Link& link, Bytes data) {
+  forEachAttribute(data, [&](std::uint16_t type, Bytes contents) {
+    if (type == IFLA_BRPORT_GROUP_FWD_MASK) link.forwardedGroups = valueOf<std::uint16_t>(contents);
+  });
+}
+
+void readInfo(Link& link, Bytes info) {
+  std::string kind;
+  std::string masterKind;
+  forEachAttribute(info, [&](std::uint16_t type, Bytes contents) {
+    // The kinds come before the data.
+    if (type == IFLA_INFO_KIND) kind = textOf(contents);
+    if (type == IFLA_INFO_SLAVE_KIND) masterKind = textOf(contents);
+    if (type == IFLA_INFO_DATA && kind == "bridge") readBridge(link, contents);
+    if (type == IFLA_INFO_SLAVE_DATA && masterKind == "bridge") readBridgePort(link, contents);
+  });
+}
+
+Link readLink(Bytes contents) {
+  Link link{.number = static_cast<std::uint32_t>(valueOf<ifinfomsg>(contents).ifi_index)};
+  forEachAttribute(contents.subspan(std::min(sizeof(ifinfomsg), contents.size())),
+                   [&](std::uint16_t type, Bytes value) {
+                     if (type == IFLA_IFNAME) link.name = textOf(value);
+                     if (type == IFLA_MASTER) link.master = valueOf<std::uint32_t>(value);
+                     if (type == IFLA_LINKINFO) readInfo(link, value);
+                   });
+  return link;
+}
+
+// ---- What XDP can do ----
+
+struct Family {
+  std::uint16_t number = 0;
+  /// Of the group that hears of changes.
+  std::uint32_t group = 0;
+};
+
+void readGroup(Family& family, Bytes group) {
+  std::string name;
+  std::uint32_t number = 0;
+  forEachAttribute(group, [&](std::uint16_t type, Bytes contents) {
+    if (type == CTRL_ATTR_MCAST_GRP_NAME) name = textOf(contents);
+    if (type == CTRL_ATTR_MCAST_GRP_ID) number = valueOf<std::uint32_t>(contents);
+  });
+  if (name == netdevGroup) family.group = number;
+}
+
+Family readFamily(Bytes contents) {
+  Family family;
+  forEachAttribute(contents.subspan(std::min(sizeof(genlmsghdr), contents.size())),
+                   [&](std::uint16_t type, Bytes value) {
+                     if (type == CTRL_ATTR_FAMILY_ID) family.number = valueOf<std::uint16_t>(value);
+                     if (type != CTRL_ATTR_MCAST_GROUPS) return;
+                     forEachAttribute(
+                         value, [&](std::uint16_t, Bytes group) { readGroup(family, group); });
+                   });
+  return family;
+}
+
+std::optional<Family> netdev(const Socket& socket) {
+  const genlmsghdr fixed{.cmd = CTRL_CMD_GETFAMILY, .version = 1, .reserved = 0};
+  const std::string_view name(netdevFamily, std::strlen(netdevFamily) + 1);
+  Family family;
+  const bool isKnown = socket.ask(
+      message(GENL_ID_CTRL, 0, fixed, CTRL_ATTR_FAMILY_NAME, std::as_bytes(std::span(name))),
+      [&](Bytes contents) { family = readFamily(contents); });
+  return isKnown && family.number != 0 ? std::optional(family) : std::nullopt;
+}
+
+int watch(int protocol, std::uint32_t group) {
+  const int number = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, protocol);
+  if (number < 0) return -errno;
+  sockaddr_nl address{};
+  address.nl_family = AF_NETLINK;
+  if (bind(number, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+      setsockopt(number, SOL_NETLINK, NETLINK_ADD_MEMBERSHIP, &group, sizeof group) == 0) {
+    return number;
+  }
+  const int error = errno;
+  close(number);
+  return -error;
+}
+
+}  // namespace
+
+std::vector<Link> links() {
+  std::vector<Link> all;
+  const ifinfomsg fixed{};
+  Socket(NETLINK_ROUTE).ask(message(RTM_GETLINK, NLM_F_DUMP, fixed), [&](Bytes contents) {
+    all.push_back(readLink(contents));
+  });
+  return all;
+}
+
+std::optional<XdpFeatures> xdpFeatures(std::uint32_t interface) {
+  const Socket socket(NETLINK_GENERIC);
+  const auto family = netdev(socket);
+  if (!family) return std::nullopt;
+  const genlmsghdr fixed{.cmd = netdevGetDevice, .version = 1, .reserved = 0};
+  std::optional<std::uint64_t> bits;
+  const auto read = [&](Bytes contents) {
+    forEachAttribute(contents.subspan(std::min(sizeof fixed, contents.size())),
+                     [&](std::uint16_t type, Bytes value) {
+                       if (type == netdevXdpFeatures) bits = valueOf<std::uint64_t>(value);
+                     });
+  };
+  if (!socket.ask(message(family->number, 0, fixed, netdevInterface,
+                          std::as_bytes(std::span(&interface, 1))),
+                  read) ||
+      !bits) {
+    return std::nullopt;
+  }
+  return XdpFeatures{.native = (*bits & runsPrograms) != 0 && (*bits & redirects) != 0,
+                     .receives = (*bits & sendsRedirected) != 0};
+}
+
+bool hidesTags(const std::string& interface) {
+  const int number = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (number < 0) return false;
+  ethtool_value flags{.cmd = ETHTOOL_GFLAGS, .data = 0};
+  ifreq request{};
+  interface.copy(request.ifr_name, sizeof request.ifr_name - 1);
+  request.ifr_data = reinterpret_cast<char*>(&flags);
+  const bool isKnown = ::ioctl(number, SIOCETHTOOL, &request) == 0;
+  close(number);
+  return isKnown && (flags.data & ETH_FLAG_RXVLAN) != 0;
+}
+
+int watchLinks() { return watch(NETLINK_ROUTE, RTNLGRP_LINK); }
+
+int watchXdpFeatures() {
+  const auto family = netdev(Socket(NETLINK_GENERIC));
+  return family ? watch(NETLINK_GENERIC, family->group) : -ENOENT;
+}
+
+}  // namespace classifier::xdp

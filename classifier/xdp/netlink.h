@@ -1,0 +1,45 @@
+#pragma once
+
+/// What the kernel says over netlink about network interfaces.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace classifier::xdp {
+
+/// An interface of this network namespace.
+struct Link {
+  std::uint32_t number = 0;
+  std::string name = {};
+  /// The number of the bridge, or of whatever else it belongs to; 0 for none.
+  std::uint32_t master = 0;
+  /// Of a bridge and of a bridge's port: the groups 01-80-C2-00-00-0x that are forwarded against
+  /// the rule, bit x for each.
+  std::uint16_t forwardedGroups = 0;
+  /// Of a bridge: whether it takes part in the spanning tree protocol.
+  bool hasSpanningTree = false;
+};
+
+/// All interfaces; empty when the kernel does not answer.
+std::vector<Link> links();
+
+/// What a driver can do for XDP (NETDEV_XDP_ACT_...).
+struct XdpFeatures {
+  bool native = false;    ///< run programs, and redirect from there
+  bool receives = false;  ///< send frames that are redirected to it from native mode
+};
+
+/// Nothing where the kernel cannot tell, as before Linux 6.3.
+std::optional<XdpFeatures> xdpFeatures(std::uint32_t interface);
+
+/// Whether the driver takes tags from frames before the program sees them (ethtool's rxvlan).
+bool hidesTags(const std::string& interface);
+
+/// Sockets on which something arrives whenever interfaces change, and when what they can do for XDP
+/// does. A negative error number if there is no such socket.
+int watchLinks();
+int watchXdpFeatures();
+
+}  // namespace classifier::xdp

@@ -1,0 +1,266 @@
+#include "classifier/xdp/plane.h"
+
+#include <bpf/bpf.h>
+#include <bpf/libbpf.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "classifier/xdp/counters.h"
+#include "classifier/xdp/members.h"
+#include "classifier/xdp/pack.h"
+#include "classifier/xdp/program.skel.h"
+
+namespace classifier::xdp {
+
+namespace {
+
+constexpr int highestVlan = 4094;
+
+/// What the library has to say while a program is loaded. At other times its errors are answers.
+std::optional<std::string>& libraryTexts() {
+  static thread_local std::optional<std::string> texts;
+  return texts;
+}
+
+// NOLINTNEXTLINE(cert-dcl50-cpp): the library's interface
+int keepText(libbpf_print_level level, const char* format, va_list arguments) {
+  if (level == LIBBPF_DEBUG || !libraryTexts()) return 0;
+  va_list again;
+  va_copy(again, arguments);
+  const int size = std::vsnprintf(nullptr, 0, format, again);
+  va_end(again);
+  if (size <= 0) return size;
+  std::string text(static_cast<std::size_t>(size) + 1, '\0');
+  std::vsnprintf(text.data(), text.size(), format, arguments);
+  text.pop_back();
+  *libraryTexts() += text;
+  return size;
+}
+
+[[noreturn]] void fail(const char* what, int error) {
+  std::string text = std::string(what) + ": " + std::strerror(error);
+  if (error == EPERM || error == EACCES) {
+    text +=
+        "; loading XDP programs needs root, or the capabilities CAP_BPF, CAP_NET_ADMIN and "
+        "CAP_PERFMON";
+  }
+  text += '\n' + libraryTexts().value_or("");
+  libraryTexts().reset();
+  while (text.ends_with('\n')) text.pop_back();
+  throw PlaneError(text);
+}
+
+/// The values of a map that can be mapped, in the process's own memory.
+template <class Value>
+std::shared_ptr<Value[]> mapped(const bpf_map* map, std::size_t count) {
+  static_assert(sizeof(Value) % sizeof(std::uint64_t) == 0, "values stand side by side");
+  const std::size_t size = sizeof(Value) * count;
+  void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, bpf_map__fd(map), 0);
+  if (memory == MAP_FAILED) fail("the program's maps cannot be mapped", errno);
+  return {static_cast<Value*>(memory), [size](Value* values) { munmap(values, size); }};
+}
+
+bool isValid(const Vlans& vlans) {
+  const auto isVlan = [](int id) { return id >= 1 && id <= highestVlan; };
+  return isVlan(vlans.native) && std::ranges::all_of(vlans.tagged, isVlan);
+}
+
+bool isIn(const Vlans& vlans, std::uint32_t id) {
+  const int number = static_cast<int>(id);
+  return vlans.tagged.empty() || vlans.native == number || vlans.tagged.contains(number);
+}
+
+}  // namespace
+
+struct Plane::Port {
+  std::uint32_t place;
+  Vlans vlans;
+  std::uint32_t interface = 0;
+};
+
+struct Plane::Maps {
+  Maps(const l2cp_program& program, std::size_t processors)
+      : ports(mapped<l2cp_port>(program.maps.ports, L2CP_PORTS)),
+        interfaces(mapped<l2cp_interface>(program.maps.interfaces, L2CP_INTERFACES)),
+        members(bpf_map__fd(program.maps.vlans)),
+        freePlaces(L2CP_PORTS) {
+    const auto values = mapped<l2cp_counters>(program.maps.counters, processors);
+    counters = std::make_shared<Counters>(std::span(values.get(), processors), values);
+    for (std::uint32_t place = 0; place < L2CP_PORTS; ++place) {
+      freePlaces[L2CP_PORTS - 1 - place] = place;
+    }
+  }
+
+  /// The generation of the port changes when the table is complete, and the next one is not begun
+  /// before that can be seen.
+  void put(std::uint32_t place) {
+    l2cp_port& port = ports[place];
+    const std::atomic_ref<__u32> generation(port.generation);
+    const __u32 next = generation.load(std::memory_order_relaxed) + 1;
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    l2cp_table& table = port.tables[next % 2];
+    std::ranges::copy(packed.table.any, table.any);
+    std::copy_n(packed.table.match, packed.count + 1, table.match);
+    std::copy_n(packed.table.outcome, packed.count + 1, table.outcome);
+    generation.store(next, std::memory_order_release);
+  }
+
+  void putInterface(std::uint32_t number, const l2cp_interface& value) {
+    auto* word = reinterpret_cast<std::uint64_t*>(&interfaces[number % L2CP_INTERFACES]);
+    std::atomic_ref(*word).store(std::bit_cast<std::uint64_t>(value), std::memory_order_release);
+  }
+
+  const std::shared_ptr<l2cp_port[]> ports;
+  const std::shared_ptr<l2cp_interface[]> interfaces;
+  std::shared_ptr<Counters> counters;
+  Members members;
+  /// The lowest one last.
+  std::vector<std::uint32_t> freePlaces;
+  PackedTable packed;
+};
+
+void Plane::Close::operator()(l2cp_program* program) const { l2cp_program::destroy(program); }
+
+Plane::Plane() {
+  libraryTexts().emplace();
+  libbpf_set_print(keepText);
+  const int processors = libbpf_num_possible_cpus();
+  if (processors < 0) fail("the number of processors is not known", -processors);
+  program_.reset(l2cp_program::open());
+  if (!program_) fail("the XDP program cannot be read", errno);
+  bpf_map__set_max_entries(program_->maps.counters, static_cast<std::uint32_t>(processors));
+  if (const int error = l2cp_program::load(program_.get()); error != 0) {
+    fail("the XDP program cannot be loaded", -error);
+  }
+  maps_ = std::make_unique<Maps>(*program_, static_cast<std::size_t>(processors));
+  libraryTexts().reset();
+}
+
+Plane::~Plane() = default;
+
+Programs Plane::programs() const {
+  return {.classify = bpf_program__fd(program_->progs.l2cp_classify),
+          .keep = bpf_program__fd(program_->progs.l2cp_keep)};
+}
+
+bool Plane::has(std::uint32_t port) const {
+  const std::lock_guard lock(mutex_);
+  return ports_.contains(port);
+}
+
+Plane::Port* Plane::find(std::uint32_t port) {
+  const auto known = ports_.find(port);
+  return known != ports_.end() ? &known->second : nullptr;
+}
+
+int Plane::replace(std::uint32_t port, const Rules& rules) {
+  const std::lock_guard lock(mutex_);
+  const Port* known = find(port);
+  if (known == nullptr) return -ENOENT;
+  const int error =
+      pack(rules, maps_->packed, [&](Counter& c) { return maps_->counters->placeOf(c); });
+  if (error == 0) maps_->put(known->place);
+  return error;
+}
+
+int Plane::addPort(std::uint32_t port, const Vlans& vlans) {
+  const std::lock_guard lock(mutex_);
+  if (ports_.contains(port)) return -EEXIST;
+  if (!isValid(vlans)) return -EINVAL;
+  if (maps_->freePlaces.empty()) return -ENOSPC;
+  const Port added{.place = maps_->freePlaces.back(), .vlans = vlans};
+  ports_.emplace(port, added);
+  maps_->freePlaces.pop_back();
+  pack({}, maps_->packed, {});
+  maps_->put(added.place);
+  writeVlans(added);
+  return followMembers();
+}
+
+int Plane::removePort(std::uint32_t port) {
+  if (const int error = setInterface(port, 0); error != 0) return error;
+  const std::lock_guard lock(mutex_);
+  const auto known = ports_.find(port);
+  maps_->freePlaces.push_back(known->second.place);
+  ports_.erase(known);
+  return followMembers();
+}
+
+int Plane::setVlans(std::uint32_t port, const Vlans& vlans) {
+  const std::lock_guard lock(mutex_);
+  Port* known = find(port);
+  if (known == nullptr) return -ENOENT;
+  if (!isValid(vlans)) return -EINVAL;
+  known->vlans = vlans;
+  writeVlans(*known);
+  return followMembers();
+}
+
+int Plane::setInterface(std::uint32_t port, std::uint32_t interface) {
+  const std::lock_guard lock(mutex_);
+  Port* known = find(port);
+  if (known == nullptr) return -ENOENT;
+  if (known->interface == interface) return 0;
+  if (interface != 0) {
+    const auto isThere = [&](const auto& element) {
+      return element.second.interface != 0 &&
+             element.second.interface % L2CP_INTERFACES == interface % L2CP_INTERFACES;
+    };
+    if (std::ranges::any_of(ports_, isThere)) return -ENOSPC;
+  }
+  if (known->interface != 0) maps_->putInterface(known->interface, {});
+  known->interface = interface;
+  if (interface != 0) maps_->putInterface(interface, {interface, known->place});
+  return followMembers();
+}
+
+int Plane::setForwardedGroups(std::uint32_t port, std::uint16_t groups) {
+  const std::lock_guard lock(mutex_);
+  const Port* known = find(port);
+  if (known == nullptr) return -ENOENT;
+  const std::atomic_ref shown(maps_->ports[known->place].forwardedGroups);
+  shown.store(groups, std::memory_order_relaxed);
+  return 0;
+}
+
+void Plane::writeVlans(const Port& port) {
+  constexpr std::uint32_t bits = 64;
+  l2cp_port& shown = maps_->ports[port.place];
+  const auto native = static_cast<__u32>(port.vlans.native);
+  std::atomic_ref(shown.nativeVlan).store(native, std::memory_order_relaxed);
+  for (std::uint32_t word = 0; word < L2CP_VLANS / bits; ++word) {
+    __u64 vlans = 0;
+    for (std::uint32_t bit = 0; bit < bits; ++bit) {
+      if (isIn(port.vlans, word * bits + bit)) vlans |= __u64{1} << bit;
+    }
+    std::atomic_ref(shown.vlans[word]).store(vlans, std::memory_order_relaxed);
+  }
+}
+
+int Plane::followMembers() {
+  Membership wanted = {{otherVlans, {}}};
+  for (const auto& [number, port] : ports_) {
+    wanted.try_emplace(static_cast<std::uint32_t>(port.vlans.native));
+    for (const int vlan : port.vlans.tagged) wanted.try_emplace(static_cast<std::uint32_t>(vlan));
+  }
+  for (auto& [vlan, interfaces] : wanted) {
+    for (const auto& [number, port] : ports_) {
+      const bool isMember = vlan == otherVlans ? port.vlans.tagged.empty() : isIn(port.vlans, vlan);
+      if (isMember && port.interface != 0) interfaces.insert(port.interface);
+    }
+  }
+  return maps_->members.show(wanted);
+}
+
+}  // namespace classifier::xdp

@@ -1,0 +1,258 @@
+#include "host/livePorts.h"
+
+#include <sys/statfs.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <set>
+#include <utility>
+
+#include "host/log.h"
+
+using classifier::xdp::Attachment;
+using classifier::xdp::Link;
+using classifier::xdp::Mode;
+using classifier::xdp::Problem;
+using classifier::xdp::Vlans;
+
+namespace {
+
+constexpr const char* keepingFolder = "/sys/fs/bpf/l2cpd";
+constexpr const char* noInterface = "there is no such interface";
+
+Vlans vlansOf(const Config::Port& port) {
+  return {.native = port.nativeVlan, .tagged = port.vlans};
+}
+
+// A bridge forwards spanning tree frames unless it takes part itself, and whatever it or the port
+// is told to forward against the rule.
+std::uint16_t forwardedGroups(const Link& link, const std::vector<Link>& links) {
+  const auto bridge = std::find_if(links.begin(), links.end(), [&](const Link& other) {
+    return link.master != 0 && other.number == link.master;
+  });
+  if (bridge == links.end()) return 0;
+  const unsigned spanningTree = bridge->hasSpanningTree ? 0 : 1;
+  return static_cast<std::uint16_t>(link.forwardedGroups | bridge->forwardedGroups | spanningTree);
+}
+
+bool isMounted(const char* folder) {
+  constexpr auto bpfFileSystem = 0xcafe4a11;
+  struct statfs found {};
+  return statfs(folder, &found) == 0 && static_cast<std::uint32_t>(found.f_type) == bpfFileSystem;
+}
+
+}  // namespace
+
+LivePorts::LivePorts(classifier::Table& table, const Config& config)
+    : table_(table), config_(config) {
+  makeFolder();
+  for (const auto& [number, port] : config_.ports) {
+    if (port.interface.empty()) continue;
+    const std::string problem = addPort(number, port);
+    if (!problem.empty()) throw ConfigError(problem);
+  }
+  table_.setDataPlane(&plane_);
+}
+
+LivePorts::~LivePorts() {
+  table_.setDataPlane(nullptr);
+  for (auto& [number, port] : ports_) {
+    if (port.attachment && config_.xdp.keep) port.attachment->keep();
+  }
+}
+
+void LivePorts::makeFolder() {
+  if (!isMounted("/sys/fs/bpf")) {
+    if (!config_.xdp.keep) return;
+    throw ConfigError(
+        "programs cannot be kept: there is no BPF file system at /sys/fs/bpf; mount one with "
+        "\"mount -t bpf bpf /sys/fs/bpf\"");
+  }
+  std::error_code error;
+  if (config_.xdp.keep) std::filesystem::create_directory(keepingFolder, error);
+  if (error) throw ConfigError(fmt::format("{}: {}", keepingFolder, error.message()));
+  // What another daemon has kept is taken over, or else removed, in any case.
+  if (std::filesystem::is_directory(keepingFolder, error)) folder_ = keepingFolder;
+}
+
+// Removes the files, and with them the programs, of interfaces that are not ports any more; all, if
+// none is to be kept.
+void LivePorts::purge(const std::vector<Link>& links) {
+  if (folder_.empty()) return;
+  std::set<std::string> ours;
+  for (const Link& link : links) {
+    if (config_.xdp.keep && isPort(link)) ours.insert(std::to_string(link.number));
+  }
+  std::error_code error;
+  for (const auto& file : std::filesystem::directory_iterator(folder_, error)) {
+    if (!ours.contains(file.path().filename())) Attachment::removeKept(file.path());
+  }
+}
+
+bool LivePorts::isPort(const Link& link) const {
+  return std::any_of(ports_.begin(), ports_.end(), [&](const auto& element) {
+    return element.second.wanted.interface == link.name;
+  });
+}
+
+std::string LivePorts::addPort(std::uint32_t number, const Config::Port& wanted) {
+  const int error = plane_.addPort(number, vlansOf(wanted));
+  if (error == -ENOSPC) {
+    return fmt::format("port {}: the classifier \"xdp\" holds {} ports with an interface", number,
+                       static_cast<int>(L2CP_PORTS));
+  }
+  if (error != 0) return fmt::format("port {}: {}", number, std::strerror(-error));
+  ports_.emplace(number, Port{.wanted = wanted});
+  if (const int refused = table_.refresh(number); refused != 0) {
+    hostlog::error("xdp", "port {}: its rules do not fit: {}", number, std::strerror(-refused));
+  }
+  return {};
+}
+
+void LivePorts::removePort(std::uint32_t number) {
+  const auto known = ports_.find(number);
+  if (known == ports_.end()) return;
+  detach(number, known->second, "it is no port any more");
+  plane_.removePort(number);
+  ports_.erase(known);
+}
+
+void LivePorts::followConfig() {
+  std::vector<std::uint32_t> gone;
+  for (auto& [number, port] : ports_) {
+    const auto wanted = config_.ports.find(number);
+    if (wanted == config_.ports.end() || wanted->second.interface != port.wanted.interface) {
+      gone.push_back(number);
+    } else if (wanted->second != port.wanted) {
+      port.wanted = wanted->second;
+      if (const int error = plane_.setVlans(number, vlansOf(port.wanted)); error != 0) {
+        hostlog::error("xdp", "port {}: its VLANs: {}", number, std::strerror(-error));
+      }
+    }
+  }
+  for (const std::uint32_t number : gone) removePort(number);
+  for (const auto& [number, port] : config_.ports) {
+    if (port.interface.empty() || ports_.contains(number)) continue;
+    const std::string problem = addPort(number, port);
+    if (!problem.empty()) hostlog::error("xdp", "{}", problem);
+  }
+  followLinks();
+}
+
+void LivePorts::followLinks() {
+  const std::vector<Link> links = classifier::xdp::links();
+  // Interfaces may have exchanged their names.
+  for (auto& [number, port] : ports_) {
+    const auto link = std::find_if(links.begin(), links.end(), [&](const Link& candidate) {
+      return candidate.name == port.wanted.interface;
+    });
+    if (port.interface != 0 && (link == links.end() || link->number != port.interface)) {
+      detach(number, port, noInterface);
+    }
+  }
+  purge(links);
+  for (auto& [number, port] : ports_) place(number, port, links);
+  leaveNativeMode();
+}
+
+void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>& links) {
+  const auto link = std::find_if(links.begin(), links.end(), [&](const Link& candidate) {
+    return candidate.name == port.wanted.interface;
+  });
+  if (link == links.end()) {
+    if (port.problem.empty()) {
+      hostlog::warning("xdp", "port {}, {}: {}", number, port.wanted.interface, noInterface);
+    }
+    port.problem = noInterface;
+    return;
+  }
+  plane_.setForwardedGroups(number, forwardedGroups(*link, links));
+  if (port.attachment) return;
+  if (const int error = plane_.setInterface(number, link->number); error != 0) {
+    detach(number, port, std::strerror(-error));
+    return;
+  }
+  port.interface = link->number;
+  attach(number, port);
+  if (port.attachment) noteHiddenTags(number, port);
+}
+
+void LivePorts::attach(std::uint32_t number, Port& port) {
+  const std::string file =
+      config_.xdp.keep ? fmt::format("{}/{}", folder_, port.interface) : std::string();
+  const Mode mode = modeFor(port.interface, file);
+  auto made = Attachment::make(plane_.programs(), port.interface,
+                               {.mode = mode, .replacesOthers = config_.xdp.replace, .file = file});
+  if (const auto* problem = std::get_if<Problem>(&made)) {
+    detach(number, port, problem->text);
+    return;
+  }
+  port.attachment.emplace(std::get<Attachment>(std::move(made)));
+  port.problem.clear();
+  hostlog::information("xdp", "port {}, {}: attached in {} mode", number, port.wanted.interface,
+                       text(mode));
+}
+
+// The note comes once for each interface.
+void LivePorts::noteHiddenTags(std::uint32_t number, const Port& port) {
+  if (classifier::xdp::hidesTags(port.wanted.interface)) {
+    hostlog::information("xdp",
+                         "port {}, {}: takes tags from frames where it can, and frames that arrive "
+                         "so count as untagged; see l2cpd.toml(5)",
+                         number, port.wanted.interface);
+  }
+}
+
+// Frames of the port are left to the bridge.
+void LivePorts::detach(std::uint32_t number, Port& port, const std::string& reason) {
+  port.attachment.reset();
+  plane_.setInterface(number, 0);
+  port.interface = 0;
+  if (port.problem == reason) return;
+  port.problem = reason;
+  hostlog::warning("xdp", "port {}, {}: {}", number, port.wanted.interface, reason);
+}
+
+Mode LivePorts::modeFor(std::uint32_t interface, const std::string& file) const {
+  if (config_.xdp.mode == "native") return Mode::native;
+  if (config_.xdp.mode == "generic" || isNativeRefused_) return Mode::generic;
+  // A program changes without a break only in the mode that it is in.
+  if (const auto kept = Attachment::keptMode(file, interface)) return *kept;
+  const auto features = classifier::xdp::xdpFeatures(interface);
+  return features && features->native ? Mode::native : Mode::generic;
+}
+
+// A frame that is redirected from native mode to an interface that does not take it is lost without
+// a word. Some take it only after a program has been attached, so this can be known only then.
+void LivePorts::leaveNativeMode() {
+  if (config_.xdp.mode != "auto" || isNativeRefused_) return;
+  const auto isNative = [](const auto& element) {
+    return element.second.attachment && element.second.attachment->mode() == Mode::native;
+  };
+  if (std::none_of(ports_.begin(), ports_.end(), isNative)) return;
+  const auto refusing = std::find_if(ports_.begin(), ports_.end(), [](const auto& element) {
+    if (!element.second.attachment) return false;
+    const auto features = classifier::xdp::xdpFeatures(element.second.interface);
+    return !features || !features->receives;
+  });
+  if (refusing == ports_.end()) return;
+  hostlog::information("xdp", "{} takes no frames that are redirected in native mode",
+                       refusing->second.wanted.interface);
+  isNativeRefused_ = true;
+  for (auto& [number, port] : ports_) {
+    if (!port.attachment || port.attachment->mode() != Mode::native) continue;
+    port.attachment.reset();
+    attach(number, port);
+  }
+}
+
+std::vector<LivePorts::State> LivePorts::states() const {
+  std::vector<State> all;
+  for (const auto& [number, port] : ports_) {
+    all.push_back({number, port.wanted.interface,
+                   port.attachment ? text(port.attachment->mode()) : port.problem});
+  }
+  return all;
+}

@@ -1,0 +1,74 @@
+#pragma once
+
+/// The ports whose frames the kernel decides about: their interfaces, and the programs on those.
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "classifier/table.h"
+#include "classifier/xdp/netlink.h"
+#include "classifier/xdp/plane.h"
+#include "host/config.h"
+
+/// For the thread on which requests are answered.
+class LivePorts {
+ public:
+  struct State {
+    std::uint32_t number;
+    std::string interface;
+    /// "native" or "generic", or why frames of the port are not decided about.
+    std::string state;
+  };
+
+  /// Loads the program, and has the table give it the rules of all ports that have an interface.
+  /// Nothing is attached yet. Throws classifier::xdp::PlaneError; ConfigError for ports that it
+  /// does not hold and for programs that cannot be kept.
+  LivePorts(classifier::Table& table, const Config& config);
+  /// Takes the programs from the interfaces; those that are to be kept go on with the rules that
+  /// they have. Counters end.
+  ~LivePorts();
+  LivePorts(const LivePorts&) = delete;
+  LivePorts& operator=(const LivePorts&) = delete;
+
+  /// Has each port on the interface that has its name now. The first call attaches the programs.
+  void followLinks();
+
+  /// Follows the ports of the configuration, which it was made with, after they have changed.
+  void followConfig();
+
+  /// In ascending order.
+  std::vector<State> states() const;
+
+ private:
+  struct Port {
+    Config::Port wanted;
+    std::uint32_t interface = 0;
+    std::optional<classifier::xdp::Attachment> attachment = {};
+    /// Why there is none; empty before the first attempt.
+    std::string problem = {};
+  };
+
+  std::string addPort(std::uint32_t number, const Config::Port& wanted);
+  void removePort(std::uint32_t number);
+  void place(std::uint32_t number, Port& port, const std::vector<classifier::xdp::Link>& links);
+  void attach(std::uint32_t number, Port& port);
+  static void noteHiddenTags(std::uint32_t number, const Port& port);
+  void detach(std::uint32_t number, Port& port, const std::string& reason);
+  classifier::xdp::Mode modeFor(std::uint32_t interface, const std::string& file) const;
+  void leaveNativeMode();
+  void makeFolder();
+  bool isPort(const classifier::xdp::Link& link) const;
+  void purge(const std::vector<classifier::xdp::Link>& links);
+
+  classifier::Table& table_;
+  const Config& config_;
+  classifier::xdp::Plane plane_;
+  /// Of files that keep programs; empty for none.
+  std::string folder_;
+  std::map<std::uint32_t, Port> ports_;
+  /// Native mode was tried, and not every port takes redirected frames.
+  bool isNativeRefused_ = false;
+};

@@ -1,0 +1,505 @@
+// Frames on real interfaces: a bridge with three ports, behind each a customer, and the daemon with
+// the classifier in the kernel.
+
+#include <bpf/bpf.h>
+#include <bpf/libbpf.h>
+#include <gmock/gmock.h>
+#include <linux/bpf.h>
+#include <linux/ethtool.h>
+#include <linux/if_link.h>
+#include <linux/sockios.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/frame_builder.h"
+#include "tests/support/packet_socket.h"
+#include "tests/support/world.h"
+#include "tests/system/control.h"
+#include "tests/system/fixture.h"
+#include "tests/system/service.h"
+
+namespace {
+
+using support::Bytes;
+using support::eventually;
+using support::FrameBuilder;
+using support::PacketSocket;
+using support::run;
+using support::World;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr const char* configPath = "/run/l2cpd.toml";
+constexpr support::Mac station = {0x02, 0, 0, 0, 0, 0xaa};
+constexpr support::Mac everybody = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
+constexpr support::Mac nearestBridge = {0x01, 0x80, 0xc2, 0, 0, 0x0e};
+constexpr support::Mac vendor = {0x01, 0, 0x0c, 0xcc, 0xcc, 0xcc};
+
+Bytes lldp() {
+  return FrameBuilder().ethernet(nearestBridge, station).etherType(0x88cc).padTo(60).bytes();
+}
+Bytes lldp(std::uint16_t vlan) {
+  return FrameBuilder()
+      .ethernet(nearestBridge, station)
+      .tag(0x8100, vlan, 5)
+      .etherType(0x88cc)
+      .payload({2, 7, 4})
+      .padTo(61)
+      .bytes();
+}
+/// Another address than those that a bridge keeps by itself.
+Bytes cdp() {
+  return FrameBuilder()
+      .ethernet(vendor, station)
+      .length(46)
+      .snap({0, 0, 0x0c}, 0x2000)
+      .padTo(60)
+      .bytes();
+}
+/// Goes to all ports whatever is attached, so what was sent before has arrived when it does.
+Bytes last() {
+  return FrameBuilder().ethernet(everybody, station).etherType(0x88b5).padTo(60).bytes();
+}
+
+void ip(const std::string& arguments) {
+  const support::Run result = run({"sh", "-c", "ip " + arguments});
+  if (result.status != 0) throw std::runtime_error("ip " + arguments + ": " + result.output);
+}
+
+/// The bridge br0 with the ports p1 to p3, the other ends of whose cables are c1 to c3.
+class Live : public WorldTest {
+ protected:
+  void SetUp() override {
+    WorldTest::SetUp();
+    if (IsSkipped()) return;
+    const support::Run bridge = run({"ip", "link", "add", "br0", "type", "bridge"});
+    if (bridge.status != 0) GTEST_SKIP() << "no bridge can be made here: " << bridge.output;
+    ip("link set br0 up");
+    for (int i = 1; i <= 3; ++i) cable(i);
+    // Frames stay in their order on one processor.
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(static_cast<std::size_t>(sched_getcpu()), &one);
+    sched_setaffinity(0, sizeof one, &one);
+  }
+
+  void TearDown() override {
+    service_.reset();
+    if (isRunning_) {
+      EXPECT_EQ(world().stopDaemon(SIGTERM), 0) << world().daemon().output().text();
+    }
+  }
+
+  static void cable(int number) {
+    const std::string end = std::to_string(number);
+    ip("link add p" + end + " type veth peer name c" + end + "");
+    ip("link set p" + end + " master br0 up");
+    ip("link set c" + end + " up");
+  }
+
+  static void rename(const std::string& from, const std::string& to) {
+    ip("link set " + from + " down");
+    ip("link set " + from + " name " + to);
+    ip("link set " + to + " up");
+  }
+
+  static std::string config(const std::string& more = "", const std::string& port1 = "",
+                            const std::string& port2 = "", const std::string& port3 = "") {
+    return "classifier = \"xdp\"\n" + more + "\n[[port]]\nnumber = 1\ninterface = \"p1\"\n" +
+           port1 + "\n[[port]]\nnumber = 2\ninterface = \"p2\"\n" + port2 +
+           "\n[[port]]\nnumber = 3\ninterface = \"p3\"\n" + port3 + "\n";
+  }
+
+  /// False where the kernel does not let the daemon have its program; then the test is skipped.
+  bool start(const std::string& contents = config()) {
+    World::file("l2cpd.toml", contents);
+    const support::Process& daemon = world().startDaemon({"-c", configPath}, false);
+    if (!daemon.output().waitFor("l2cpd: daemon: ready")) {
+      const std::string text = daemon.output().text();
+      if (text.find("capabilities") == std::string::npos) {
+        ADD_FAILURE() << text;
+      } else {
+        skip(text);
+      }
+      return false;
+    }
+    isRunning_ = true;
+    service_ = std::make_unique<client::Service>("tcp");
+    return true;
+  }
+  static void skip(const std::string& reason) { GTEST_SKIP() << reason; }
+  void kill() {
+    service_.reset();
+    world().stopDaemon(SIGKILL);
+    isRunning_ = false;
+  }
+  void stop() {
+    service_.reset();
+    EXPECT_EQ(world().stopDaemon(SIGTERM), 0);
+    isRunning_ = false;
+  }
+
+  void attach(const std::string& profile, rpc_l2cp_rule rule, std::uint16_t vlan = 4095,
+              const std::vector<unsigned>& ports = {1, 2, 3}) {
+    ASSERT_EQ(service_->profileAdd({.name = profile}), RPC_L2CP_OK);
+    for (const char* protocol : {"LLDP", "CDP"}) {
+      ASSERT_EQ(service_->entryAdd(profile, protocol, rule), RPC_L2CP_OK);
+    }
+    for (const unsigned port : ports) {
+      ASSERT_EQ(service_->attach(profile, port, vlan), RPC_L2CP_OK);
+    }
+  }
+
+  /// What arrives where when the frames are sent at c1: from the station, and not the last one.
+  using Arrived = std::map<std::string, std::vector<Bytes>>;
+  static Arrived send(const std::vector<Bytes>& frames) {
+    const PacketSocket sender("c1");
+    const std::array<std::string, 3> names = {"c2", "c3", "p1"};
+    std::vector<PacketSocket> receivers;
+    for (const std::string& name : names) receivers.emplace_back(name);
+    for (const Bytes& frame : frames) sender.send(frame);
+    sender.send(last());
+
+    Arrived arrived;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      for (;;) {
+        const auto frame = receivers[i].next();
+        if (!frame) ADD_FAILURE() << "not even the last frame has arrived on " << names[i];
+        if (!frame || *frame == last()) break;
+        if (std::equal(station.begin(), station.end(), frame->begin() + 6)) {
+          arrived[names[i]].push_back(*frame);
+        }
+      }
+    }
+    // None comes back.
+    while (const auto frame = sender.next(std::chrono::milliseconds(0))) {
+      if (std::equal(station.begin(), station.end(), frame->begin() + 6)) {
+        arrived["c1"].push_back(*frame);
+      }
+    }
+    return arrived;
+  }
+
+  static std::string state(unsigned port) {
+    for (const client::LivePort& live : client::Control("udp").livePorts()) {
+      if (live.number == port) return live.state;
+    }
+    return "no such port";
+  }
+  static bool becomes(unsigned port, const std::string& wanted) {
+    return eventually([&] { return state(port) == wanted; });
+  }
+
+  const client::Service& service() { return *service_; }
+
+ private:
+  std::unique_ptr<client::Service> service_;
+  bool isRunning_ = false;
+};
+
+TEST_F(Live, TunnelledFramesReachEachOtherPortOnceAndNobodyElse) {
+  if (!start()) return;
+  // What the bridge does by itself.
+  EXPECT_EQ(send({lldp(), cdp()}),
+            (Arrived{{"c2", {cdp()}}, {"c3", {cdp()}}, {"p1", {lldp(), cdp()}}}));
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  EXPECT_EQ(send({lldp(), cdp(), lldp(100)}),
+            (Arrived{{"c2", {lldp(), cdp(), lldp(100)}}, {"c3", {lldp(), cdp(), lldp(100)}}}));
+  EXPECT_EQ(service().portStat(1).tunnel, 3U);
+  EXPECT_EQ(service().portStat(2).tunnel, 0U);
+}
+
+TEST_F(Live, DiscardedFramesReachNobody) {
+  if (!start()) return;
+  attach("d", RPC_L2CP_RULE_DISCARD);
+  EXPECT_THAT(send({lldp(), cdp(), lldp(100)}), IsEmpty());
+  EXPECT_EQ(service().portStat(1).discard, 3U);
+}
+
+TEST_F(Live, PeeredFramesReachTheMachineAlone) {
+  if (!start()) return;
+  attach("p", RPC_L2CP_RULE_PEER);
+  EXPECT_EQ(send({lldp(), cdp(), lldp(100)}), (Arrived{{"p1", {lldp(), cdp(), lldp(100)}}}));
+  EXPECT_EQ(service().portStat(1).peer, 3U);
+}
+
+TEST_F(Live, PeeredFramesStayHereThoughTheBridgeIsToldToForwardTheirGroup) {
+  if (!start()) return;
+  ip("link set br0 type bridge group_fwd_mask 0x4000");
+  EXPECT_EQ(send({lldp()}), (Arrived{{"c2", {lldp()}}, {"c3", {lldp()}}, {"p1", {lldp()}}}));
+  attach("p", RPC_L2CP_RULE_PEER);
+  EXPECT_TRUE(eventually([] { return send({lldp()}) == Arrived{{"p1", {lldp()}}}; }));
+}
+
+TEST_F(Live, VlansAreKeptApart) {
+  if (!start(config("", "vlans = [100, 200]", "vlans = [100]\nnative-vlan = 100",
+                    "vlans = [200]\nnative-vlan = 1"))) {
+    return;
+  }
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  EXPECT_EQ(send({lldp(100)}), (Arrived{{"c2", {lldp(100)}}}));
+  EXPECT_EQ(send({lldp(200)}), (Arrived{{"c3", {lldp(200)}}}));
+  EXPECT_EQ(send({lldp()}), (Arrived{{"c3", {lldp()}}}));
+  EXPECT_EQ(send({lldp(300)}), Arrived{});
+}
+
+TEST_F(Live, OneVlanIsTunnelledWhileTheOtherIsDiscarded) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL, 100);
+  attach("d", RPC_L2CP_RULE_DISCARD, 200);
+  EXPECT_EQ(send({lldp(100), lldp(200)}), (Arrived{{"c2", {lldp(100)}}, {"c3", {lldp(100)}}}));
+  EXPECT_EQ(service().vlanStat(100).tunnel, 1U);
+  EXPECT_EQ(service().vlanStat(200).discard, 1U);
+}
+
+TEST_F(Live, VlansFollowTheConfigurationFile) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  World::file("l2cpd.toml", config("", "", "native-vlan = 2\nvlans = [2]"));
+  EXPECT_EQ(client::Control("udp").reload(), "");
+  EXPECT_EQ(send({lldp()}), (Arrived{{"c3", {lldp()}}}));
+}
+
+TEST_F(Live, PortsFollowTheConfigurationFile) {
+  if (!start()) return;
+  attach("d", RPC_L2CP_RULE_DISCARD);
+  World::file("l2cpd.toml", "classifier = \"xdp\"\n[[port]]\nnumber = 7\ninterface = \"p1\"\n");
+  EXPECT_EQ(client::Control("udp").reload(), "");
+  EXPECT_EQ(state(1), "no such port");
+  EXPECT_EQ(send({lldp()}), (Arrived{{"p1", {lldp()}}}));
+  World::file("l2cpd.toml", config());
+  EXPECT_EQ(client::Control("udp").reload(), "");
+  EXPECT_EQ(send({lldp()}), Arrived{});
+}
+
+TEST_F(Live, InterfacesAreFollowedAsTheyComeAndGo) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  const std::string mode = state(2);
+  ip("link delete c2");
+  EXPECT_TRUE(becomes(2, "there is no such interface"));
+  cable(2);
+  EXPECT_TRUE(becomes(2, mode));
+  EXPECT_EQ(send({lldp()}), (Arrived{{"c2", {lldp()}}, {"c3", {lldp()}}}));
+}
+
+TEST_F(Live, ANameThatGoesToAnotherInterfaceTakesThePortAlong) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  const std::string mode = state(2);
+  for (const char* change :
+       {"p2 down", "p2 name old", "old up", "p3 down", "p3 name p2", "p2 up"}) {
+    ip(std::string("link set ") + change);
+  }
+  EXPECT_TRUE(becomes(3, "there is no such interface"));
+  EXPECT_TRUE(becomes(2, mode));
+  EXPECT_EQ(send({lldp()}).count("c3"), 1U);
+}
+
+TEST_F(Live, AnInterfaceThatIsNotThereIsSaidAndWaitedFor) {
+  rename("p3", "later");
+  if (!start()) return;
+  EXPECT_THAT(world().daemon().output().text(),
+              HasSubstr("warning: xdp: port 3, p3: there is no such interface"));
+  attach("d", RPC_L2CP_RULE_DISCARD);
+  EXPECT_EQ(send({cdp()}), Arrived{});
+  rename("later", "p3");
+  EXPECT_TRUE(becomes(3, state(1)));
+}
+
+// ---- Coming and going ----
+
+/// The numbers of the programs on p1, 0 for none.
+bpf_xdp_query_opts programs() {
+  bpf_xdp_query_opts found{};
+  found.sz = sizeof found;
+  bpf_xdp_query(static_cast<int>(if_nametoindex("p1")), 0, &found);
+  return found;
+}
+bool isClear() { return programs().attach_mode == XDP_ATTACHED_NONE; }
+
+TEST_F(Live, ProgramsGoWithTheDaemonHoweverItEnds) {
+  if (!start()) return;
+  EXPECT_FALSE(isClear());
+  stop();
+  EXPECT_TRUE(eventually(isClear));
+  EXPECT_EQ(run({"tc", "filter", "show", "dev", "p1", "ingress"}).output, "");
+  ASSERT_TRUE(start());
+  attach("d", RPC_L2CP_RULE_DISCARD);
+  kill();
+  EXPECT_TRUE(eventually(isClear));
+  EXPECT_EQ(send({cdp()}), (Arrived{{"c2", {cdp()}}, {"c3", {cdp()}}, {"p1", {cdp()}}}));
+  ASSERT_TRUE(start());
+  EXPECT_FALSE(isClear());
+}
+
+/// A program that lets every frame pass.
+int foreignProgram() {
+  const std::array<bpf_insn, 2> pass = {
+      bpf_insn{.code = BPF_ALU64 | BPF_MOV | BPF_K, .dst_reg = 0, .src_reg = 0, .off = 0, .imm = 2},
+      bpf_insn{.code = BPF_JMP | BPF_EXIT, .dst_reg = 0, .src_reg = 0, .off = 0, .imm = 0}};
+  return bpf_prog_load(BPF_PROG_TYPE_XDP, "foreign", "BSD", pass.data(), pass.size(), nullptr);
+}
+
+TEST_F(Live, AnotherProgramGivesWayOnlyWhenThatIsAskedFor) {
+  const support::Descriptor program(foreignProgram());
+  const int interface = static_cast<int>(if_nametoindex("p1"));
+  if (bpf_xdp_attach(interface, program.get(), XDP_FLAGS_SKB_MODE, nullptr) != 0) {
+    GTEST_SKIP() << "no programs can be attached here";
+  }
+  const auto foreign = programs().skb_prog_id;
+  ASSERT_TRUE(start());
+  EXPECT_EQ(state(1), "another XDP program is there; it gives way only with \"replace = true\"");
+  EXPECT_EQ(programs().skb_prog_id, foreign);
+  stop();
+  EXPECT_EQ(programs().skb_prog_id, foreign);
+
+  ASSERT_TRUE(start(config("[xdp]\nreplace = true")));
+  EXPECT_EQ(state(1), state(2));
+  EXPECT_NE(programs().skb_prog_id, foreign);
+}
+
+TEST_F(Live, APortIsTakenWhenTheOtherProgramHasGone) {
+  const support::Descriptor program(foreignProgram());
+  const int interface = static_cast<int>(if_nametoindex("p1"));
+  if (bpf_xdp_attach(interface, program.get(), XDP_FLAGS_SKB_MODE, nullptr) != 0) {
+    GTEST_SKIP() << "no programs can be attached here";
+  }
+  ASSERT_TRUE(start());
+  ASSERT_EQ(bpf_xdp_detach(interface, XDP_FLAGS_SKB_MODE, nullptr), 0);
+  EXPECT_TRUE(becomes(1, state(2)));
+}
+
+/// Turns on what has a virtual cable's other end take redirected frames: ethtool's "gro".
+bool receiveInBulk(const char* interface) {
+  const support::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ethtool_value on{.cmd = ETHTOOL_SGRO, .data = 1};
+  ifreq request{};
+  std::strcpy(request.ifr_name, interface);
+  request.ifr_data = reinterpret_cast<char*>(&on);
+  return ioctl(socket.get(), SIOCETHTOOL, &request) == 0;
+}
+
+TEST_F(Live, NativeModeIsUsedWhereEveryPortTakesItsFrames) {
+  for (const char* end : {"c1", "c2", "c3"}) ASSERT_TRUE(receiveInBulk(end)) << end;
+  if (!start()) return;
+  EXPECT_EQ(state(1), "native");
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  EXPECT_EQ(send({lldp(), lldp(100)}),
+            (Arrived{{"c2", {lldp(), lldp(100)}}, {"c3", {lldp(), lldp(100)}}}));
+}
+
+TEST_F(Live, GenericModeIsUsedWhereFramesWouldGetLost) {
+  if (!start()) return;
+  EXPECT_EQ(state(1), "generic");
+  EXPECT_THAT(world().daemon().output().text(),
+              HasSubstr("takes no frames that are redirected in native mode"));
+}
+
+TEST_F(Live, WithoutTheRightToLoadProgramsTheDaemonSaysWhatItNeeds) {
+  World::file("l2cpd.toml", config());
+  const support::Run result = run({"setpriv", "--bounding-set=-all", "--inh-caps=-all",
+                                   World::daemonProgram(), "-c", configPath});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.output, HasSubstr("CAP_BPF, CAP_NET_ADMIN and CAP_PERFMON"));
+}
+
+// ---- Programs that are kept ----
+
+class Kept : public Live {
+ protected:
+  void SetUp() override {
+    Live::SetUp();
+    if (IsSkipped()) return;
+    if (mount("bpf", "/sys/fs/bpf", "bpf", 0, nullptr) != 0) {
+      GTEST_SKIP() << "no BPF file system can be mounted here";
+    }
+  }
+
+  static std::string keeping() {
+    return config("startup = \"/run/startup.l2cp\"\n[xdp]\nkeep = true");
+  }
+};
+
+TEST_F(Kept, FramesMeetTheRulesWithoutABreakWhileTheDaemonIsKilledAndStarted) {
+  if (!start(keeping())) return;
+  attach("d", RPC_L2CP_RULE_DISCARD);
+  ASSERT_EQ(client::Control("tcp").save().first, CONTROL_OK);
+  const PacketSocket receiver("c2");
+  std::atomic<bool> done = false;
+  std::atomic<int> sent = 0;
+  // Were there a moment without rules, the bridge would forward what comes then.
+  std::thread sending([&] {
+    const PacketSocket sender("c1");
+    for (; !done; ++sent) sender.send(cdp());
+  });
+  const auto moreFrames = [&] {
+    const int before = sent;
+    EXPECT_TRUE(eventually([&] { return sent > before + 1000; }));
+  };
+  moreFrames();
+  for (int round = 0; round < 3; ++round) {
+    if (round == 1) {
+      stop();
+    } else {
+      kill();
+    }
+    moreFrames();
+    ASSERT_TRUE(start(keeping()));
+    moreFrames();
+  }
+  done = true;
+  sending.join();
+  int forwarded = 0;
+  while (const auto frame = receiver.next(std::chrono::milliseconds(0))) {
+    forwarded += *frame == cdp() ? 1 : 0;
+  }
+  EXPECT_EQ(forwarded, 0) << "of " << sent << " frames";
+  EXPECT_EQ(send({lldp()}), Arrived{});
+  EXPECT_GT(service().portStat(1).discard, 0U);
+}
+
+TEST_F(Kept, ProgramsOfPortsThatAreNoMoreAreRemoved) {
+  if (!start(keeping())) return;
+  stop();
+  EXPECT_FALSE(isClear());
+  ASSERT_TRUE(start("classifier = \"xdp\"\n[xdp]\nkeep = true\n"));
+  EXPECT_TRUE(eventually(isClear));
+}
+
+TEST_F(Kept, ProgramsAreRemovedByADaemonThatIsNotToKeepThem) {
+  if (!start(keeping())) return;
+  kill();
+  EXPECT_FALSE(isClear());
+  ASSERT_TRUE(start(config()));
+  EXPECT_FALSE(isClear());
+  stop();
+  EXPECT_TRUE(eventually(isClear));
+}
+
+TEST_F(Live, KeepingProgramsNeedsTheirFileSystem) {
+  World::file("l2cpd.toml", config("[xdp]\nkeep = true"));
+  if (run({"sh", "-c", "mount | grep -q ' /sys/fs/bpf type bpf'"}).status == 0) {
+    GTEST_SKIP() << "the machine has one";
+  }
+  const support::Process& daemon = world().startDaemon({"-c", configPath}, false);
+  ASSERT_TRUE(daemon.output().waitForEnd());
+  const std::string text = daemon.output().text();
+  if (text.find("capabilities") != std::string::npos) GTEST_SKIP() << text;
+  EXPECT_THAT(text, HasSubstr("mount -t bpf bpf /sys/fs/bpf"));
+}
+
+}  // namespace
