@@ -16,7 +16,7 @@ namespace cli {
 
 namespace {
 
-constexpr std::string_view confirmed = "";
+constexpr std::string_view confirmed;
 
 sigset_t awaited() {
   sigset_t set;

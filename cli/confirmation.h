@@ -23,8 +23,8 @@ class Confirmation {
   std::string_view wait(std::chrono::seconds time, Notes& notes);
 
  private:
-  sigset_t before_;
-  int signals_;
+  sigset_t before_{};
+  int signals_ = -1;
 };
 
 }  // namespace cli
