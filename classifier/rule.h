@@ -3,37 +3,14 @@
 /// What a port entry means, free of the records it was requested with. The request side (table.h)
 /// makes rules; a data plane decides about frames with them.
 
-#include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <memory>
-#include <string_view>
 #include <variant>
 #include <vector>
 
-#include "platform/acl_ioctl.h"
+#include "classifier/name.h"
 
 namespace classifier {
-
-/// The name of an object, in the zero-padded form in which records carry it.
-class Name {
- public:
-  /// `text` is shorter than ACL_NAME_SIZE and holds no NUL.
-  explicit Name(std::string_view text) : size_(text.size()) {
-    std::memcpy(field_, text.data(), text.size());
-  }
-
-  std::string_view view() const { return {field_, size_}; }
-  /// Whether the field holds the name and nothing but zeros behind it.
-  bool fills(const char (&field)[ACL_NAME_SIZE]) const {
-    return std::memcmp(field, field_, sizeof field_) == 0;
-  }
-  void copyTo(char (&field)[ACL_NAME_SIZE]) const { std::memcpy(field, field_, sizeof field_); }
-
- private:
-  char field_[ACL_NAME_SIZE] = {};
-  std::size_t size_;
-};
 
 /// The id of the outer tag lies within both ends. The range wholePort..wholePort holds for every
 /// frame, tagged or not.
@@ -79,7 +56,7 @@ const char* text(Fate fate);
 /// A counter that action lists change. It lives as long as anything holds it, also after its name
 /// was deleted.
 struct Counter {
-  explicit Counter(std::string_view counterName) : name(counterName) {}
+  explicit Counter(const Name& counterName) : name(counterName) {}
 
   const Name name;
   /// Guarded by the lock of the table that made the counter.

@@ -1,11 +1,14 @@
 #include "classifier/table.h"
 
 #include <algorithm>
+#include <boost/container/small_vector.hpp>
+#include <boost/smart_ptr/intrusive_ptr.hpp>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <limits>
 #include <map>
+#include <mutex>
 #include <new>
 #include <optional>
 #include <string>
@@ -13,36 +16,42 @@
 
 namespace classifier {
 
-struct Table::Selector {
-  /// Room for one condition of each type, so that the usual selector grows once.
-  explicit Selector(std::string_view selectorName) : name(selectorName) { conditions.reserve(4); }
+struct Table::Selector : Registered<Selector> {
+  using Registered::Registered;
 
-  const Name name;
-  std::vector<Condition> conditions;
+  /// Room for one condition of each type.
+  boost::container::small_vector<Condition, 4> conditions;
+};
+
+struct Table::NamedCounter : Registered<NamedCounter> {
+  explicit NamedCounter(const Name& counterName)
+      : Registered(counterName), counter(std::make_shared<Counter>(counterName)) {}
+
+  /// What rules share.
+  const std::shared_ptr<Counter> counter;
 };
 
 struct Table::Action {
   std::uint32_t index;
   std::uint32_t type;
   /// The counter and its increment, of counter changes alone.
-  std::shared_ptr<Counter> counter;
+  boost::intrusive_ptr<NamedCounter> counter;
   std::int32_t increment;
 };
 
-struct Table::ActionList {
-  /// Room for the usual list: four counter changes and two actions for the fate.
-  explicit ActionList(std::string_view listName) : name(listName) { actions.reserve(6); }
+struct Table::ActionList : Registered<ActionList> {
+  using Registered::Registered;
 
-  const Name name;
-  /// By ascending index.
-  std::vector<Action> actions;
+  /// By ascending index. Room for the usual list: four counter changes and two actions for the
+  /// fate.
+  boost::container::small_vector<Action, 6> actions;
 };
 
 struct Table::Entry {
   /// The kind above the index.
   std::uint64_t place;
-  std::shared_ptr<Selector> selector;
-  std::shared_ptr<ActionList> actionList;
+  boost::intrusive_ptr<Selector> selector;
+  boost::intrusive_ptr<ActionList> actionList;
 
   static std::uint64_t placeOf(std::uint32_t kind, std::uint32_t index) {
     return std::uint64_t{kind} << 32 | index;
@@ -83,6 +92,17 @@ struct Table::Port {
 };
 
 namespace {
+
+bool isEveryFrame(const Name& name) { return name == Name(Table::everyFrame); }
+
+template <class Handler>
+struct RecordOfHandler;
+template <class Record>
+struct RecordOfHandler<int (Table::*)(Record&)> {
+  using Type = Record;
+};
+template <class Handler>
+using RecordOf = typename RecordOfHandler<Handler>::Type;
 
 std::optional<std::uint32_t> portOf(const char (&field)[ACL_PORT_SIZE]) {
   const char* end = field + strnlen(field, sizeof(field));
@@ -146,7 +166,9 @@ bool isActionType(std::uint32_t type) {
 
 }  // namespace
 
-Table::Table() { create(selectors_, everyFrame); }
+Table::Table() : selectors_(maxObjects), actionLists_(maxObjects), counters_(maxObjects) {
+  selectors_.create(Name(everyFrame));
+}
 
 Table::~Table() = default;
 
@@ -154,29 +176,29 @@ int Table::request(std::uint32_t code, void* record) noexcept {
   try {
     switch (code) {
       case ACL_ADD_SELECTOR:
-        return answer(record, &Table::addSelector);
+        return answer<&Table::addSelector>(record);
       case ACL_DEL_SELECTOR:
-        return answer(record, &Table::deleteSelector);
+        return answer<&Table::deleteSelector>(record);
       case ACL_ADD_CONDITION:
-        return answer(record, &Table::addCondition);
+        return answer<&Table::addCondition>(record);
       case ACL_ADD_ACTION_LIST:
-        return answer(record, &Table::addActionList);
+        return answer<&Table::addActionList>(record);
       case ACL_DEL_ACTION_LIST:
-        return answer(record, &Table::deleteActionList);
+        return answer<&Table::deleteActionList>(record);
       case ACL_ADD_ACTION:
-        return answer(record, &Table::addAction);
+        return answer<&Table::addAction>(record);
       case ACL_ADD_PORT_ENTRY:
-        return answer(record, &Table::addPortEntry);
+        return answer<&Table::addPortEntry>(record);
       case ACL_DEL_PORT_ENTRY:
-        return answer(record, &Table::deletePortEntry);
+        return answer<&Table::deletePortEntry>(record);
       case ACL_GET_PORT_ENTRY:
-        return answer(record, &Table::getPortEntry);
+        return answer<&Table::getPortEntry>(record);
       case ACL_ADD_COUNTER:
-        return answer(record, &Table::addCounter);
+        return answer<&Table::addCounter>(record);
       case ACL_DEL_COUNTER:
-        return answer(record, &Table::deleteCounter);
+        return answer<&Table::deleteCounter>(record);
       case ACL_GET_COUNTER:
-        return answer(record, &Table::getCounter);
+        return answer<&Table::getCounter>(record);
       default:
         return -ENOTTY;
     }
@@ -185,84 +207,63 @@ int Table::request(std::uint32_t code, void* record) noexcept {
   }
 }
 
-template <class Record>
-int Table::answer(void* record, int (Table::*handler)(Record&)) {
+/// `handler` is one of the functions below; which record it takes is its own affair.
+template <auto handler>
+int Table::answer(void* record) {
   if (record == nullptr) return -EFAULT;
-  const std::lock_guard lock(mutex_);
-  return (this->*handler)(*static_cast<Record*>(record));
+  const std::lock_guard lock(lock_);
+  return (this->*handler)(*static_cast<RecordOf<decltype(handler)>*>(record));
 }
 
-template <class Object>
-int Table::create(Registry<Object>& registry, std::string_view name) {
-  if (name.empty()) return -EINVAL;
-  if (registry.contains(name)) return -EEXIST;
-  if (registry.size() >= maxObjects) return -ENOSPC;
-  registry.add(std::make_shared<Object>(name));
-  return 0;
-}
-
-template <class Object>
-int Table::create(Registry<Object>& registry, const char (&field)[ACL_NAME_SIZE]) {
-  const auto name = nameIn(field);
-  return name ? create(registry, *name) : -EINVAL;
-}
-
-template <class Object>
-int Table::remove(Registry<Object>& registry, const char (&field)[ACL_NAME_SIZE]) {
-  const auto name = nameIn(field);
-  if (!name) return -EINVAL;
-  return registry.remove(*name) ? 0 : -ENOENT;
-}
-
-int Table::addSelector(const acl_ioctl_selector& record) { return create(selectors_, record.name); }
+int Table::addSelector(const acl_ioctl_selector& record) { return selectors_.create(record.name); }
 
 int Table::deleteSelector(const acl_ioctl_selector& record) {
-  return nameIn(record.name) == everyFrame ? -EINVAL : remove(selectors_, record.name);
+  const auto name = Name::in(record.name);
+  return name && isEveryFrame(*name) ? -EINVAL : selectors_.remove(record.name);
 }
 
 int Table::addCondition(const acl_ioctl_selector& record) {
   const auto [selectorError, found] = selectors_.find(record.name);
   if (selectorError == -EINVAL) return -EINVAL;
-  if (found != nullptr && (*found)->name.view() == everyFrame) return -EINVAL;
+  if (found != nullptr && isEveryFrame(found->name)) return -EINVAL;
   const auto [error, condition] = parseCondition(record);
   if (error != 0) return error;
   if (selectorError != 0) return selectorError;
 
-  const auto& selector = *found;
-  if (selector->conditions.size() >= maxConditions) return -ENOSPC;
-  selector->conditions.push_back(condition);
-  if (selector.use_count() > 1) ++objectsRevision_;
+  if (found->conditions.size() >= maxConditions) return -ENOSPC;
+  found->conditions.push_back(condition);
+  if (found->use_count() > 1) ++objectsRevision_;
   return 0;
 }
 
 int Table::addActionList(const acl_ioctl_action& record) {
-  return create(actionLists_, record.actionList);
+  return actionLists_.create(record.actionList);
 }
 
 int Table::deleteActionList(const acl_ioctl_action& record) {
-  return remove(actionLists_, record.actionList);
+  return actionLists_.remove(record.actionList);
 }
 
 int Table::addAction(const acl_ioctl_action& record) {
   const bool counts = record.type == ACL_ACTION_COUNTER_CHANGE;
   const auto [listError, found] = actionLists_.find(record.actionList);
   const auto [counterError, counter] =
-      counts ? counters_.find(record.counter) : Registry<Counter>::Lookup{};
+      counts ? counters_.find(record.counter) : Registry<NamedCounter>::Lookup{};
   if (listError == -EINVAL || counterError == -EINVAL || !isActionType(record.type)) return -EINVAL;
   if (listError != 0 || counterError != 0) return -ENOENT;
 
   Action action{.index = record.index, .type = record.type, .counter = nullptr, .increment = 0};
   if (counts) {
-    action.counter = *counter;
+    action.counter = counter;
     action.increment = record.increment;
   }
 
-  const auto& list = *found;
-  const auto place = std::ranges::lower_bound(list->actions, action.index, {}, &Action::index);
-  if (place != list->actions.end() && place->index == action.index) return -EEXIST;
-  if (list->actions.size() >= maxActions) return -ENOSPC;
-  list->actions.insert(place, std::move(action));
-  if (list.use_count() > 1) ++objectsRevision_;
+  auto& actions = found->actions;
+  const auto place = std::ranges::lower_bound(actions, action.index, {}, &Action::index);
+  if (place != actions.end() && place->index == action.index) return -EEXIST;
+  if (actions.size() >= maxActions) return -ENOSPC;
+  actions.insert(place, std::move(action));
+  if (found->use_count() > 1) ++objectsRevision_;
   return 0;
 }
 
@@ -283,7 +284,7 @@ int Table::addPortEntry(const acl_ioctl_port_entry& record) {
   if (entries_ >= maxObjects) return -ENOSPC;
 
   Port& port = ports_[*number];
-  port.entries.insert(port.from(place), Entry{place, *selector, *list});
+  port.entries.insert(port.from(place), Entry{place, selector, list});
   port.matcher.reset();
   ++entries_;
   return 0;
@@ -331,13 +332,13 @@ int Table::getPortEntry(acl_ioctl_port_entry& record) {
   return 0;
 }
 
-int Table::addCounter(const acl_ioctl_counter& record) { return create(counters_, record.name); }
+int Table::addCounter(const acl_ioctl_counter& record) { return counters_.create(record.name); }
 
-int Table::deleteCounter(const acl_ioctl_counter& record) { return remove(counters_, record.name); }
+int Table::deleteCounter(const acl_ioctl_counter& record) { return counters_.remove(record.name); }
 
 int Table::getCounter(acl_ioctl_counter& record) {
   const auto [error, counter] = counters_.find(record.name);
-  if (error == 0) record.value = (*counter)->value;
+  if (error == 0) record.value = counter->counter->value;
   return error;
 }
 
@@ -350,18 +351,19 @@ std::shared_ptr<const Rule> Table::ruleOf(const Entry& entry) {
     drop |= action.type == ACL_ACTION_DROP;
     noL2cp |= action.type == ACL_ACTION_NO_L2CP;
     hide |= action.type == ACL_ACTION_HIDE;
-    if (action.counter) counterChanges.push_back({action.counter, action.increment});
+    if (action.counter) counterChanges.push_back({action.counter->counter, action.increment});
   }
-  const bool catchAll = entry.selector->name.view() == everyFrame;
+  const bool catchAll = isEveryFrame(entry.selector->name);
   const Fate fate = drop                ? Fate::discard
                     : noL2cp            ? Fate::tunnel
                     : hide && !catchAll ? Fate::peer
                                         : Fate::untouched;
+  const auto& conditions = entry.selector->conditions;
   return std::make_shared<const Rule>(Rule{.kind = entry.kind(),
                                            .index = entry.index(),
                                            .selector = entry.selector->name,
                                            .actionList = entry.actionList->name,
-                                           .conditions = entry.selector->conditions,
+                                           .conditions = {conditions.begin(), conditions.end()},
                                            .fate = fate,
                                            .counterChanges = std::move(counterChanges)});
 }
@@ -376,13 +378,13 @@ Rules Table::rulesOf(const Port& port) {
 }
 
 Rules Table::rules(std::uint32_t port) const {
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(lock_);
   const auto known = ports_.find(port);
   return known == ports_.end() ? Rules() : rulesOf(known->second);
 }
 
 Verdict Table::classify(std::uint32_t port, std::span<const std::uint8_t> frame) {
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(lock_);
   const auto known = ports_.find(port);
   if (known == ports_.end()) return {};
   auto& [entries, matcher, matcherRevision] = known->second;

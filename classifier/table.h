@@ -6,12 +6,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "classifier/briefLock.h"
 #include "classifier/matcher.h"
 #include "classifier/registry.h"
 #include "classifier/rule.h"
@@ -74,19 +74,14 @@ class Table {
 
  private:
   struct Selector;
+  struct NamedCounter;
   struct Action;
   struct ActionList;
   struct Entry;
   struct Port;
 
-  template <class Record>
-  int answer(void* record, int (Table::*handler)(Record&));
-  template <class Object>
-  static int create(Registry<Object>& registry, std::string_view name);
-  template <class Object>
-  static int create(Registry<Object>& registry, const char (&field)[ACL_NAME_SIZE]);
-  template <class Object>
-  static int remove(Registry<Object>& registry, const char (&field)[ACL_NAME_SIZE]);
+  template <auto handler>
+  int answer(void* record);
 
   int addSelector(const acl_ioctl_selector& record);
   int deleteSelector(const acl_ioctl_selector& record);
@@ -108,10 +103,10 @@ class Table {
   static std::shared_ptr<const Rule> ruleOf(const Entry& entry);
   static Rules rulesOf(const Port& port);
 
-  mutable std::mutex mutex_;
+  mutable BriefLock lock_;
   Registry<Selector> selectors_;
   Registry<ActionList> actionLists_;
-  Registry<Counter> counters_;
+  Registry<NamedCounter> counters_;
   Ports ports_;
   /// The field and the port of the last request that found one; null if that port is gone. A search
   /// for a free position asks for the same port again and again.
