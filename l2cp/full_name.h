@@ -11,9 +11,13 @@
 class FullName {
  public:
   template <std::size_t Size>
-  explicit FullName(char (&buffer)[Size]) : next_(buffer), last_(buffer + Size - 1) {
+  explicit FullName(char (&buffer)[Size])
+      : begin_(buffer), next_(buffer), last_(buffer + Size - 1) {
     *next_ = '\0';
   }
+
+  /// What has been written.
+  std::string_view view() const { return {begin_, next_}; }
 
   FullName& text(std::string_view piece) {
     const auto room = static_cast<std::size_t>(last_ - next_);
@@ -73,6 +77,7 @@ class FullName {
   void append(std::string_view name) { text(name); }
   void append(int number) { decimal(number); }
 
+  const char* begin_;
   char* next_;
   char* last_;
 };

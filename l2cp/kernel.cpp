@@ -16,13 +16,13 @@ constexpr std::size_t counterNameSize = 100;
 // The full name of a counter.
 struct CounterName {
   char text[counterNameSize];
+  std::string_view view;
 
-  CounterName(const char* mask, const std::string& name, const char* suffix) {
-    FullName(text).masked(mask, name.c_str(), suffix);
-  }
-  CounterName(const char* mask, int number, const char* suffix) {
-    FullName(text).masked(mask, number, suffix);
-  }
+  template <class NameOrNumber>
+  CounterName(const char* mask, const NameOrNumber& of, const char* suffix)
+      : view(FullName(text).masked(mask, of, suffix).view()) {}
+  CounterName(const CounterName&) = delete;
+  CounterName& operator=(const CounterName&) = delete;
 };
 
 bool request(int aclFd, unsigned long code, void* record) {
@@ -35,27 +35,27 @@ bool request(int aclFd, unsigned long code, void* record) {
 // kernel refuses it.
 
 bool L2CP::kernelCounterAdd(const char* mask, const std::string& name, const char* suffix) {
-  CounterName full(mask, name, suffix);
+  const CounterName full(mask, name, suffix);
   acl_ioctl_counter record{};
-  return request(aclFd, ACL_ADD_COUNTER, GetName(full.text, record.name, nullptr));
+  return request(aclFd, ACL_ADD_COUNTER, getName(full.view, record.name, nullptr));
 }
 
 bool L2CP::kernelCounterAdd(const char* mask, int number, const char* suffix) {
-  CounterName full(mask, number, suffix);
+  const CounterName full(mask, number, suffix);
   acl_ioctl_counter record{};
-  return request(aclFd, ACL_ADD_COUNTER, GetName(full.text, record.name, nullptr));
+  return request(aclFd, ACL_ADD_COUNTER, getName(full.view, record.name, nullptr));
 }
 
 bool L2CP::kernelCounterDel(const char* mask, const std::string& name, const char* suffix) {
-  CounterName full(mask, name, suffix);
+  const CounterName full(mask, name, suffix);
   acl_ioctl_counter record{};
-  return request(aclFd, ACL_DEL_COUNTER, GetName(full.text, record.name, nullptr));
+  return request(aclFd, ACL_DEL_COUNTER, getName(full.view, record.name, nullptr));
 }
 
 bool L2CP::kernelCounterDel(const char* mask, int number, const char* suffix) {
-  CounterName full(mask, number, suffix);
+  const CounterName full(mask, number, suffix);
   acl_ioctl_counter record{};
-  return request(aclFd, ACL_DEL_COUNTER, GetName(full.text, record.name, nullptr));
+  return request(aclFd, ACL_DEL_COUNTER, getName(full.view, record.name, nullptr));
 }
 
 bool L2CP::kernelCounterGet(const char* mask, const std::string& name, const char* suffix,
@@ -73,9 +73,9 @@ bool L2CP::kernelCounterGet(const char* mask, const std::string& name, const cha
 
 bool L2CP::kernelCounterGet(const char* mask, int number, const char* suffix, unsigned int& value) {
   value = 0;
-  CounterName full(mask, number, suffix);
+  const CounterName full(mask, number, suffix);
   acl_ioctl_counter record{};
-  GetName(full.text, record.name, nullptr);
+  getName(full.view, record.name, nullptr);
   if (!request(aclFd, ACL_GET_COUNTER, &record)) return false;
   value = static_cast<unsigned int>(record.value);
   return true;

@@ -12,7 +12,9 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "l2cp/nameHash.h"
 #include "l2cp/node.h"
+#include "l2cp/shortName.h"
 #include "platform/BLEntity.h"
 #include "platform/singleton.h"
 #include "rpc/l2cp.h"
@@ -400,6 +402,12 @@ class L2CP : public BLEntity, public singleton<L2CP> {
  private:
   using NameList = std::list<NameEntry*>;
 
+  /// Where a name stands in the table, and the short name that it has for as long as it does.
+  struct TableName {
+    NameList::iterator place;
+    ShortName shortName;
+  };
+
   bool debug = false;
   int aclFd = -1;
   pthread_mutex_t nameMutex{};
@@ -407,9 +415,12 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   /// Entries that the module has added, by twice the port number plus 1 for kinds other than 0.
   std::map<int, unsigned int> portEntryCount;
   /// Finds an entry of the name table without walking it.
-  std::unordered_map<std::string_view, NameList::iterator> nameIndex;
+  std::unordered_map<std::string_view, TableName, NameHash> nameIndex;
 
   void dumpNames();
+  char* getName(std::string_view name, char* shortName, int* useCount);
+  /// Counts a use of the name. Null if memory is out. For who holds `nameMutex`.
+  const TableName* useName(std::string_view name);
   template <class NameOrNumber>
   int readStatistics(const char* mask, const NameOrNumber& of, Statistics& stats);
   bool addKernelProtoConditions(acl_ioctl_selector& selector, unsigned short vid,

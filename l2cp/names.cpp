@@ -1,4 +1,4 @@
-#include <charconv>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,8 +11,6 @@
 namespace {
 
 constexpr std::size_t fullNameSize = 200;
-constexpr std::size_t shortNameSize = 40;
-constexpr std::string_view shortNamePrefix = "l2cp:0x";
 
 // The part of a selector's or action list's name that tells one definition of a protocol from
 // another.
@@ -27,56 +25,51 @@ std::int32_t wrappingSum(std::int32_t left, std::int32_t right) {
                                    static_cast<std::uint32_t>(right));
 }
 
-// "l2cp:%p": an attachment asks for a hundred short names, so this does without printf.
-void writeShortName(char* shortName, const void* entry) {
-  char* end = std::copy(shortNamePrefix.begin(), shortNamePrefix.end(), shortName);
-  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): the address is the name
-  const auto address = reinterpret_cast<std::uintptr_t>(entry);
-  *std::to_chars(end, shortName + shortNameSize - 1, address, 16).ptr = '\0';
-}
-
 }  // namespace
 
 char* L2CP::GetName(const char* name, char* shortName, int* useCount) {
-  NameEntry* entry = nullptr;
-  int uses = 0;
-  {
-    const MutexGuard guard(nameMutex);
-    const std::string_view fullName(name);
-    if (const auto known = nameIndex.find(fullName); known != nameIndex.end()) {
-      entry = *known->second;
-      entry->useCount = wrappingSum(entry->useCount, 1);
-    } else {
-      entry = static_cast<NameEntry*>(std::malloc(fullName.size() + 8));
-      if (entry == nullptr) return nullptr;
-      entry->useCount = 1;
-      std::memcpy(entry->name(), name, fullName.size() + 1);
-      try {
-        nameTable.push_back(entry);
-        nameIndex.emplace(entry->name(), std::prev(nameTable.end()));
-      } catch (const std::bad_alloc&) {
-        if (!nameTable.empty() && nameTable.back() == entry) nameTable.pop_back();
-        std::free(entry);
-        return nullptr;
-      }
-    }
-    uses = entry->useCount;
-  }
-  if (useCount != nullptr) *useCount = uses;
-  // Entries are not freed during operation, so the address can be read without the lock.
-  if (shortName != nullptr) writeShortName(shortName, entry);
+  return getName(name, shortName, useCount);
+}
+
+char* L2CP::getName(std::string_view name, char* shortName, int* useCount) {
+  const MutexGuard guard(nameMutex);
+  const TableName* used = useName(name);
+  if (used == nullptr) return nullptr;
+  if (useCount != nullptr) *useCount = (*used->place)->useCount;
+  if (shortName != nullptr) used->shortName.copyTo(shortName);
   return shortName;
+}
+
+const L2CP::TableName* L2CP::useName(std::string_view name) {
+  if (const auto known = nameIndex.find(name); known != nameIndex.end()) {
+    NameEntry& entry = **known->second.place;
+    entry.useCount = wrappingSum(entry.useCount, 1);
+    return &known->second;
+  }
+  auto* entry = static_cast<NameEntry*>(std::malloc(name.size() + 8));
+  if (entry == nullptr) return nullptr;
+  entry->useCount = 1;
+  *std::copy(name.begin(), name.end(), entry->name()) = '\0';
+  try {
+    nameTable.push_back(entry);
+    const TableName added{std::prev(nameTable.end()), ShortName(entry)};
+    return &nameIndex.emplace(entry->name(), added).first->second;
+  } catch (const std::bad_alloc&) {
+    if (!nameTable.empty() && nameTable.back() == entry) nameTable.pop_back();
+    std::free(entry);
+    return nullptr;
+  }
 }
 
 int L2CP::PutName(const char* name, int count) {
   const MutexGuard guard(nameMutex);
   const auto known = nameIndex.find(name);
   if (known == nameIndex.end()) return -1;
-  NameEntry* entry = *known->second;
+  NameEntry* entry = *known->second.place;
   entry->useCount = wrappingSum(entry->useCount, wrappingSum(~count, 1));
   const int left = entry->useCount;
   if (left > 0) return left;
-  nameTable.erase(known->second);
+  nameTable.erase(known->second.place);
   nameIndex.erase(known);
   std::free(entry);
   return left;
@@ -86,7 +79,7 @@ char* L2CP::aclName(char* shortName, const std::string& protoName, unsigned int 
                     unsigned short vid) {
   char fullName[fullNameSize];
   std::snprintf(fullName, sizeof(fullName), m_acl_mask, protoName.c_str(), port, vid);
-  return GetName(fullName, shortName, nullptr);
+  return getName(fullName, shortName, nullptr);
 }
 
 char* L2CP::nameSelector(char* shortName, unsigned short vid, const Protocol& proto) {
@@ -94,7 +87,7 @@ char* L2CP::nameSelector(char* shortName, unsigned short vid, const Protocol& pr
   FullName name(fullName);
   name.text(proto.name.c_str()).text("/").decimal(vid);
   writeDefinition(name, proto);
-  return GetName(fullName, shortName, nullptr);
+  return getName(name.view(), shortName, nullptr);
 }
 
 char* L2CP::nameActionList(char* shortName, unsigned int port, unsigned short vid,
@@ -104,7 +97,7 @@ char* L2CP::nameActionList(char* shortName, unsigned int port, unsigned short vi
   name.text(proto.name.c_str()).text("/").decimal(static_cast<int>(port));
   name.text("/").decimal(vid);
   writeDefinition(name, proto);
-  return GetName(fullName, shortName, nullptr);
+  return getName(name.view(), shortName, nullptr);
 }
 
 const char* L2CP::mac2str(const unsigned char* mac, char* buffer) {
