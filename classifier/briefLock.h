@@ -12,6 +12,13 @@ namespace classifier {
 class BriefLock {
  public:
   void lock() {
+    if (taken_.exchange(true, std::memory_order_acquire)) [[unlikely]]
+      wait();
+  }
+  void unlock() { taken_.store(false, std::memory_order_release); }
+
+ private:
+  [[gnu::noinline]] void wait() {
     constexpr int soon = 16;
     for (int tries = 0; taken_.exchange(true, std::memory_order_acquire); ++tries) {
       // Sleeping lets a holder of a lower priority go on, too.
@@ -19,9 +26,7 @@ class BriefLock {
                    : std::this_thread::sleep_for(std::chrono::microseconds(20));
     }
   }
-  void unlock() { taken_.store(false, std::memory_order_release); }
 
- private:
   std::atomic<bool> taken_ = false;
 };
 

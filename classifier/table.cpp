@@ -61,6 +61,9 @@ struct Table::Entry {
 };
 
 struct Table::Port {
+  /// Room for the usual profile and the catch-all.
+  Port() { entries.reserve(16); }
+
   /// By ascending place.
   std::vector<Entry> entries;
 
@@ -84,10 +87,11 @@ struct Table::Port {
   std::vector<Entry>::iterator from(std::uint64_t place) {
     return std::ranges::lower_bound(entries, place, {}, &Entry::place);
   }
-  std::size_t count(std::uint32_t kind) const {
+  bool isFull(std::uint32_t kind) const {
+    if (entries.size() < maxEntries) return false;
+    const auto first = std::ranges::lower_bound(entries, kind, {}, &Entry::kind);
     const auto last = std::ranges::upper_bound(entries, kind, {}, &Entry::kind);
-    return static_cast<std::size_t>(last -
-                                    std::ranges::lower_bound(entries, kind, {}, &Entry::kind));
+    return last - first >= std::ptrdiff_t{maxEntries} || entries.size() >= maxPortEntries;
   }
 };
 
@@ -173,46 +177,51 @@ Table::Table() : selectors_(maxObjects), actionLists_(maxObjects), counters_(max
 Table::~Table() = default;
 
 int Table::request(std::uint32_t code, void* record) noexcept {
+  const Handler handler = handlerOf(code);
+  if (handler == nullptr) return -ENOTTY;
+  if (record == nullptr) return -EFAULT;
   try {
-    switch (code) {
-      case ACL_ADD_SELECTOR:
-        return answer<&Table::addSelector>(record);
-      case ACL_DEL_SELECTOR:
-        return answer<&Table::deleteSelector>(record);
-      case ACL_ADD_CONDITION:
-        return answer<&Table::addCondition>(record);
-      case ACL_ADD_ACTION_LIST:
-        return answer<&Table::addActionList>(record);
-      case ACL_DEL_ACTION_LIST:
-        return answer<&Table::deleteActionList>(record);
-      case ACL_ADD_ACTION:
-        return answer<&Table::addAction>(record);
-      case ACL_ADD_PORT_ENTRY:
-        return answer<&Table::addPortEntry>(record);
-      case ACL_DEL_PORT_ENTRY:
-        return answer<&Table::deletePortEntry>(record);
-      case ACL_GET_PORT_ENTRY:
-        return answer<&Table::getPortEntry>(record);
-      case ACL_ADD_COUNTER:
-        return answer<&Table::addCounter>(record);
-      case ACL_DEL_COUNTER:
-        return answer<&Table::deleteCounter>(record);
-      case ACL_GET_COUNTER:
-        return answer<&Table::getCounter>(record);
-      default:
-        return -ENOTTY;
-    }
+    const std::lock_guard lock(lock_);
+    return handler(*this, record);
   } catch (const std::bad_alloc&) {
     return -ENOMEM;
   }
 }
 
-/// `handler` is one of the functions below; which record it takes is its own affair.
+Table::Handler Table::handlerOf(std::uint32_t code) {
+  switch (code) {
+    case ACL_ADD_SELECTOR:
+      return call<&Table::addSelector>;
+    case ACL_DEL_SELECTOR:
+      return call<&Table::deleteSelector>;
+    case ACL_ADD_CONDITION:
+      return call<&Table::addCondition>;
+    case ACL_ADD_ACTION_LIST:
+      return call<&Table::addActionList>;
+    case ACL_DEL_ACTION_LIST:
+      return call<&Table::deleteActionList>;
+    case ACL_ADD_ACTION:
+      return call<&Table::addAction>;
+    case ACL_ADD_PORT_ENTRY:
+      return call<&Table::addPortEntry>;
+    case ACL_DEL_PORT_ENTRY:
+      return call<&Table::deletePortEntry>;
+    case ACL_GET_PORT_ENTRY:
+      return call<&Table::getPortEntry>;
+    case ACL_ADD_COUNTER:
+      return call<&Table::addCounter>;
+    case ACL_DEL_COUNTER:
+      return call<&Table::deleteCounter>;
+    case ACL_GET_COUNTER:
+      return call<&Table::getCounter>;
+    default:
+      return nullptr;
+  }
+}
+
 template <auto handler>
-int Table::answer(void* record) {
-  if (record == nullptr) return -EFAULT;
-  const std::lock_guard lock(lock_);
-  return (this->*handler)(*static_cast<RecordOf<decltype(handler)>*>(record));
+int Table::call(Table& table, void* record) {
+  return (table.*handler)(*static_cast<RecordOf<decltype(handler)>*>(record));
 }
 
 int Table::addSelector(const acl_ioctl_selector& record) { return selectors_.create(record.name); }
@@ -259,31 +268,35 @@ int Table::addAction(const acl_ioctl_action& record) {
   }
 
   auto& actions = found->actions;
-  const auto place = std::ranges::lower_bound(actions, action.index, {}, &Action::index);
-  if (place != actions.end() && place->index == action.index) return -EEXIST;
+  // Callers mostly add them in order.
+  const bool isLast = actions.empty() || actions.back().index < action.index;
+  const auto place =
+      isLast ? actions.end() : std::ranges::lower_bound(actions, action.index, {}, &Action::index);
+  if (!isLast && place->index == action.index) return -EEXIST;
   if (actions.size() >= maxActions) return -ENOSPC;
-  actions.insert(place, std::move(action));
+  isLast ? actions.push_back(std::move(action))
+         : static_cast<void>(actions.insert(place, std::move(action)));
   if (found->use_count() > 1) ++objectsRevision_;
   return 0;
 }
 
 int Table::addPortEntry(const acl_ioctl_port_entry& record) {
-  const auto number = portOf(record.port);
+  Ports::value_type* known = nullptr;
+  const int portError = findPort(record.port, known);
   const auto [selectorError, selector] = selectors_.find(record.selector);
   const auto [listError, list] = actionLists_.find(record.actionList);
-  if (!number || selectorError == -EINVAL || listError == -EINVAL) return -EINVAL;
+  if (portError == -EINVAL || selectorError == -EINVAL || listError == -EINVAL) return -EINVAL;
   if (selectorError != 0 || listError != 0) return -ENOENT;
 
   const std::uint64_t place = Entry::placeOf(record.kind, record.index);
-  if (const auto known = ports_.find(*number); known != ports_.end()) {
+  if (known != nullptr) {
     Port& port = known->second;
     if (port.find(place) != port.entries.end()) return -EEXIST;
-    if (port.count(record.kind) >= maxEntries) return -ENOSPC;
-    if (port.entries.size() >= maxPortEntries) return -ENOSPC;
+    if (port.isFull(record.kind)) return -ENOSPC;
   }
   if (entries_ >= maxObjects) return -ENOSPC;
 
-  Port& port = ports_[*number];
+  Port& port = known != nullptr ? known->second : ports_[portOf(record.port).value()];
   port.entries.insert(port.from(place), Entry{place, selector, list});
   port.matcher.reset();
   ++entries_;

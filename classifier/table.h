@@ -80,8 +80,12 @@ class Table {
   struct Entry;
   struct Port;
 
+  /// Carries out one kind of request on the record that belongs to it.
+  using Handler = int (*)(Table&, void* record);
+  /// Null when there is no such request.
+  static Handler handlerOf(std::uint32_t code);
   template <auto handler>
-  int answer(void* record);
+  static int call(Table& table, void* record);
 
   int addSelector(const acl_ioctl_selector& record);
   int deleteSelector(const acl_ioctl_selector& record);
