@@ -18,9 +18,10 @@ struct CounterName {
   char text[counterNameSize];
   std::string_view view;
 
-  template <class NameOrNumber>
-  CounterName(const char* mask, const NameOrNumber& of, const char* suffix)
-      : view(FullName(text).masked(mask, of, suffix).view()) {}
+  CounterName(const char* mask, const std::string& name, const char* suffix)
+      : view(FullName(text).masked(mask, name.c_str(), suffix).view()) {}
+  CounterName(const char* mask, int number, const char* suffix)
+      : view(FullName(text).masked(mask, number, suffix).view()) {}
   CounterName(const CounterName&) = delete;
   CounterName& operator=(const CounterName&) = delete;
 };

@@ -408,10 +408,21 @@ class L2CP : public BLEntity, public singleton<L2CP> {
     ShortName shortName;
   };
 
+  /// A full name that is used again and again: it is looked up once, unless names are removed.
+  struct RepeatedName {
+    std::string_view text;
+    const TableName* known = nullptr;
+    std::uint64_t removals = 0;  ///< `nameRemovals` when it was looked up
+  };
+
+  struct Attachment;
+
   bool debug = false;
   int aclFd = -1;
   pthread_mutex_t nameMutex{};
   NameList nameTable;
+  /// How often a name was removed from the table.
+  std::uint64_t nameRemovals = 0;
   /// Entries that the module has added, by twice the port number plus 1 for kinds other than 0.
   std::map<int, unsigned int> portEntryCount;
   /// Finds an entry of the name table without walking it.
@@ -421,17 +432,19 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   char* getName(std::string_view name, char* shortName, int* useCount);
   /// Counts a use of the name. Null if memory is out. For who holds `nameMutex`.
   const TableName* useName(std::string_view name);
+  const TableName* useName(RepeatedName& name);
   template <class NameOrNumber>
   int readStatistics(const char* mask, const NameOrNumber& of, Statistics& stats);
   bool addKernelProtoConditions(acl_ioctl_selector& selector, unsigned short vid,
                                 const Protocol& proto);
   bool addSharedActionList(const char* name, acl_ioctl_action& action);
-  unsigned int attachProtocol(const std::string& profileName, unsigned int port, unsigned short vid,
-                              const Protocol& proto, Rule rule);
+  unsigned int attachProtocol(Attachment& attachment, const Protocol& proto, Rule rule);
   void attachConditions(acl_ioctl_selector& selector, unsigned short vid,
                         const Protocol& proto) const;
-  void attachActions(acl_ioctl_action& action, const std::string& profileName, unsigned int port,
-                     unsigned short vid, const Protocol& proto, Rule rule);
+  void attachActions(acl_ioctl_action& action, Attachment& attachment, const Protocol& proto,
+                     Rule rule);
+  void attachCounterChanges(acl_ioctl_action& action, Attachment& attachment, const Protocol& proto,
+                            Rule rule);
   void detach(PortMap::iterator portIt, VlanMap::iterator vlanIt, ProfileMap::iterator profileIt);
   void detachAll(unsigned int port);
   void detachMissing(unsigned int port, const VlanMap& kept);

@@ -61,6 +61,17 @@ const L2CP::TableName* L2CP::useName(std::string_view name) {
   }
 }
 
+const L2CP::TableName* L2CP::useName(RepeatedName& name) {
+  if (name.known != nullptr && name.removals == nameRemovals) {
+    NameEntry& entry = **name.known->place;
+    entry.useCount = wrappingSum(entry.useCount, 1);
+  } else {
+    name.known = useName(name.text);
+    name.removals = nameRemovals;
+  }
+  return name.known;
+}
+
 int L2CP::PutName(const char* name, int count) {
   const MutexGuard guard(nameMutex);
   const auto known = nameIndex.find(name);
@@ -71,6 +82,7 @@ int L2CP::PutName(const char* name, int count) {
   if (left > 0) return left;
   nameTable.erase(known->second.place);
   nameIndex.erase(known);
+  ++nameRemovals;
   std::free(entry);
   return left;
 }

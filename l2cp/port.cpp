@@ -1,11 +1,15 @@
 #include <sys/ioctl.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstring>
+#include <optional>
 
 #include "l2cp/conditions.h"
 #include "l2cp/full_name.h"
 #include "l2cp/l2cp.h"
+#include "l2cp/mutexGuard.h"
 #include "l2cp/positions.h"
 #include "l2cp/trace.h"
 #include "platform/acl_ioctl.h"
@@ -15,6 +19,42 @@ namespace {
 constexpr int notAttachedOnVlan = 20;
 
 }  // namespace
+
+// What the entries of an attachment have in common, and the counters that they change.
+struct L2CP::Attachment {
+  static constexpr std::size_t counterCount = 4;
+
+  // The full name of a counter as a record has room for it.
+  struct Counter {
+    char text[ACL_NAME_SIZE];
+    RepeatedName name;
+
+    // Deliberate: the full name is cut at the field's size, shorter than where the counters
+    // themselves are cut, so a very long name leads to a counter that nobody made.
+    template <class NameOrNumber>
+    void write(const char* mask, const NameOrNumber& of, const char* suffix) {
+      name = {.text = FullName(text).masked(mask, of, suffix).view()};
+    }
+  };
+
+  const std::string& profileName;
+  unsigned int port;
+  unsigned short vid;
+  std::optional<Rule> rule = {};
+  std::array<Counter, counterCount> counters = {};
+
+  // The names of the first three stay while protocols of one rule follow each other.
+  void nameCounters(const Protocol& proto, Rule wanted) {
+    const char* const suffix = rule2str(wanted);
+    if (rule != wanted) {
+      counters[0].write(m_counter_port_mask, static_cast<int>(port), suffix);
+      counters[1].write(m_counter_vlan_mask, static_cast<int>(vid), suffix);
+      counters[2].write(m_counter_profile_mask, profileName.c_str(), suffix);
+      rule = wanted;
+    }
+    counters[3].write(m_counter_proto_mask, proto.name.c_str(), suffix);
+  }
+};
 
 int L2CP::portAttach(const std::string& profileName, unsigned int port, unsigned short vid) {
   Debug("%s:%d %s(profileName=\"%s\", port=%d, vid=%d)", L2CP_TRACE_SITE, __func__,
@@ -44,8 +84,9 @@ int L2CP::portAttach(const std::string& profileName, unsigned int port, unsigned
 
   const std::shared_ptr<Profile>& profile = profileIt->second.pointer();
   unsigned int lastIndex = 0;
+  Attachment attachment{.profileName = profileName, .port = port, .vid = vid};
   for (const auto& [proto, rule] : profile->protocols) {
-    lastIndex = attachProtocol(profileName, port, vid, *proto, rule);
+    lastIndex = attachProtocol(attachment, *proto, rule);
   }
   ++profile->useCount;
   attached[profile].push_back(lastIndex);
@@ -55,8 +96,9 @@ int L2CP::portAttach(const std::string& profileName, unsigned int port, unsigned
 }
 
 // Programs the kernel for one protocol; returns the position of the port entry.
-unsigned int L2CP::attachProtocol(const std::string& profileName, unsigned int port,
-                                  unsigned short vid, const Protocol& proto, Rule rule) {
+unsigned int L2CP::attachProtocol(Attachment& attachment, const Protocol& proto, Rule rule) {
+  const unsigned int port = attachment.port;
+  const unsigned short vid = attachment.vid;
   kernelCounterAdd(m_counter_proto_mask, proto.name, rule2str(rule));
 
   acl_ioctl_selector selector{};
@@ -74,7 +116,7 @@ unsigned int L2CP::attachProtocol(const std::string& profileName, unsigned int p
     // Deliberate: the message names the selector.
     Debug("%s:%d   Unable to add action list \"%s\" (%d).", L2CP_TRACE_SITE, selector.name, errno);
   } else {
-    attachActions(action, profileName, port, vid, proto, rule);
+    attachActions(action, attachment, proto, rule);
   }
 
   acl_ioctl_port_entry entry{};
@@ -137,23 +179,36 @@ void L2CP::attachConditions(acl_ioctl_selector& selector, unsigned short vid,
   }
 }
 
-void L2CP::attachActions(acl_ioctl_action& action, const std::string& profileName,
-                         unsigned int port, unsigned short vid, const Protocol& proto, Rule rule) {
-  const auto addCounterChange = [&](unsigned int index, const char* mask, const auto& of) {
-    action.index = index;
-    action.type = ACL_ACTION_COUNTER_CHANGE;
-    // Deliberate: the full name is cut at the field's size, shorter than where the counters
-    // themselves are cut, so a very long name leads to a counter that nobody made.
-    FullName(action.counter).masked(mask, of, rule2str(rule));
-    GetName(action.counter, action.counter, nullptr);
-    action.increment = 1;
+void L2CP::attachCounterChanges(acl_ioctl_action& action, Attachment& attachment,
+                                const Protocol& proto, Rule rule) {
+  attachment.nameCounters(proto, rule);
+  std::array<std::optional<ShortName>, Attachment::counterCount> shortNames;
+  {
+    const MutexGuard guard(nameMutex);
+    for (std::size_t i = 0; i < shortNames.size(); ++i) {
+      const TableName* used = useName(attachment.counters[i].name);
+      if (used != nullptr) shortNames[i] = used->shortName;
+    }
+  }
+
+  action.type = ACL_ACTION_COUNTER_CHANGE;
+  action.increment = 1;
+  for (std::size_t i = 0; i < shortNames.size(); ++i) {
+    action.index = static_cast<unsigned int>(i) + 1;
+    const std::string_view fullName = attachment.counters[i].name.text;
+    std::memcpy(action.counter, fullName.data(), fullName.size() + 1);
+    if (shortNames[i]) shortNames[i]->copyTo(action.counter);
     if (ioctl(aclFd, ACL_ADD_ACTION, &action) != 0) {
       Debug("%s:%d   Unable to add action \"CounterChange(%s, +1)\" (%d).", L2CP_TRACE_SITE,
             action.counter, errno);
     } else {
       Debug("%s:%d   Action \"CounterChange(%s, +1)\" added.", L2CP_TRACE_SITE, action.counter);
     }
-  };
+  }
+}
+
+void L2CP::attachActions(acl_ioctl_action& action, Attachment& attachment, const Protocol& proto,
+                         Rule rule) {
   const auto addAction = [&](unsigned int index, acl_action_type type, const char* added,
                              const char* refused) {
     action.index = index;
@@ -169,10 +224,7 @@ void L2CP::attachActions(acl_ioctl_action& action, const std::string& profileNam
               "%s:%d   Unable to add action \"Hide()\" (%d).");
   };
 
-  addCounterChange(1, m_counter_port_mask, static_cast<int>(port));
-  addCounterChange(2, m_counter_vlan_mask, static_cast<int>(vid));
-  addCounterChange(3, m_counter_profile_mask, profileName.c_str());
-  addCounterChange(4, m_counter_proto_mask, proto.name.c_str());
+  attachCounterChanges(action, attachment, proto, rule);
   switch (rule) {
     case Rule::discard:
       addAction(5, ACL_ACTION_DROP, "%s:%d   Action \"Drop()\" added.",
