@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <numeric>
 #include <optional>
 #include <string_view>
 
@@ -25,14 +24,15 @@ class Name {
   static std::optional<Name> in(const char (&field)[ACL_NAME_SIZE]) {
     Name name;
     std::memcpy(name.words_.data(), field, sizeof(field));
-    for (std::size_t i = 0; i < name.words_.size(); ++i) {
-      const std::uint64_t ends = nulBytes(name.words_[i]);
-      if (ends == 0) continue;
-      name.words_[i] &= bytesBefore(ends);
-      for (std::size_t rest = i + 1; rest < name.words_.size(); ++rest) name.words_[rest] = 0;
-      return name;
+    bool ended = false;
+#pragma GCC unroll 5
+    for (std::uint64_t& word : name.words_) {
+      const std::uint64_t ends = nulBytes(word);
+      word = ended ? 0 : ends == 0 ? word : word & bytesBefore(ends);
+      ended |= ends != 0;
     }
-    return std::nullopt;
+    if (!ended) return std::nullopt;
+    return name;
   }
 
   bool operator==(const Name&) const = default;
@@ -52,9 +52,9 @@ class Name {
   /// The upper bits are the good ones.
   std::uint64_t hash() const {
     // One product for each word, none of which waits for another.
-    constexpr Words factors = {0x9e3779b97f4a7c15, 0xbf58476d1ce4e5b9, 0x94d049bb133111eb,
-                               0xd6e8feb86659fd93, 0xa0761d6478bd642f};
-    return std::inner_product(words_.begin(), words_.end(), factors.begin(), std::uint64_t{0});
+    return words_[0] * 0x9e3779b97f4a7c15 + words_[1] * 0xbf58476d1ce4e5b9 +
+           words_[2] * 0x94d049bb133111eb + words_[3] * 0xd6e8feb86659fd93 +
+           words_[4] * 0xa0761d6478bd642f;
   }
 
  private:
