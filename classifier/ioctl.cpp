@@ -3,13 +3,11 @@
 /// descriptor of `br_open` are answered in process, every other call goes to the kernel unchanged.
 
 #include <sys/eventfd.h>
-#include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <new>
@@ -70,12 +68,11 @@ extern "C" int br_open(const char* bridge, const char* table) {
   return descriptor;
 }
 
-extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
-  va_list arguments;
-  va_start(arguments, request);
-  void* const argument = va_arg(arguments, void*);
-  va_end(arguments);
+/// What the process finds as `ioctl`. Declared with the one further argument that all callers pass,
+/// for a list of arguments would have to be laid out in memory first.
+extern "C" int answerIoctl(int fd, unsigned long request, void* argument) noexcept asm("ioctl");
 
+extern "C" int answerIoctl(int fd, unsigned long request, void* argument) noexcept {
   // The kernel, too, takes the code to be the lower 32 bits: callers may hold it in an int.
   const auto code = static_cast<std::uint32_t>(request);
   if (_IOC_TYPE(code) == _IOC_TYPE(ACL_ADD_SELECTOR)) {

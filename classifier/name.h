@@ -35,7 +35,7 @@ class Name {
     return name;
   }
 
-  bool operator==(const Name&) const = default;
+  bool operator==(const Name& other) const { return same(other.words_); }
   bool empty() const { return words_[0] == 0; }
   std::string_view view() const { return reinterpret_cast<const char*>(words_.data()); }  // NOLINT
   void copyTo(char (&field)[ACL_NAME_SIZE]) const {
@@ -46,7 +46,7 @@ class Name {
   bool fills(const char (&field)[ACL_NAME_SIZE]) const {
     Words words;
     std::memcpy(words.data(), field, sizeof(field));
-    return words == words_;
+    return same(words);
   }
 
   /// The upper bits are the good ones.
@@ -62,6 +62,13 @@ class Name {
   static_assert(sizeof(Words) == ACL_NAME_SIZE);
 
   Name() = default;
+
+  bool same(const Words& words) const {
+    std::uint64_t differing = 0;
+#pragma GCC unroll 5
+    for (std::size_t i = 0; i < words.size(); ++i) differing |= words_[i] ^ words[i];
+    return differing == 0;
+  }
 
   /// The uppermost bit of every byte that is zero.
   static std::uint64_t nulBytes(std::uint64_t word) {

@@ -38,25 +38,30 @@ bool request(int aclFd, unsigned long code, void* record) {
 bool L2CP::kernelCounterAdd(const char* mask, const std::string& name, const char* suffix) {
   const CounterName full(mask, name, suffix);
   acl_ioctl_counter record{};
-  return request(aclFd, ACL_ADD_COUNTER, getName(full.view, record.name, nullptr));
+  return request(aclFd, ACL_ADD_COUNTER, getName(full.view, record.name));
 }
 
 bool L2CP::kernelCounterAdd(const char* mask, int number, const char* suffix) {
   const CounterName full(mask, number, suffix);
   acl_ioctl_counter record{};
-  return request(aclFd, ACL_ADD_COUNTER, getName(full.view, record.name, nullptr));
+  return request(aclFd, ACL_ADD_COUNTER, getName(full.view, record.name));
+}
+
+bool L2CP::kernelCounterAdd(RepeatedName& name) {
+  acl_ioctl_counter record{};
+  return request(aclFd, ACL_ADD_COUNTER, getName(name, record.name));
 }
 
 bool L2CP::kernelCounterDel(const char* mask, const std::string& name, const char* suffix) {
   const CounterName full(mask, name, suffix);
   acl_ioctl_counter record{};
-  return request(aclFd, ACL_DEL_COUNTER, getName(full.view, record.name, nullptr));
+  return request(aclFd, ACL_DEL_COUNTER, getName(full.view, record.name));
 }
 
 bool L2CP::kernelCounterDel(const char* mask, int number, const char* suffix) {
   const CounterName full(mask, number, suffix);
   acl_ioctl_counter record{};
-  return request(aclFd, ACL_DEL_COUNTER, getName(full.view, record.name, nullptr));
+  return request(aclFd, ACL_DEL_COUNTER, getName(full.view, record.name));
 }
 
 bool L2CP::kernelCounterGet(const char* mask, const std::string& name, const char* suffix,
@@ -76,7 +81,7 @@ bool L2CP::kernelCounterGet(const char* mask, int number, const char* suffix, un
   value = 0;
   const CounterName full(mask, number, suffix);
   acl_ioctl_counter record{};
-  getName(full.view, record.name, nullptr);
+  getName(full.view, record.name);
   if (!request(aclFd, ACL_GET_COUNTER, &record)) return false;
   value = static_cast<unsigned int>(record.value);
   return true;

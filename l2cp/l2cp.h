@@ -429,7 +429,11 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   std::unordered_map<std::string_view, TableName, NameHash> nameIndex;
 
   void dumpNames();
-  char* getName(std::string_view name, char* shortName, int* useCount);
+  bool kernelCounterAdd(RepeatedName& name);
+  /// `GetName` without a count.
+  char* getName(std::string_view name, char* shortName);
+  char* getName(RepeatedName& name, char* shortName);
+  static char* writeShortName(const TableName* used, char* shortName);
   /// Counts a use of the name. Null if memory is out. For who holds `nameMutex`.
   const TableName* useName(std::string_view name);
   const TableName* useName(RepeatedName& name);
@@ -441,10 +445,8 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   unsigned int attachProtocol(Attachment& attachment, const Protocol& proto, Rule rule);
   void attachConditions(acl_ioctl_selector& selector, unsigned short vid,
                         const Protocol& proto) const;
-  void attachActions(acl_ioctl_action& action, Attachment& attachment, const Protocol& proto,
-                     Rule rule);
-  void attachCounterChanges(acl_ioctl_action& action, Attachment& attachment, const Protocol& proto,
-                            Rule rule);
+  void attachActions(acl_ioctl_action& action, Attachment& attachment, Rule rule);
+  void attachCounterChanges(acl_ioctl_action& action, Attachment& attachment);
   void detach(PortMap::iterator portIt, VlanMap::iterator vlanIt, ProfileMap::iterator profileIt);
   void detachAll(unsigned int port);
   void detachMissing(unsigned int port, const VlanMap& kept);

@@ -28,14 +28,24 @@ std::int32_t wrappingSum(std::int32_t left, std::int32_t right) {
 }  // namespace
 
 char* L2CP::GetName(const char* name, char* shortName, int* useCount) {
-  return getName(name, shortName, useCount);
+  const MutexGuard guard(nameMutex);
+  const TableName* used = useName(std::string_view(name));
+  if (used != nullptr && useCount != nullptr) *useCount = (*used->place)->useCount;
+  return writeShortName(used, shortName);
 }
 
-char* L2CP::getName(std::string_view name, char* shortName, int* useCount) {
+char* L2CP::getName(std::string_view name, char* shortName) {
   const MutexGuard guard(nameMutex);
-  const TableName* used = useName(name);
+  return writeShortName(useName(name), shortName);
+}
+
+char* L2CP::getName(RepeatedName& name, char* shortName) {
+  const MutexGuard guard(nameMutex);
+  return writeShortName(useName(name), shortName);
+}
+
+char* L2CP::writeShortName(const TableName* used, char* shortName) {
   if (used == nullptr) return nullptr;
-  if (useCount != nullptr) *useCount = (*used->place)->useCount;
   if (shortName != nullptr) used->shortName.copyTo(shortName);
   return shortName;
 }
@@ -91,7 +101,7 @@ char* L2CP::aclName(char* shortName, const std::string& protoName, unsigned int 
                     unsigned short vid) {
   char fullName[fullNameSize];
   std::snprintf(fullName, sizeof(fullName), m_acl_mask, protoName.c_str(), port, vid);
-  return getName(fullName, shortName, nullptr);
+  return getName(fullName, shortName);
 }
 
 char* L2CP::nameSelector(char* shortName, unsigned short vid, const Protocol& proto) {
@@ -99,7 +109,7 @@ char* L2CP::nameSelector(char* shortName, unsigned short vid, const Protocol& pr
   FullName name(fullName);
   name.text(proto.name.c_str()).text("/").decimal(vid);
   writeDefinition(name, proto);
-  return getName(name.view(), shortName, nullptr);
+  return getName(name.view(), shortName);
 }
 
 char* L2CP::nameActionList(char* shortName, unsigned int port, unsigned short vid,
@@ -109,7 +119,7 @@ char* L2CP::nameActionList(char* shortName, unsigned int port, unsigned short vi
   name.text(proto.name.c_str()).text("/").decimal(static_cast<int>(port));
   name.text("/").decimal(vid);
   writeDefinition(name, proto);
-  return getName(name.view(), shortName, nullptr);
+  return getName(name.view(), shortName);
 }
 
 const char* L2CP::mac2str(const unsigned char* mac, char* buffer) {

@@ -99,7 +99,13 @@ int L2CP::portAttach(const std::string& profileName, unsigned int port, unsigned
 unsigned int L2CP::attachProtocol(Attachment& attachment, const Protocol& proto, Rule rule) {
   const unsigned int port = attachment.port;
   const unsigned short vid = attachment.vid;
-  kernelCounterAdd(m_counter_proto_mask, proto.name, rule2str(rule));
+  attachment.nameCounters(proto, rule);
+  RepeatedName& counter = attachment.counters.back().name;
+  if (counter.text.size() < ACL_NAME_SIZE - 1) {
+    kernelCounterAdd(counter);
+  } else {
+    kernelCounterAdd(m_counter_proto_mask, proto.name, rule2str(rule));
+  }
 
   acl_ioctl_selector selector{};
   nameSelector(selector.name, vid, proto);
@@ -116,7 +122,7 @@ unsigned int L2CP::attachProtocol(Attachment& attachment, const Protocol& proto,
     // Deliberate: the message names the selector.
     Debug("%s:%d   Unable to add action list \"%s\" (%d).", L2CP_TRACE_SITE, selector.name, errno);
   } else {
-    attachActions(action, attachment, proto, rule);
+    attachActions(action, attachment, rule);
   }
 
   acl_ioctl_port_entry entry{};
@@ -179,9 +185,7 @@ void L2CP::attachConditions(acl_ioctl_selector& selector, unsigned short vid,
   }
 }
 
-void L2CP::attachCounterChanges(acl_ioctl_action& action, Attachment& attachment,
-                                const Protocol& proto, Rule rule) {
-  attachment.nameCounters(proto, rule);
+void L2CP::attachCounterChanges(acl_ioctl_action& action, Attachment& attachment) {
   std::array<std::optional<ShortName>, Attachment::counterCount> shortNames;
   {
     const MutexGuard guard(nameMutex);
@@ -207,8 +211,7 @@ void L2CP::attachCounterChanges(acl_ioctl_action& action, Attachment& attachment
   }
 }
 
-void L2CP::attachActions(acl_ioctl_action& action, Attachment& attachment, const Protocol& proto,
-                         Rule rule) {
+void L2CP::attachActions(acl_ioctl_action& action, Attachment& attachment, Rule rule) {
   const auto addAction = [&](unsigned int index, acl_action_type type, const char* added,
                              const char* refused) {
     action.index = index;
@@ -224,7 +227,7 @@ void L2CP::attachActions(acl_ioctl_action& action, Attachment& attachment, const
               "%s:%d   Unable to add action \"Hide()\" (%d).");
   };
 
-  attachCounterChanges(action, attachment, proto, rule);
+  attachCounterChanges(action, attachment);
   switch (rule) {
     case Rule::discard:
       addAction(5, ACL_ACTION_DROP, "%s:%d   Action \"Drop()\" added.",
