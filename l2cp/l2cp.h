@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "l2cp/nameHash.h"
 #include "l2cp/node.h"
@@ -273,6 +274,7 @@ class L2CP : public BLEntity, public singleton<L2CP> {
   int protoGet(unsigned int idx, Protocol& proto);
   /// Appends all protocols in name order. 0.
   int protoGetAll(std::list<Protocol>& protocols);
+  int protoGetAll(std::vector<Protocol>& protocols);
   /// -2, -11.
   int protoStat(const char* protoName, Statistics& stats);
 

@@ -96,6 +96,13 @@ int L2CP::protoGetAll(std::list<Protocol>& protocols) {
   return 0;
 }
 
+int L2CP::protoGetAll(std::vector<Protocol>& protocols) {
+  Debug("%s:%d %s()", L2CP_TRACE_SITE, __func__);
+  protocols.reserve(protocols.size() + settings.protocols.size());
+  for (const auto& [name, proto] : settings.protocols) protocols.push_back(*proto);
+  return 0;
+}
+
 int L2CP::protoStat(const char* protoName, Statistics& stats) {
   Debug("%s:%d %s(protoName=\"%s\")", L2CP_TRACE_SITE, __func__, protoName);
   const std::string name = registryKey(protoName);

@@ -10,7 +10,9 @@
 #include <cstring>
 #include <list>
 #include <map>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "l2cp/key.h"
 #include "l2cp/l2cp.h"
@@ -120,15 +122,23 @@ void fill(rpc_l2cp_counters& result, const L2CP::Statistics& stats) {
   result.tunnel = stats.tunnel;
 }
 
-// Fills a list record of zeroed elements; an empty one has no array.
+// Puts elements in the place of those that a list record holds; no elements are no array. An old
+// one is released right before the next new one is filled in, so that its blocks of memory are at
+// hand again: releasing all of them first overflows what the allocator keeps at hand for a thread.
 template <class ListResult, class Elements>
-void fillList(ListResult& result, const Elements& elements) {
-  if (elements.empty()) return;
+void replaceList(ListResult& result, const Elements& elements) {
   using Element = std::remove_reference_t<decltype(*result.list.list_val)>;
-  result.list.list_val = new Element[elements.size()]();
-  result.list.list_len = static_cast<u_int>(elements.size());
-  Element* next = result.list.list_val;
-  for (const auto& element : elements) fill(*next++, element);
+  const std::span old(result.list.list_val, result.list.list_len);
+  auto* const filled = elements.empty() ? nullptr : new Element[elements.size()]();
+  auto nextOld = old.begin();
+  Element* next = filled;
+  for (const auto& element : elements) {
+    if (nextOld != old.end()) release(*nextOld++);
+    fill(*next++, element);
+  }
+  std::for_each(nextOld, old.end(), [](Element& element) { release(element); });
+  delete[] old.data();
+  result.list = {.list_len = static_cast<u_int>(elements.size()), .list_val = filled};
 }
 
 }  // namespace
@@ -170,10 +180,9 @@ rpc_l2cp_proto* rpc_l2cp_proto_get_1_svc(u_int index, svc_req* /*request*/) {
 
 rpc_l2cp_proto_all* rpc_l2cp_proto_get_all_1_svc(svc_req* /*request*/) {
   static rpc_l2cp_proto_all result;
-  clear(result);
-  std::list<L2CP::Protocol> protocols;
+  std::vector<L2CP::Protocol> protocols;
   entity().protoGetAll(protocols);
-  fillList(result, protocols);
+  replaceList(result, protocols);
   result.error = RPC_L2CP_OK;
   return &result;
 }
@@ -255,10 +264,9 @@ rpc_l2cp_profile* rpc_l2cp_profile_get_1_svc(u_int index, svc_req* /*request*/) 
 
 rpc_l2cp_profile_all* rpc_l2cp_profile_get_all_1_svc(svc_req* /*request*/) {
   static rpc_l2cp_profile_all result;
-  clear(result);
   std::list<L2CP::Profile> profiles;
   entity().profileGetAll(profiles);
-  fillList(result, profiles);
+  replaceList(result, profiles);
   result.error = RPC_L2CP_OK;
   return &result;
 }
@@ -269,7 +277,7 @@ rpc_l2cp_port_all* rpc_l2cp_profile_get_ports_1_svc(rpc_l2cp_profile_name_t name
   clear(result);
   std::list<std::pair<unsigned int, unsigned short>> ports;
   const int got = entity().profileGetPorts(name, ports);
-  if (got == 0) fillList(result, ports);
+  if (got == 0) replaceList(result, ports);
   result.error = wireError(got, errors::profileGetPorts);
   return &result;
 }
@@ -303,7 +311,7 @@ rpc_l2cp_profile_use* rpc_l2cp_profile_get_use_1_svc(rpc_l2cp_profile_name_t nam
   clear(result);
   std::list<std::string> serviceProfiles;
   const int got = entity().profileGetServiceProfiles(name, serviceProfiles);
-  if (got == 0) fillList(result, serviceProfiles);
+  if (got == 0) replaceList(result, serviceProfiles);
   result.error = wireError(got, errors::profileGetUse);
   return &result;
 }
@@ -345,7 +353,7 @@ rpc_l2cp_profile_proto_all* rpc_l2cp_profile_proto_get_all_1_svc(
   clear(result);
   std::map<std::string, L2CP::Rule> protocols;
   const int got = entity().profileGetProtocols(profileName, protocols);
-  if (got == 0) fillList(result, protocols);
+  if (got == 0) replaceList(result, protocols);
   result.error = wireError(got, errors::profileProtoGetAll);
   return &result;
 }
@@ -398,11 +406,10 @@ rpc_l2cp_profile_link* rpc_l2cp_profile_port_get_1_svc(rpc_l2cp_port_t port, u_i
 rpc_l2cp_profile_all* rpc_l2cp_profile_port_get_all_1_svc(rpc_l2cp_port_t port,
                                                           svc_req* /*request*/) {
   static rpc_l2cp_profile_all result;
-  clear(result);
   std::list<L2CP::Profile> profiles;
   // Deliberate: a port without attachments is no error.
   entity().profileGetAllForPort(port, profiles);
-  fillList(result, profiles);
+  replaceList(result, profiles);
   result.error = RPC_L2CP_OK;
   return &result;
 }

@@ -56,12 +56,14 @@ static inline bool_t inline_xdr_u_chars(XDR* xdrs, u_char** bytes, u_int* count,
   }
   if (!inline_xdr_u_int(xdrs, count) || *count > bound) return FALSE;
   if (*count == 0) return TRUE;
+  if (*count <= INLINE_MAX_COUNT) words = XDR_INLINE(xdrs, *count * BYTES_PER_XDR_UNIT);
   if (xdrs->x_op == XDR_DECODE && *bytes == NULL) {
-    *bytes = (u_char*)calloc(*count, 1);
+    // If all bytes are at hand, none has to be zero: calloc, unlike malloc, does without the
+    // blocks that the allocator keeps at hand for a thread.
+    *bytes = (u_char*)(words != NULL ? malloc(*count) : calloc(*count, 1));
     if (*bytes == NULL) return FALSE;
   }
 
-  if (*count <= INLINE_MAX_COUNT) words = XDR_INLINE(xdrs, *count * BYTES_PER_XDR_UNIT);
   for (i = 0; i < *count; ++i) {
     if (words == NULL) {
       if (!xdr_u_char(xdrs, *bytes + i)) return FALSE;
