@@ -3,14 +3,15 @@
 #   name_filters     the XDR filters as a server needs them
 #   name_dispatcher  the server's dispatch routine
 #   name_client      filters and call stubs for a client
-# Both kinds of filters are compiled with rpc/inline_filters.h for the types of fields.
+# Both kinds of filters are compiled with rpc/inline_filters.h for the types of fields, and with
+# LIST_FILTER header with that one for the elements of lists.
 # With TEXT_FILTER header function, name_filters sends texts through that function instead of
 # xdr_string. Clients keep the plain one: their own over-long texts have to fail.
 
 find_program(RPCGEN rpcgen REQUIRED)
 
 function(l2cp_rpc_interface name)
-  cmake_parse_arguments(arg "" "" TEXT_FILTER ${ARGN})
+  cmake_parse_arguments(arg "" LIST_FILTER TEXT_FILTER ${ARGN})
   cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR BASE_DIRECTORY ${CMAKE_SOURCE_DIR}
              OUTPUT_VARIABLE folder)
   set(generated ${CMAKE_BINARY_DIR}/generated)
@@ -49,7 +50,11 @@ function(l2cp_rpc_interface name)
     add_dependencies(${target} ${name}_generated)
   endforeach()
   foreach(target IN ITEMS ${name}_filters ${name}_client)
-    target_compile_options(${target} PRIVATE "SHELL:-include rpc/inline_filters.h")
+    target_compile_options(${target} PRIVATE -fno-builtin-malloc
+      "SHELL:-include rpc/inline_filters.h")
+    if(arg_LIST_FILTER)
+      target_compile_options(${target} PRIVATE "SHELL:-include ${arg_LIST_FILTER}")
+    endif()
   endforeach()
   if(arg_TEXT_FILTER)
     list(GET arg_TEXT_FILTER 0 header)

@@ -45,6 +45,17 @@ INLINE_WORD_FILTER(xdr_enum, enum_t, value, value)
 INLINE_WORD_FILTER(xdr_bool, bool_t, value != FALSE, value != 0)
 #undef INLINE_WORD_FILTER
 
+/// Zeroed memory. Other than calloc, it takes small blocks from those that the allocator keeps at
+/// hand for a thread, to which a client returns them. (Compilers that know malloc make calloc of
+/// this.) Large ones stay with calloc, which need not write to them.
+static inline void* inline_zeroed(u_int count, u_int size) {
+  void* block = NULL;
+  if (count > 1024 / size) return calloc(count, size);
+  block = malloc((size_t)count * size);
+  if (block != NULL) memset(block, 0, (size_t)count * size);
+  return block;
+}
+
 /// A counted array of bytes that travel as a word each.
 static inline bool_t inline_xdr_u_chars(XDR* xdrs, u_char** bytes, u_int* count, u_int bound) {
   int32_t* words = NULL;
@@ -56,33 +67,53 @@ static inline bool_t inline_xdr_u_chars(XDR* xdrs, u_char** bytes, u_int* count,
   }
   if (!inline_xdr_u_int(xdrs, count) || *count > bound) return FALSE;
   if (*count == 0) return TRUE;
-  if (*count <= INLINE_MAX_COUNT) words = XDR_INLINE(xdrs, *count * BYTES_PER_XDR_UNIT);
   if (xdrs->x_op == XDR_DECODE && *bytes == NULL) {
-    // If all bytes are at hand, none has to be zero: calloc, unlike malloc, does without the
-    // blocks that the allocator keeps at hand for a thread.
-    *bytes = (u_char*)(words != NULL ? malloc(*count) : calloc(*count, 1));
+    *bytes = (u_char*)inline_zeroed(*count, 1);
     if (*bytes == NULL) return FALSE;
   }
 
-  for (i = 0; i < *count; ++i) {
-    if (words == NULL) {
+  if (*count <= INLINE_MAX_COUNT) words = XDR_INLINE(xdrs, *count * BYTES_PER_XDR_UNIT);
+  if (words == NULL) {
+    for (i = 0; i < *count; ++i) {
       if (!xdr_u_char(xdrs, *bytes + i)) return FALSE;
-    } else if (xdrs->x_op == XDR_ENCODE) {
-      words[i] = (int32_t)htonl((*bytes)[i]);
-    } else {
-      (*bytes)[i] = (u_char)ntohl((uint32_t)words[i]);
     }
+  } else if (xdrs->x_op == XDR_ENCODE) {
+    for (i = 0; i < *count; ++i) words[i] = (int32_t)htonl((*bytes)[i]);
+  } else {
+    for (i = 0; i < *count; ++i) (*bytes)[i] = (u_char)ntohl((uint32_t)words[i]);
   }
   return TRUE;
 }
 
-/// Elements other than bytes take long enough for the library's loop to go unnoticed.
+static inline bool_t inline_decode_array(XDR* xdrs, char** elements, u_int* count, u_int bound,
+                                         u_int size, xdrproc_t filter) {
+  u_int i = 0;
+  if (!inline_xdr_u_int(xdrs, count) || *count > bound || *count > UINT_MAX / size) return FALSE;
+  if (*count == 0) return TRUE;
+  if (*elements == NULL) *elements = (char*)inline_zeroed(*count, size);
+  if (*elements == NULL) return FALSE;
+  for (i = 0; i < *count; ++i) {
+    if (!filter(xdrs, *elements + (size_t)i * size)) return FALSE;
+  }
+  return TRUE;
+}
+
 static inline bool_t inline_xdr_array(XDR* xdrs, char** elements, u_int* count, u_int bound,
                                       u_int size, xdrproc_t filter) {
   if (filter == (xdrproc_t)xdr_u_char) {
     return inline_xdr_u_chars(xdrs, (u_char**)elements, count, bound);
   }
-  return xdr_array(xdrs, elements, count, bound, size, filter);
+  // Elements other than bytes take long enough for the library's loop to go unnoticed.
+  return xdrs->x_op == XDR_DECODE ? inline_decode_array(xdrs, elements, count, bound, size, filter)
+                                  : xdr_array(xdrs, elements, count, bound, size, filter);
+}
+
+/// Writes a text behind its length and returns what follows its padding.
+static inline int32_t* inline_put_text(int32_t* words, const char* text, size_t size) {
+  *words++ = (int32_t)htonl((uint32_t)size);
+  memcpy(words, text, size);
+  memset((char*)words + size, 0, RNDUP(size) - size);
+  return words + RNDUP(size) / BYTES_PER_XDR_UNIT;
 }
 
 static inline bool_t inline_encode_text(XDR* xdrs, char** text, u_int bound) {
@@ -94,17 +125,15 @@ static inline bool_t inline_encode_text(XDR* xdrs, char** text, u_int bound) {
     words = XDR_INLINE(xdrs, BYTES_PER_XDR_UNIT + RNDUP((u_int)size));
   }
   if (words == NULL) return xdr_string(xdrs, text, bound);
-  *words++ = (int32_t)htonl((uint32_t)size);
-  memcpy(words, *text, size);
-  memset((char*)words + size, 0, RNDUP(size) - size);
+  inline_put_text(words, *text, size);
   return TRUE;
 }
 
-static inline bool_t inline_decode_text(XDR* xdrs, char** text, u_int bound) {
+/// Decodes a text whose length has been decoded.
+static inline bool_t inline_decode_sized_text(XDR* xdrs, char** text, u_int size, u_int bound) {
   char* bytes = *text;
   int32_t* words = NULL;
-  u_int size = 0;
-  if (!inline_xdr_u_int(xdrs, &size) || size > bound || size == UINT_MAX) return FALSE;
+  if (size > bound || size == UINT_MAX) return FALSE;
   if (bytes == NULL) bytes = (char*)malloc(size + 1);
   if (bytes == NULL) return FALSE;
 
@@ -118,6 +147,11 @@ static inline bool_t inline_decode_text(XDR* xdrs, char** text, u_int bound) {
   }
   *text = bytes;
   return TRUE;
+}
+
+static inline bool_t inline_decode_text(XDR* xdrs, char** text, u_int bound) {
+  u_int size = 0;
+  return inline_xdr_u_int(xdrs, &size) && inline_decode_sized_text(xdrs, text, size, bound);
 }
 
 static inline bool_t inline_xdr_string(XDR* xdrs, char** text, u_int bound) {
