@@ -424,6 +424,78 @@ TEST(Filters, ProtoListIsCountElementsError) {
       Bytes().word(2).raw(bytesOfProto("LLDP").str()).raw(bytesOfProto("LACP-LAMP").str()).word(0));
 }
 
+TEST(Filters, ListedProtosGoOutAsSingleOnesDo) {
+  const std::string longest(33, 'n');
+  const std::string tooLong(40, 'n');
+  for (const char* name : {static_cast<const char*>(nullptr), "", "a", "LLDP", "LACP-LAMP",
+                           longest.c_str(), tooLong.c_str()}) {
+    for (std::size_t size = 0; size <= 7; ++size) {
+      std::vector<unsigned char> mac = macOf(size);
+      std::vector<rpc_l2cp_proto> elements{wireProto("LLDP", mac)};
+      elements[0].name = const_cast<char*>(name);
+      elements[0].protect = 2;
+      elements[0].error = RPC_L2CP_EDIT_UNCHANGED;
+      const std::string single = encoded(xdr_rpc_l2cp_proto, elements[0]);
+      const std::string listed =
+          encoded(xdr_rpc_l2cp_proto_all, listOf<rpc_l2cp_proto_all>(elements, RPC_L2CP_OK));
+      const std::string expected = single == "refused"
+                                       ? readable(single)
+                                       : readable(Bytes().word(1).raw(single).word(0).str());
+      EXPECT_EQ(readable(listed), expected) << (name == nullptr ? "none" : name) << ", " << size;
+    }
+  }
+}
+
+TEST(Filters, ListedProtosNeedTheRoomOfTheirBytes) {
+  std::vector<unsigned char> mac = macOf(6);
+  std::vector<rpc_l2cp_proto> elements{wireProto("LACP-LAMP", mac)};
+  auto list = listOf<rpc_l2cp_proto_all>(elements, RPC_L2CP_OK);
+  const std::size_t size = encoded(xdr_rpc_l2cp_proto_all, list).size();
+  for (std::size_t room = 0; room < size; ++room) {
+    Stream stream(room);
+    EXPECT_FALSE(xdr_rpc_l2cp_proto_all(stream.xdr(), &list)) << room;
+  }
+}
+
+// What a decoded protocol holds, as far as it has been decoded.
+std::string shown(const rpc_l2cp_proto& proto) {
+  std::string mac = "none";
+  if (proto.mac.rpc_l2cp_mac_t_val != nullptr) {
+    mac.assign(reinterpret_cast<char*>(proto.mac.rpc_l2cp_mac_t_val), proto.mac.rpc_l2cp_mac_t_len);
+  }
+  const auto word = [](auto value) { return static_cast<std::uint32_t>(value); };
+  return (proto.name == nullptr ? "none" : std::string(proto.name)) + readable(mac) +
+         readable(Bytes()
+                      .words({word(proto.protect), word(proto.mac.rpc_l2cp_mac_t_len)})
+                      .words({word(proto.ether_type), word(proto.sub_type)})
+                      .words({word(proto.use_count), word(proto.error)})
+                      .str());
+}
+
+TEST(Filters, ListedProtosComeInAsSingleOnesDo) {
+  const std::string longest(33, 'n');
+  for (const Bytes& bytes :
+       {bytesOfProto("LLDP"), bytesOfProto("LACP-LAMP"), bytesOfProto(""),
+        bytesOfProto(longest.c_str()), bytesOfProto((longest + "n").c_str()),
+        Bytes().word(0x80000000).text("a").words({0, 0xffffffff, 0xffffffff, 7, 0xfffffffe}),
+        Bytes().word(2).text("a").words({7, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}),
+        Bytes().words({0, 0xffffffff, 1, 2, 3, 4, 5, 6})}) {
+    for (std::size_t size = 0; size <= bytes.str().size(); ++size) {
+      const std::string cut = bytes.str().substr(0, size);
+      const Decoded single(xdr_rpc_l2cp_proto, cut);
+      const Decoded list(xdr_rpc_l2cp_proto_all, Bytes().word(1).raw(cut));
+      ASSERT_EQ(list->list.list_len, 1U);
+      EXPECT_EQ(shown(list->list.list_val[0]), shown(*single)) << size << " of " << readable(cut);
+      const Decoded whole(xdr_rpc_l2cp_proto_all, Bytes().word(1).raw(cut).word(7));
+      if (single) {
+        EXPECT_TRUE(whole);
+        EXPECT_EQ(whole->error, 7);
+        EXPECT_EQ(whole.left(), single.left());
+      }
+    }
+  }
+}
+
 TEST(Filters, ProfileListIsCountElementsError) {
   std::vector<rpc_l2cp_profile> elements(2);
   elements[0].name = text("A");
