@@ -331,6 +331,24 @@ TEST_F(NamesDuringRequests, CanBeUsedByOtherThreads) {
   EXPECT_EQ(nameLines(entity), nameLines(undisturbed));
 }
 
+TEST_F(NamesDuringRequests, CanBeRemovedAndComeBack) {
+  ASSERT_TRUE(entity.start());
+  EXPECT_EQ(entity.profileAdd("P", false, false), 0);
+  EXPECT_EQ(entity.profileProtoAdd("P", "LLDP", Rule::discard), 0);
+  EXPECT_EQ(entity.profileProtoAdd("P", "xSTP", Rule::discard), 0);
+  int removed = 0;
+  classifier.refusal = [&](const support::Request& request) {
+    const bool isAction = request.code == ACL_ADD_ACTION;
+    if (isAction && entity.PutName("l2cpPort3discard", 1000) != -1) ++removed;
+    return 0;
+  };
+  EXPECT_EQ(entity.portAttach("P", 3, 100), 0);
+  EXPECT_EQ(removed, 2);
+  EXPECT_EQ(uses("l2cpPort3discard"), 0);
+  EXPECT_EQ(uses("l2cpVlan100discard"), 3);
+  EXPECT_TRUE(entity.stop());
+}
+
 // ---- Text helpers ----
 
 TEST(Texts, OfAMacAreSixLowerCaseBytes) {
