@@ -226,12 +226,6 @@ class Reader {
     return word;
   }
 
-  bool truth(const toml::node& node, std::string_view key) const {
-    const auto value = node.value_exact<bool>();
-    if (!value) fail(node, fmt::format("\"{}\" is neither true nor false", key));
-    return *value;
-  }
-
   void readClassifier(const toml::node& node) {
     config_.classifier = oneOf(node, "classifier", classifiers);
   }

@@ -38,8 +38,8 @@ struct L2CP::Attachment {
   };
 
   const std::string& profileName;
-  unsigned int port;
-  unsigned short vid;
+  unsigned int port = 0;
+  unsigned short vid = 0;
   std::optional<Rule> rule = {};
   std::array<Counter, counterCount> counters = {};
 

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <list>
 #include <map>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -128,16 +127,17 @@ void fill(rpc_l2cp_counters& result, const L2CP::Statistics& stats) {
 template <class ListResult, class Elements>
 void replaceList(ListResult& result, const Elements& elements) {
   using Element = std::remove_reference_t<decltype(*result.list.list_val)>;
-  const std::span old(result.list.list_val, result.list.list_len);
+  Element* const old = result.list.list_val;
+  Element* const oldEnd = old == nullptr ? nullptr : old + result.list.list_len;
+  Element* nextOld = old;
   auto* const filled = elements.empty() ? nullptr : new Element[elements.size()]();
-  auto nextOld = old.begin();
   Element* next = filled;
   for (const auto& element : elements) {
-    if (nextOld != old.end()) release(*nextOld++);
+    if (nextOld != oldEnd) release(*nextOld++);
     fill(*next++, element);
   }
-  std::for_each(nextOld, old.end(), [](Element& element) { release(element); });
-  delete[] old.data();
+  while (nextOld != oldEnd) release(*nextOld++);
+  delete[] old;
   result.list = {.list_len = static_cast<u_int>(elements.size()), .list_val = filled};
 }
 
