@@ -171,7 +171,11 @@ void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>&
   plane_.setForwardedGroups(number, forwardedGroups(*link, links));
   if (port.attachment) return;
   if (const int error = plane_.setInterface(number, link->number); error != 0) {
-    detach(number, port, std::strerror(-error));
+    // Numbers are that far apart only where very many interfaces have come and gone.
+    detach(number, port,
+           error == -ENOSPC ? "the number of its interface falls together with another port's; "
+                              "make the interface anew"
+                            : std::strerror(-error));
     return;
   }
   port.interface = link->number;

@@ -98,8 +98,13 @@ static __always_inline bool isStill(const struct l2cp_port* port, __u32 generati
 /// The place of an interface's port in the map of ports, or one behind the last.
 static __always_inline __u32 placeOf(__u32 interface) {
   const __u32 index = interface % L2CP_INTERFACES;
-  const struct l2cp_interface* known = bpf_map_lookup_elem(&interfaces, &index);
-  return known && known->number == interface ? known->place : L2CP_PORTS;
+  const volatile __u64* word = bpf_map_lookup_elem(&interfaces, &index);
+  if (!word) return L2CP_PORTS;
+  const union {
+    __u64 word;
+    struct l2cp_interface interface;
+  } known = {.word = *word};
+  return known.interface.number == interface ? known.interface.place : L2CP_PORTS;
 }
 
 static __always_inline __u16 wordAt(const void* at) { return bpf_ntohs(*(const __u16*)at); }

@@ -320,6 +320,91 @@ TEST_F(Live, AnInterfaceThatIsNotThereIsSaidAndWaitedFor) {
   EXPECT_TRUE(becomes(3, state(1)));
 }
 
+// ---- Rules that change ----
+
+/// Counts the frames from the station that arrive, while others go on.
+class Tally {
+ public:
+  explicit Tally(const std::string& interface)
+      : socket_(interface), thread_([this] { gather(); }) {}
+  ~Tally() { thread_.join(); }
+  Tally(const Tally&) = delete;
+  Tally& operator=(const Tally&) = delete;
+
+  /// Waits for the last frame.
+  std::uint64_t frames() {
+    EXPECT_TRUE(eventually([&] { return ended_.load(); }));
+    return frames_;
+  }
+
+ private:
+  void gather() {
+    while (const auto frame = socket_.next()) {
+      if (*frame == last()) break;
+      frames_ += std::equal(station.begin(), station.end(), frame->begin() + 6) ? 1 : 0;
+    }
+    ended_ = true;
+  }
+
+  PacketSocket socket_;
+  std::atomic<std::uint64_t> frames_ = 0;
+  std::atomic<bool> ended_ = false;
+  std::thread thread_;
+};
+
+TEST_F(Live, EveryFrameIsCountedAsItIsTreatedWhileAProfileInServiceIsEdited) {
+  if (!start()) return;
+  const client::Control control("tcp");
+  ASSERT_EQ(service().profileAdd({.name = "P"}), RPC_L2CP_OK);
+  ASSERT_EQ(service().entryAdd("P", "LLDP", RPC_L2CP_RULE_TUNNEL), RPC_L2CP_OK);
+  ASSERT_EQ(control.vlanProfileAdd("v"), 0);
+  ASSERT_EQ(control.vlanProfileSetSvid("v", 1, 100), 0);
+  ASSERT_EQ(control.serviceProfileAdd("gold"), 0);
+  ASSERT_EQ(control.serviceProfileSetVlan("gold", "v"), 0);
+  ASSERT_EQ(control.serviceProfileSetL2cp("gold", "P"), 0);
+  ASSERT_EQ(control.serviceProfileAttach("gold", 1), 0);
+
+  Tally machine("p1");
+  Tally second("c2");
+  Tally third("c3");
+  std::atomic<bool> done = false;
+  std::atomic<std::uint64_t> sent = 0;
+  std::thread sending([&] {
+    const PacketSocket sender("c1");
+    for (; !done; ++sent) sender.send(lldp(100));
+    sender.send(last());
+  });
+  const auto moreFrames = [&] {
+    const std::uint64_t before = sent;
+    EXPECT_TRUE(eventually([&] { return sent > before + 500; }));
+  };
+  for (int cycle = 0; cycle < 10; ++cycle) {
+    moreFrames();
+    const bool discards = cycle % 2 == 0;
+    const client::Edit edit = service().profileEdit("P");
+    EXPECT_EQ(edit.error, RPC_L2CP_OK);
+    // A profile in which rules alone have changed would stay as it is.
+    EXPECT_EQ(discards ? service().entryAdd(edit.name, "CDP", RPC_L2CP_RULE_DISCARD)
+                       : service().entryDel(edit.name, "CDP"),
+              RPC_L2CP_OK);
+    EXPECT_EQ(service().entrySet(edit.name, "LLDP",
+                                 discards ? RPC_L2CP_RULE_DISCARD : RPC_L2CP_RULE_TUNNEL),
+              RPC_L2CP_OK);
+    EXPECT_EQ(service().profileOnExit("P", edit.name), RPC_L2CP_OK);
+  }
+  moreFrames();
+  done = true;
+  sending.join();
+
+  const client::Counters counted = service().portStat(1);
+  EXPECT_GT(counted.tunnel, 0U);
+  EXPECT_GT(counted.discard, 0U);
+  EXPECT_EQ(second.frames(), counted.tunnel);
+  EXPECT_EQ(third.frames(), counted.tunnel);
+  // While no profile is attached, frames pass to the bridge, which keeps them.
+  EXPECT_EQ(machine.frames(), sent - counted.tunnel - counted.discard);
+}
+
 // ---- Coming and going ----
 
 /// The numbers of the programs on p1, 0 for none.
