@@ -186,9 +186,15 @@ void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>&
 void LivePorts::attach(std::uint32_t number, Port& port) {
   const std::string file =
       config_.xdp.keep ? fmt::format("{}/{}", folder_, port.interface) : std::string();
-  const Mode mode = modeFor(port.interface, file);
-  auto made = Attachment::make(plane_.programs(), port.interface,
-                               {.mode = mode, .replacesOthers = config_.xdp.replace, .file = file});
+  Attachment::Options options{
+      .mode = modeFor(port.interface, file), .replacesOthers = config_.xdp.replace, .file = file};
+  auto made = Attachment::make(plane_.programs(), port.interface, options);
+  if (std::holds_alternative<Problem>(made) && options.mode == Mode::native &&
+      config_.xdp.mode == "auto") {
+    // Drivers have conditions of their own, such as the size of frames.
+    options.mode = Mode::generic;
+    made = Attachment::make(plane_.programs(), port.interface, options);
+  }
   if (const auto* problem = std::get_if<Problem>(&made)) {
     detach(number, port, problem->text);
     return;
@@ -196,7 +202,7 @@ void LivePorts::attach(std::uint32_t number, Port& port) {
   port.attachment.emplace(std::get<Attachment>(std::move(made)));
   port.problem.clear();
   hostlog::information("xdp", "port {}, {}: attached in {} mode", number, port.wanted.interface,
-                       text(mode));
+                       text(options.mode));
 }
 
 // The note comes once for each interface.

@@ -494,6 +494,14 @@ TEST_F(Live, GenericModeIsUsedWhereFramesWouldGetLost) {
               HasSubstr("takes no frames that are redirected in native mode"));
 }
 
+TEST_F(Live, GenericModeIsUsedWhereTheDriverRefusesTheProgram) {
+  for (const char* end : {"c1", "c2", "c3"}) ASSERT_TRUE(receiveInBulk(end)) << end;
+  // Larger than the room that a program in the driver has.
+  ip("link set c1 mtu 9000");
+  if (!start()) return;
+  EXPECT_EQ(state(1), "generic");
+}
+
 TEST_F(Live, WithoutTheRightToLoadProgramsTheDaemonSaysWhatItNeeds) {
   World::file("l2cpd.toml", config());
   const support::Run result = run({"setpriv", "--bounding-set=-all", "--inh-caps=-all",
