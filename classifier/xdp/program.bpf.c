@@ -173,10 +173,9 @@ static __always_inline bool settle(const struct l2cp_port* port, __u32 generatio
 // follow what comes after each entry for each of the entries before, for each number of tags.
 
 /// The position of the first entry that fits.
-__noinline __u32 walk(__u32 place, __u32 generation, __u64 first, __u64 second) {
-  const struct l2cp_port* port = bpf_map_lookup_elem(&ports, &place);
-  if (!port) return L2CP_ENTRIES;
-  const struct l2cp_match* const match = port->tables[generation % 2].match;
+__noinline __u32 walk(const struct l2cp_table* table, __u64 first, __u64 second) {
+  if (!table) return L2CP_ENTRIES;
+  const struct l2cp_match* const match = table->match;
   const struct key key = {.first = first, .second = second};
 #pragma clang loop unroll_count(20)
   for (__u32 position = 0; position < L2CP_ENTRIES; ++position) {
@@ -186,11 +185,10 @@ __noinline __u32 walk(__u32 place, __u32 generation, __u64 first, __u64 second) 
 }
 
 /// What becomes of the frame, or -1 if the table was replaced meanwhile.
-__noinline int decide(__u32 place, __u64 first, __u64 second) {
-  const struct l2cp_port* port = bpf_map_lookup_elem(&ports, &place);
+__noinline int decide(const struct l2cp_port* port, __u64 first, __u64 second) {
   if (!port) return L2CP_UNTOUCHED;
   const __u32 generation = generationOf(port);
-  const __u32 position = walk(place, generation, first, second);
+  const __u32 position = walk(&port->tables[generation % 2], first, second);
   if (position > L2CP_ENTRIES) return -1;
 
   const struct l2cp_outcome* outcome = &port->tables[generation % 2].outcome[position];
@@ -248,7 +246,7 @@ int l2cp_classify(struct xdp_md* context) {
   const struct key key = keyOf(frame, end);
   if (!fits(any, &key) && isStill(port, generation)) return XDP_PASS;
   for (int attempt = 0; attempt < attempts; ++attempt) {
-    switch (decide(place, key.first, key.second)) {
+    switch (decide(port, key.first, key.second)) {
       case L2CP_UNTOUCHED:
         return XDP_PASS;
       case L2CP_DISCARD:

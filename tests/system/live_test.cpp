@@ -69,6 +69,15 @@ Bytes cdp() {
       .padTo(60)
       .bytes();
 }
+Bytes cdp(std::uint16_t vlan) {
+  return FrameBuilder()
+      .ethernet(vendor, station)
+      .tag(0x8100, vlan)
+      .length(46)
+      .snap({0, 0, 0x0c}, 0x2000)
+      .padTo(64)
+      .bytes();
+}
 /// Goes to all ports whatever is attached, so what was sent before has arrived when it does.
 Bytes last() {
   return FrameBuilder().ethernet(everybody, station).etherType(0x88b5).padTo(60).bytes();
@@ -231,9 +240,11 @@ TEST_F(Live, DiscardedFramesReachNobody) {
 
 TEST_F(Live, PeeredFramesReachTheMachineAlone) {
   if (!start()) return;
+  EXPECT_EQ(send({cdp(100)}).size(), 3U);
   attach("p", RPC_L2CP_RULE_PEER);
-  EXPECT_EQ(send({lldp(), cdp(), lldp(100)}), (Arrived{{"p1", {lldp(), cdp(), lldp(100)}}}));
-  EXPECT_EQ(service().portStat(1).peer, 3U);
+  EXPECT_EQ(send({lldp(), cdp(), lldp(100), cdp(100)}),
+            (Arrived{{"p1", {lldp(), cdp(), lldp(100), cdp(100)}}}));
+  EXPECT_EQ(service().portStat(1).peer, 4U);
 }
 
 TEST_F(Live, PeeredFramesStayHereThoughTheBridgeIsToldToForwardTheirGroup) {
@@ -482,9 +493,13 @@ TEST_F(Live, NativeModeIsUsedWhereEveryPortTakesItsFrames) {
   for (const char* end : {"c1", "c2", "c3"}) ASSERT_TRUE(receiveInBulk(end)) << end;
   if (!start()) return;
   EXPECT_EQ(state(1), "native");
-  attach("t", RPC_L2CP_RULE_TUNNEL);
-  EXPECT_EQ(send({lldp(), lldp(100)}),
-            (Arrived{{"c2", {lldp(), lldp(100)}}, {"c3", {lldp(), lldp(100)}}}));
+  attach("t", RPC_L2CP_RULE_TUNNEL, 100);
+  attach("p", RPC_L2CP_RULE_PEER, 200);
+  attach("d", RPC_L2CP_RULE_DISCARD, 300);
+  EXPECT_EQ(send({lldp(100), cdp(200), cdp(300), cdp(400)}),
+            (Arrived{{"c2", {lldp(100), cdp(400)}},
+                     {"c3", {lldp(100), cdp(400)}},
+                     {"p1", {cdp(200), cdp(400)}}}));
 }
 
 TEST_F(Live, GenericModeIsUsedWhereFramesWouldGetLost) {
