@@ -37,6 +37,12 @@ std::uint16_t forwardedGroups(const Link& link, const std::vector<Link>& links) 
   return static_cast<std::uint16_t>(link.forwardedGroups | bridge->forwardedGroups | spanningTree);
 }
 
+const Link* linkNamed(const std::string& name, const std::vector<Link>& links) {
+  const auto found = std::find_if(links.begin(), links.end(),
+                                  [&](const Link& candidate) { return candidate.name == name; });
+  return found != links.end() ? &*found : nullptr;
+}
+
 bool isMounted(const char* folder) {
   constexpr auto bpfFileSystem = 0xcafe4a11;
   struct statfs found {};
@@ -143,12 +149,12 @@ void LivePorts::followConfig() {
 
 void LivePorts::followLinks() {
   const std::vector<Link> links = classifier::xdp::links();
-  // Interfaces may have exchanged their names.
+  // There is always loopback: the kernel has not answered.
+  if (links.empty()) return;
+  // All of them first: interfaces may have exchanged their names.
   for (auto& [number, port] : ports_) {
-    const auto link = std::find_if(links.begin(), links.end(), [&](const Link& candidate) {
-      return candidate.name == port.wanted.interface;
-    });
-    if (port.interface != 0 && (link == links.end() || link->number != port.interface)) {
+    const Link* link = linkNamed(port.wanted.interface, links);
+    if (port.interface != 0 && (link == nullptr || link->number != port.interface)) {
       detach(number, port, noInterface);
     }
   }
@@ -158,10 +164,8 @@ void LivePorts::followLinks() {
 }
 
 void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>& links) {
-  const auto link = std::find_if(links.begin(), links.end(), [&](const Link& candidate) {
-    return candidate.name == port.wanted.interface;
-  });
-  if (link == links.end()) {
+  const Link* link = linkNamed(port.wanted.interface, links);
+  if (link == nullptr) {
     if (port.problem.empty()) {
       hostlog::warning("xdp", "port {}, {}: {}", number, port.wanted.interface, noInterface);
     }
