@@ -3,7 +3,7 @@
 # What `make test` builds and tests: any of release, asan (with UBSan), tsan.
 PRESETS ?= release asan tsan
 JOBS ?= $(shell nproc)
-sources = $(shell git ls-files '*.cpp' '*.h')
+sources = $(shell git ls-files '*.cpp' '*.h' '*.bpf.c')
 
 .DEFAULT_GOAL := build
 .PHONY: build setup demo lab test test-% bench format check-format lint install packages check-packages clean help

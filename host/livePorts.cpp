@@ -37,6 +37,12 @@ std::uint16_t forwardedGroups(const Link& link, const std::vector<Link>& links) 
   return static_cast<std::uint16_t>(link.forwardedGroups | bridge->forwardedGroups | spanningTree);
 }
 
+const Link* linkNamed(const std::string& name, const std::vector<Link>& links) {
+  const auto found = std::find_if(links.begin(), links.end(),
+                                  [&](const Link& candidate) { return candidate.name == name; });
+  return found != links.end() ? &*found : nullptr;
+}
+
 bool isMounted(const char* folder) {
   constexpr auto bpfFileSystem = 0xcafe4a11;
   struct statfs found {};
@@ -143,12 +149,12 @@ void LivePorts::followConfig() {
 
 void LivePorts::followLinks() {
   const std::vector<Link> links = classifier::xdp::links();
-  // Interfaces may have exchanged their names.
+  // There is always loopback: the kernel has not answered.
+  if (links.empty()) return;
+  // All of them first: interfaces may have exchanged their names.
   for (auto& [number, port] : ports_) {
-    const auto link = std::find_if(links.begin(), links.end(), [&](const Link& candidate) {
-      return candidate.name == port.wanted.interface;
-    });
-    if (port.interface != 0 && (link == links.end() || link->number != port.interface)) {
+    const Link* link = linkNamed(port.wanted.interface, links);
+    if (port.interface != 0 && (link == nullptr || link->number != port.interface)) {
       detach(number, port, noInterface);
     }
   }
@@ -158,10 +164,8 @@ void LivePorts::followLinks() {
 }
 
 void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>& links) {
-  const auto link = std::find_if(links.begin(), links.end(), [&](const Link& candidate) {
-    return candidate.name == port.wanted.interface;
-  });
-  if (link == links.end()) {
+  const Link* link = linkNamed(port.wanted.interface, links);
+  if (link == nullptr) {
     if (port.problem.empty()) {
       hostlog::warning("xdp", "port {}, {}: {}", number, port.wanted.interface, noInterface);
     }
@@ -171,7 +175,11 @@ void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>&
   plane_.setForwardedGroups(number, forwardedGroups(*link, links));
   if (port.attachment) return;
   if (const int error = plane_.setInterface(number, link->number); error != 0) {
-    detach(number, port, std::strerror(-error));
+    // Numbers are that far apart only where very many interfaces have come and gone.
+    detach(number, port,
+           error == -ENOSPC ? "the number of its interface falls together with another port's; "
+                              "make the interface anew"
+                            : std::strerror(-error));
     return;
   }
   port.interface = link->number;
@@ -182,9 +190,15 @@ void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>&
 void LivePorts::attach(std::uint32_t number, Port& port) {
   const std::string file =
       config_.xdp.keep ? fmt::format("{}/{}", folder_, port.interface) : std::string();
-  const Mode mode = modeFor(port.interface, file);
-  auto made = Attachment::make(plane_.programs(), port.interface,
-                               {.mode = mode, .replacesOthers = config_.xdp.replace, .file = file});
+  Attachment::Options options{
+      .mode = modeFor(port.interface, file), .replacesOthers = config_.xdp.replace, .file = file};
+  auto made = Attachment::make(plane_.programs(), port.interface, options);
+  if (std::holds_alternative<Problem>(made) && options.mode == Mode::native &&
+      config_.xdp.mode == "auto") {
+    // Drivers have conditions of their own, such as the size of frames.
+    options.mode = Mode::generic;
+    made = Attachment::make(plane_.programs(), port.interface, options);
+  }
   if (const auto* problem = std::get_if<Problem>(&made)) {
     detach(number, port, problem->text);
     return;
@@ -192,7 +206,7 @@ void LivePorts::attach(std::uint32_t number, Port& port) {
   port.attachment.emplace(std::get<Attachment>(std::move(made)));
   port.problem.clear();
   hostlog::information("xdp", "port {}, {}: attached in {} mode", number, port.wanted.interface,
-                       text(mode));
+                       text(options.mode));
 }
 
 // The note comes once for each interface.

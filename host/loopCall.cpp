@@ -25,7 +25,7 @@ int newEvent() {
 
 // Whether there was something. That the sender had to leave something out says so, too.
 bool drain(int descriptor) {
-  std::array<std::byte, 4096> bytes;
+  std::array<std::byte, 4096> bytes{};
   bool any = false;
   for (;;) {
     if (read(descriptor, bytes.data(), bytes.size()) <= 0 && errno != ENOBUFS) return any;

@@ -61,6 +61,7 @@ static inline __u64 l2cpDestination(__u64 firstBytes) {
 }
 
 /// The bit of a destination that tells groups from individuals.
+// NOLINTNEXTLINE(modernize-redundant-void-arg): the header is one of C, too
 static inline __u64 l2cpGroupBit(void) {
 #if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
   return 1;

@@ -223,10 +223,11 @@ int watch(int protocol, std::uint32_t group) {
 std::vector<Link> links() {
   std::vector<Link> all;
   const ifinfomsg fixed{};
-  Socket(NETLINK_ROUTE).ask(message(RTM_GETLINK, NLM_F_DUMP, fixed), [&](Bytes contents) {
-    all.push_back(readLink(contents));
-  });
-  return all;
+  const bool isComplete =
+      Socket(NETLINK_ROUTE).ask(message(RTM_GETLINK, NLM_F_DUMP, fixed), [&](Bytes contents) {
+        all.push_back(readLink(contents));
+      });
+  return isComplete ? all : std::vector<Link>();
 }
 
 std::optional<XdpFeatures> xdpFeatures(std::uint32_t interface) {

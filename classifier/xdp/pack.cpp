@@ -129,7 +129,8 @@ l2cp_match common(std::span<const l2cp_match> matches, std::uint64_t groupBit) {
 }  // namespace
 
 int pack(const Rules& rules, PackedTable& packed, const PlaceOf& placeOf) {
-  auto& [count, table] = packed;
+  std::uint32_t& count = packed.count;
+  l2cp_table& table = packed.table;
   const auto last = std::find_if_not(rules.rbegin(), rules.rend(),
                                      [](const auto& rule) { return doesNothing(*rule); });
   count = 0;

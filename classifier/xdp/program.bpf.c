@@ -98,8 +98,13 @@ static __always_inline bool isStill(const struct l2cp_port* port, __u32 generati
 /// The place of an interface's port in the map of ports, or one behind the last.
 static __always_inline __u32 placeOf(__u32 interface) {
   const __u32 index = interface % L2CP_INTERFACES;
-  const struct l2cp_interface* known = bpf_map_lookup_elem(&interfaces, &index);
-  return known && known->number == interface ? known->place : L2CP_PORTS;
+  const volatile __u64* word = bpf_map_lookup_elem(&interfaces, &index);
+  if (!word) return L2CP_PORTS;
+  const union {
+    __u64 word;
+    struct l2cp_interface interface;
+  } known = {.word = *word};
+  return known.interface.number == interface ? known.interface.place : L2CP_PORTS;
 }
 
 static __always_inline __u16 wordAt(const void* at) { return bpf_ntohs(*(const __u16*)at); }
@@ -168,10 +173,9 @@ static __always_inline bool settle(const struct l2cp_port* port, __u32 generatio
 // follow what comes after each entry for each of the entries before, for each number of tags.
 
 /// The position of the first entry that fits.
-__noinline __u32 walk(__u32 place, __u32 generation, __u64 first, __u64 second) {
-  const struct l2cp_port* port = bpf_map_lookup_elem(&ports, &place);
-  if (!port) return L2CP_ENTRIES;
-  const struct l2cp_match* const match = port->tables[generation % 2].match;
+__noinline __u32 walk(const struct l2cp_table* table, __u64 first, __u64 second) {
+  if (!table) return L2CP_ENTRIES;
+  const struct l2cp_match* const match = table->match;
   const struct key key = {.first = first, .second = second};
 #pragma clang loop unroll_count(20)
   for (__u32 position = 0; position < L2CP_ENTRIES; ++position) {
@@ -181,11 +185,10 @@ __noinline __u32 walk(__u32 place, __u32 generation, __u64 first, __u64 second) 
 }
 
 /// What becomes of the frame, or -1 if the table was replaced meanwhile.
-__noinline int decide(__u32 place, __u64 first, __u64 second) {
-  const struct l2cp_port* port = bpf_map_lookup_elem(&ports, &place);
+__noinline int decide(const struct l2cp_port* port, __u64 first, __u64 second) {
   if (!port) return L2CP_UNTOUCHED;
   const __u32 generation = generationOf(port);
-  const __u32 position = walk(place, generation, first, second);
+  const __u32 position = walk(&port->tables[generation % 2], first, second);
   if (position > L2CP_ENTRIES) return -1;
 
   const struct l2cp_outcome* outcome = &port->tables[generation % 2].outcome[position];
@@ -243,7 +246,7 @@ int l2cp_classify(struct xdp_md* context) {
   const struct key key = keyOf(frame, end);
   if (!fits(any, &key) && isStill(port, generation)) return XDP_PASS;
   for (int attempt = 0; attempt < attempts; ++attempt) {
-    switch (decide(place, key.first, key.second)) {
+    switch (decide(port, key.first, key.second)) {
       case L2CP_UNTOUCHED:
         return XDP_PASS;
       case L2CP_DISCARD:

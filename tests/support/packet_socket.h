@@ -32,6 +32,8 @@ class PacketSocket {
     address.sll_protocol = htons(ETH_P_ALL);
     address.sll_ifindex = static_cast<int>(if_nametoindex(interface.c_str()));
     const int on = 1;
+    const int buffer = 256 << 20;
+    setsockopt(descriptor_.get(), SOL_SOCKET, SO_RCVBUFFORCE, &buffer, sizeof buffer);
     if (address.sll_ifindex == 0 ||
         bind(descriptor_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         setsockopt(descriptor_.get(), SOL_PACKET, PACKET_AUXDATA, &on, sizeof on) != 0) {

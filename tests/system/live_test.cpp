@@ -69,6 +69,15 @@ Bytes cdp() {
       .padTo(60)
       .bytes();
 }
+Bytes cdp(std::uint16_t vlan) {
+  return FrameBuilder()
+      .ethernet(vendor, station)
+      .tag(0x8100, vlan)
+      .length(46)
+      .snap({0, 0, 0x0c}, 0x2000)
+      .padTo(64)
+      .bytes();
+}
 /// Goes to all ports whatever is attached, so what was sent before has arrived when it does.
 Bytes last() {
   return FrameBuilder().ethernet(everybody, station).etherType(0x88b5).padTo(60).bytes();
@@ -231,9 +240,11 @@ TEST_F(Live, DiscardedFramesReachNobody) {
 
 TEST_F(Live, PeeredFramesReachTheMachineAlone) {
   if (!start()) return;
+  EXPECT_EQ(send({cdp(100)}).size(), 3U);
   attach("p", RPC_L2CP_RULE_PEER);
-  EXPECT_EQ(send({lldp(), cdp(), lldp(100)}), (Arrived{{"p1", {lldp(), cdp(), lldp(100)}}}));
-  EXPECT_EQ(service().portStat(1).peer, 3U);
+  EXPECT_EQ(send({lldp(), cdp(), lldp(100), cdp(100)}),
+            (Arrived{{"p1", {lldp(), cdp(), lldp(100), cdp(100)}}}));
+  EXPECT_EQ(service().portStat(1).peer, 4U);
 }
 
 TEST_F(Live, PeeredFramesStayHereThoughTheBridgeIsToldToForwardTheirGroup) {
@@ -320,6 +331,91 @@ TEST_F(Live, AnInterfaceThatIsNotThereIsSaidAndWaitedFor) {
   EXPECT_TRUE(becomes(3, state(1)));
 }
 
+// ---- Rules that change ----
+
+/// Counts the frames from the station that arrive, while others go on.
+class Tally {
+ public:
+  explicit Tally(const std::string& interface)
+      : socket_(interface), thread_([this] { gather(); }) {}
+  ~Tally() { thread_.join(); }
+  Tally(const Tally&) = delete;
+  Tally& operator=(const Tally&) = delete;
+
+  /// Waits for the last frame.
+  std::uint64_t frames() {
+    EXPECT_TRUE(eventually([&] { return ended_.load(); }));
+    return frames_;
+  }
+
+ private:
+  void gather() {
+    while (const auto frame = socket_.next()) {
+      if (*frame == last()) break;
+      frames_ += std::equal(station.begin(), station.end(), frame->begin() + 6) ? 1 : 0;
+    }
+    ended_ = true;
+  }
+
+  PacketSocket socket_;
+  std::atomic<std::uint64_t> frames_ = 0;
+  std::atomic<bool> ended_ = false;
+  std::thread thread_;
+};
+
+TEST_F(Live, EveryFrameIsCountedAsItIsTreatedWhileAProfileInServiceIsEdited) {
+  if (!start()) return;
+  const client::Control control("tcp");
+  ASSERT_EQ(service().profileAdd({.name = "P"}), RPC_L2CP_OK);
+  ASSERT_EQ(service().entryAdd("P", "LLDP", RPC_L2CP_RULE_TUNNEL), RPC_L2CP_OK);
+  ASSERT_EQ(control.vlanProfileAdd("v"), 0);
+  ASSERT_EQ(control.vlanProfileSetSvid("v", 1, 100), 0);
+  ASSERT_EQ(control.serviceProfileAdd("gold"), 0);
+  ASSERT_EQ(control.serviceProfileSetVlan("gold", "v"), 0);
+  ASSERT_EQ(control.serviceProfileSetL2cp("gold", "P"), 0);
+  ASSERT_EQ(control.serviceProfileAttach("gold", 1), 0);
+
+  Tally machine("p1");
+  Tally second("c2");
+  Tally third("c3");
+  std::atomic<bool> done = false;
+  std::atomic<std::uint64_t> sent = 0;
+  std::thread sending([&] {
+    const PacketSocket sender("c1");
+    for (; !done; ++sent) sender.send(lldp(100));
+    sender.send(last());
+  });
+  const auto moreFrames = [&] {
+    const std::uint64_t before = sent;
+    EXPECT_TRUE(eventually([&] { return sent > before + 500; }));
+  };
+  for (int cycle = 0; cycle < 10; ++cycle) {
+    moreFrames();
+    const bool discards = cycle % 2 == 0;
+    const client::Edit edit = service().profileEdit("P");
+    EXPECT_EQ(edit.error, RPC_L2CP_OK);
+    // A profile in which rules alone have changed would stay as it is.
+    EXPECT_EQ(discards ? service().entryAdd(edit.name, "CDP", RPC_L2CP_RULE_DISCARD)
+                       : service().entryDel(edit.name, "CDP"),
+              RPC_L2CP_OK);
+    EXPECT_EQ(service().entrySet(edit.name, "LLDP",
+                                 discards ? RPC_L2CP_RULE_DISCARD : RPC_L2CP_RULE_TUNNEL),
+              RPC_L2CP_OK);
+    EXPECT_EQ(service().profileOnExit("P", edit.name), RPC_L2CP_OK);
+  }
+  moreFrames();
+  done = true;
+  sending.join();
+
+  const client::Counters counted = service().portStat(1);
+  EXPECT_GT(counted.tunnel, 0U);
+  EXPECT_GT(counted.discard, 0U);
+  EXPECT_EQ(second.frames(), counted.tunnel);
+  EXPECT_EQ(third.frames(), counted.tunnel);
+  // While no profile is attached, frames pass to the bridge, which keeps them.
+  EXPECT_EQ(machine.frames(), sent - counted.tunnel - counted.discard);
+}
+
 // ---- Coming and going ----
 
 /// The numbers of the programs on p1, 0 for none.
@@ -397,9 +493,13 @@ TEST_F(Live, NativeModeIsUsedWhereEveryPortTakesItsFrames) {
   for (const char* end : {"c1", "c2", "c3"}) ASSERT_TRUE(receiveInBulk(end)) << end;
   if (!start()) return;
   EXPECT_EQ(state(1), "native");
-  attach("t", RPC_L2CP_RULE_TUNNEL);
-  EXPECT_EQ(send({lldp(), lldp(100)}),
-            (Arrived{{"c2", {lldp(), lldp(100)}}, {"c3", {lldp(), lldp(100)}}}));
+  attach("t", RPC_L2CP_RULE_TUNNEL, 100);
+  attach("p", RPC_L2CP_RULE_PEER, 200);
+  attach("d", RPC_L2CP_RULE_DISCARD, 300);
+  EXPECT_EQ(send({lldp(100), cdp(200), cdp(300), cdp(400)}),
+            (Arrived{{"c2", {lldp(100), cdp(400)}},
+                     {"c3", {lldp(100), cdp(400)}},
+                     {"p1", {cdp(200), cdp(400)}}}));
 }
 
 TEST_F(Live, GenericModeIsUsedWhereFramesWouldGetLost) {
@@ -407,6 +507,14 @@ TEST_F(Live, GenericModeIsUsedWhereFramesWouldGetLost) {
   EXPECT_EQ(state(1), "generic");
   EXPECT_THAT(world().daemon().output().text(),
               HasSubstr("takes no frames that are redirected in native mode"));
+}
+
+TEST_F(Live, GenericModeIsUsedWhereTheDriverRefusesTheProgram) {
+  for (const char* end : {"c1", "c2", "c3"}) ASSERT_TRUE(receiveInBulk(end)) << end;
+  // Larger than the room that a program in the driver has.
+  ip("link set c1 mtu 9000");
+  if (!start()) return;
+  EXPECT_EQ(state(1), "generic");
 }
 
 TEST_F(Live, WithoutTheRightToLoadProgramsTheDaemonSaysWhatItNeeds) {
