@@ -14,11 +14,11 @@ namespace {
 
 constexpr std::string_view helpWord = "help";
 
-const Noun* const nouns[] = {&protocolNoun,    &profileNoun,       &attachNoun, &detachNoun,
-                             &portNoun,        &vlanNoun,          &feedNoun,   &explainNoun,
-                             &watchNoun,       &metricsNoun,       &checkNoun,  &serviceProfileNoun,
-                             &vlanProfileNoun, &runningConfigNoun, &loadNoun,   &diffNoun,
-                             &applyNoun,       &daemonNoun,        &completeNoun};
+const Noun* const nouns[] = {
+    &protocolNoun, &profileNoun,        &attachNoun,      &detachNoun,        &portNoun,
+    &vlanNoun,     &feedNoun,           &explainNoun,     &watchNoun,         &metricsNoun,
+    &checkNoun,    &serviceProfileNoun, &vlanProfileNoun, &runningConfigNoun, &loadNoun,
+    &diffNoun,     &applyNoun,          &daemonNoun,      &completeNoun};
 
 bool beginsWith(const Command& command, std::string_view words) {
   return words.empty() || command.name == words ||

@@ -230,8 +230,8 @@ class CounterPlaces : public testing::Test {
 };
 
 TEST_F(CounterPlaces, AreOnePerCounterAndNeverTheFirst) {
-  Counter first{Name("first")};
-  Counter second{Name("second")};
+  Counter first{classifier::Name("first")};
+  Counter second{classifier::Name("second")};
   const auto place = counters->placeOf(first);
   EXPECT_EQ(counters->placeOf(first), place);
   EXPECT_NE(counters->placeOf(second), place);
@@ -239,7 +239,7 @@ TEST_F(CounterPlaces, AreOnePerCounterAndNeverTheFirst) {
 }
 
 TEST_F(CounterPlaces, AreSummedOverTheProcessors) {
-  Counter counter{Name("c")};
+  Counter counter{classifier::Name("c")};
   counter.value = 5;
   const std::uint32_t place = *counters->placeOf(counter);
   values[0].value[place] = 1ULL << 40;
@@ -251,10 +251,10 @@ TEST_F(CounterPlaces, AreSummedOverTheProcessors) {
 TEST_F(CounterPlaces, EndAndBeginAgainAtZero) {
   std::vector<std::unique_ptr<Counter>> all;
   for (std::uint32_t i = 1; i < L2CP_COUNTERS; ++i) {
-    all.push_back(std::make_unique<Counter>(Name("c")));
+    all.push_back(std::make_unique<Counter>(classifier::Name("c")));
     ASSERT_TRUE(counters->placeOf(*all.back()));
   }
-  Counter late{Name("late")};
+  Counter late{classifier::Name("late")};
   EXPECT_EQ(counters->placeOf(late), std::nullopt);
 
   const std::uint32_t place = *counters->placeOf(*all[77]);
@@ -266,7 +266,7 @@ TEST_F(CounterPlaces, EndAndBeginAgainAtZero) {
 }
 
 TEST_F(CounterPlaces, OutliveWhoMadeThem) {
-  Counter counter{Name("c")};
+  Counter counter{classifier::Name("c")};
   const std::uint32_t place = *counters->placeOf(counter);
   values[0].value[place] = 3;
   counters.reset();

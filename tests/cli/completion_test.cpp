@@ -94,7 +94,7 @@ TEST(CommandCompletion, SuggestsKeywordsThatCanStandThere) {
 }
 
 TEST(CommandCompletion, SuggestsOptionsAndWhatTheyTake) {
-  EXPECT_THAT(commands({}, "--c"), ElementsAre("--color"));
+  EXPECT_THAT(commands({}, "--col"), ElementsAre("--color"));
   EXPECT_THAT(commands({}, "-j"), ElementsAre("-j"));
   EXPECT_THAT(commands({"profile"}, "-"), Contains("--json"));
   EXPECT_THAT(commands({"--color"}), ElementsAre("auto", "always", "never"));

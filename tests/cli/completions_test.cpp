@@ -66,7 +66,7 @@ class Completions : public DaemonTest {
 };
 
 TEST_F(Completions, InBashAreWordsOptionsAndLiveNames) {
-  EXPECT_EQ(bash({"l2cpctl pro", "l2cpctl prof rule ", "l2cpctl -j vlan ", "l2cpctl --c",
+  EXPECT_EQ(bash({"l2cpctl pro", "l2cpctl prof rule ", "l2cpctl -j vlan ", "l2cpctl --col",
                   "l2cpctl --color=al", "l2cpctl profile show m", "l2cpctl attach x port 3 "}),
             "[protocol][profile]\n"
             "[add][set][delete][clear][list][show]\n"
