@@ -168,7 +168,7 @@ class Daemon {
     settings_.setUp();
     if (settings_.config().classifier == "xdp") {
       livePorts_.emplace(classifier::tableOf(bridge), settings_.config());
-      settings_.onPorts([this] { livePorts_->followConfig(); });
+      settings_.onPorts([this] { return livePorts_->followConfig(); });
     }
     configureControlService(settings_, livePorts_ ? &*livePorts_ : nullptr);
     // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): the framework takes it over

@@ -110,10 +110,12 @@ std::string LivePorts::addPort(std::uint32_t number, const Config::Port& wanted)
                        static_cast<int>(L2CP_PORTS));
   }
   if (error != 0) return fmt::format("port {}: {}", number, std::strerror(-error));
-  ports_.emplace(number, Port{.wanted = wanted});
   if (const int refused = table_.refresh(number); refused != 0) {
-    hostlog::error("xdp", "port {}: its rules do not fit: {}", number, std::strerror(-refused));
+    plane_.removePort(number);
+    return fmt::format("port {}: its rules do not fit the classifier \"xdp\": {}", number,
+                       std::strerror(-refused));
   }
+  ports_.emplace(number, Port{.wanted = wanted});
   return {};
 }
 
@@ -125,7 +127,8 @@ void LivePorts::removePort(std::uint32_t number) {
   ports_.erase(known);
 }
 
-void LivePorts::followConfig() {
+std::vector<std::string> LivePorts::followConfig() {
+  std::vector<std::string> problems;
   std::vector<std::uint32_t> gone;
   for (auto& [number, port] : ports_) {
     const auto wanted = config_.ports.find(number);
@@ -134,7 +137,7 @@ void LivePorts::followConfig() {
     } else if (wanted->second != port.wanted) {
       port.wanted = wanted->second;
       if (const int error = plane_.setVlans(number, vlansOf(port.wanted)); error != 0) {
-        hostlog::error("xdp", "port {}: its VLANs: {}", number, std::strerror(-error));
+        problems.push_back(fmt::format("port {}: its VLANs: {}", number, std::strerror(-error)));
       }
     }
   }
@@ -142,9 +145,10 @@ void LivePorts::followConfig() {
   for (const auto& [number, port] : config_.ports) {
     if (port.interface.empty() || ports_.contains(number)) continue;
     const std::string problem = addPort(number, port);
-    if (!problem.empty()) hostlog::error("xdp", "{}", problem);
+    if (!problem.empty()) problems.push_back(problem);
   }
   followLinks();
+  return problems;
 }
 
 void LivePorts::followLinks() {

@@ -36,8 +36,9 @@ class LivePorts {
   /// Has each port on the interface that has its name now. The first call attaches the programs.
   void followLinks();
 
-  /// Follows the ports of the configuration, which it was made with, after they have changed.
-  void followConfig();
+  /// Follows the ports of the configuration, which it was made with, after they have changed. Says
+  /// which of them it cannot take.
+  std::vector<std::string> followConfig();
 
   /// In ascending order.
   std::vector<State> states() const;

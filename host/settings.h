@@ -3,6 +3,7 @@
 #include <functional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "host/config.h"
 
@@ -18,8 +19,10 @@ class Settings {
   /// Makes the profiles that the file names. To be called while there are none.
   void setUp();
 
-  /// Called after a reload that changed the ports, on the thread of the RPC loop.
-  void onPorts(std::function<void()> follow) { followPorts_ = std::move(follow); }
+  /// Called after a reload that changed the ports, on the thread of the RPC loop. Says what of them
+  /// is not in force.
+  using FollowPorts = std::function<std::vector<std::string>()>;
+  void onPorts(FollowPorts follow) { followPorts_ = std::move(follow); }
 
   /// Reads the file again and puts in force what has changed. The service manager is told that this
   /// begins and ends; the log, what became of it. A file that cannot be used changes nothing.
@@ -33,7 +36,7 @@ class Settings {
 
   std::string file_;
   Config config_;
-  std::function<void()> followPorts_ = [] {};
+  FollowPorts followPorts_ = [] { return std::vector<std::string>(); };
 };
 
 /// What the service manager shows while requests are served.

@@ -203,7 +203,7 @@ class Live : public WorldTest {
   }
 
   static std::string state(unsigned port) {
-    for (const client::LivePort& live : client::Control("udp").livePorts()) {
+    for (const client::LivePort& live : client::Control("tcp").livePorts()) {
       if (live.number == port) return live.state;
     }
     return "no such port";
@@ -515,6 +515,26 @@ TEST_F(Live, GenericModeIsUsedWhereTheDriverRefusesTheProgram) {
   ip("link set c1 mtu 9000");
   if (!start()) return;
   EXPECT_EQ(state(1), "generic");
+}
+
+TEST_F(Live, APortTooManyIsRefusedAtTheStartAndLeftOutLater) {
+  std::string most = "classifier = \"xdp\"\n";
+  for (int i = 1; i <= 256; ++i) {
+    const std::string number = std::to_string(i);
+    most += "[[port]]\nnumber = " + number + "\ninterface = \"p" + number + "\"\n";
+  }
+  const std::string oneMore = most + "[[port]]\nnumber = 257\ninterface = \"p257\"\n";
+  const char* problem = "port 257: the classifier \"xdp\" holds 256 ports with an interface";
+
+  if (!start(most)) return;
+  World::file("l2cpd.toml", oneMore);
+  EXPECT_EQ(client::Control("udp").reload(), problem);
+  EXPECT_EQ(state(257), "no such port");
+  EXPECT_EQ(state(256), "there is no such interface");
+  stop();
+  const support::Process& refused = world().startDaemon({"-c", configPath}, false);
+  EXPECT_TRUE(refused.output().waitForEnd());
+  EXPECT_THAT(refused.output().text(), HasSubstr(problem));
 }
 
 TEST_F(Live, WithoutTheRightToLoadProgramsTheDaemonSaysWhatItNeeds) {
