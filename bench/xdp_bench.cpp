@@ -53,9 +53,13 @@ bench::Nanoseconds run(int program, const Bytes& frame) {
   xdp_md context{};
   context.data_end = static_cast<std::uint32_t>(frame.size());
   context.ingress_ifindex = loopback;
-  LIBBPF_OPTS(bpf_test_run_opts, options, .data_in = frame.data(),
-              .data_size_in = static_cast<std::uint32_t>(frame.size()), .ctx_in = &context,
-              .ctx_size_in = sizeof context, .repeat = static_cast<int>(framesPerRound));
+  bpf_test_run_opts options{};
+  options.sz = sizeof options;
+  options.data_in = frame.data();
+  options.data_size_in = static_cast<std::uint32_t>(frame.size());
+  options.ctx_in = &context;
+  options.ctx_size_in = sizeof context;
+  options.repeat = static_cast<int>(framesPerRound);
   const bench::Nanoseconds begin = processorTime();
   if (bpf_prog_test_run_opts(program, &options) != 0) std::perror("test run");
   return (processorTime() - begin) / framesPerRound;

@@ -20,7 +20,8 @@ std::uint32_t flagOf(Mode mode) {
 /// Removes whatever program is there. Those that a link holds go with their owner alone.
 int removeOthers(std::uint32_t interface) {
   const int number = static_cast<int>(interface);
-  LIBBPF_OPTS(bpf_xdp_query_opts, found);
+  bpf_xdp_query_opts found{};
+  found.sz = sizeof found;
   if (const int error = bpf_xdp_query(number, 0, &found); error != 0) return error;
   for (const auto& [program, flag] : {std::pair(found.drv_prog_id, XDP_FLAGS_DRV_MODE),
                                       std::pair(found.skb_prog_id, XDP_FLAGS_SKB_MODE)}) {
@@ -31,7 +32,9 @@ int removeOthers(std::uint32_t interface) {
 }
 
 int createLink(int program, std::uint32_t interface, Mode mode) {
-  LIBBPF_OPTS(bpf_link_create_opts, options, .flags = flagOf(mode));
+  bpf_link_create_opts options{};
+  options.sz = sizeof options;
+  options.flags = flagOf(mode);
   return bpf_link_create(program, static_cast<int>(interface), BPF_XDP, &options);
 }
 
@@ -53,7 +56,8 @@ std::optional<Mode> modeOf(int link, std::uint32_t interface) {
       info.xdp.ifindex != interface) {
     return std::nullopt;
   }
-  LIBBPF_OPTS(bpf_xdp_query_opts, found);
+  bpf_xdp_query_opts found{};
+  found.sz = sizeof found;
   if (bpf_xdp_query(static_cast<int>(interface), 0, &found) != 0) return std::nullopt;
   if (found.drv_prog_id == info.prog_id) return Mode::native;
   if (found.skb_prog_id == info.prog_id) return Mode::generic;
@@ -65,20 +69,31 @@ constexpr std::uint32_t filterHandle = 1;
 constexpr std::uint32_t filterPriority = 0x4c32;
 
 int addFilter(int program, std::uint32_t interface) {
-  LIBBPF_OPTS(bpf_tc_hook, hook, .ifindex = static_cast<int>(interface),
-              .attach_point = BPF_TC_INGRESS);
+  bpf_tc_hook hook{};
+  hook.sz = sizeof hook;
+  hook.ifindex = static_cast<int>(interface);
+  hook.attach_point = BPF_TC_INGRESS;
   const int error = bpf_tc_hook_create(&hook);
   if (error != 0 && error != -EEXIST) return error;
-  LIBBPF_OPTS(bpf_tc_opts, options, .prog_fd = program, .flags = BPF_TC_F_REPLACE,
-              .handle = filterHandle, .priority = filterPriority);
+  bpf_tc_opts options{};
+  options.sz = sizeof options;
+  options.prog_fd = program;
+  options.flags = BPF_TC_F_REPLACE;
+  options.handle = filterHandle;
+  options.priority = filterPriority;
   return bpf_tc_attach(&hook, &options);
 }
 
 // The hook stays: others may use it. Where the interface has gone there is nothing to remove.
 void removeFilter(std::uint32_t interface) {
-  LIBBPF_OPTS(bpf_tc_hook, hook, .ifindex = static_cast<int>(interface),
-              .attach_point = BPF_TC_INGRESS);
-  LIBBPF_OPTS(bpf_tc_opts, options, .handle = filterHandle, .priority = filterPriority);
+  bpf_tc_hook hook{};
+  hook.sz = sizeof hook;
+  hook.ifindex = static_cast<int>(interface);
+  hook.attach_point = BPF_TC_INGRESS;
+  bpf_tc_opts options{};
+  options.sz = sizeof options;
+  options.handle = filterHandle;
+  options.priority = filterPriority;
   bpf_tc_detach(&hook, &options);
 }
 

@@ -44,10 +44,16 @@ class Kernel {
     xdp_md context{};
     context.data_end = static_cast<std::uint32_t>(frame.size());
     context.ingress_ifindex = interface;
-    LIBBPF_OPTS(bpf_test_run_opts, run, .data_in = frame.data(), .data_out = result.data(),
-                .data_size_in = static_cast<std::uint32_t>(frame.size()),
-                .data_size_out = static_cast<std::uint32_t>(result.size()), .ctx_in = &context,
-                .ctx_out = &context, .ctx_size_in = sizeof context, .ctx_size_out = sizeof context);
+    bpf_test_run_opts run{};
+    run.sz = sizeof run;
+    run.data_in = frame.data();
+    run.data_out = result.data();
+    run.data_size_in = static_cast<std::uint32_t>(frame.size());
+    run.data_size_out = static_cast<std::uint32_t>(result.size());
+    run.ctx_in = &context;
+    run.ctx_out = &context;
+    run.ctx_size_in = sizeof context;
+    run.ctx_size_out = sizeof context;
     const int error = bpf_prog_test_run_opts(plane.programs().classify, &run);
     EXPECT_EQ(error, 0);
     // What stands before the frame is handed out, too.
