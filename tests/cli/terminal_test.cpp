@@ -135,7 +135,6 @@ class Terminal {
 constexpr const char* top = "l2cp# ";
 constexpr const char* configuration = "l2cp(config)# ";
 constexpr const char* inGold = "l2cp(config-l2cp-profile gold)# ";
-constexpr const char* enter = "\r";
 
 class ShellOnTerminal : public DaemonTest {
  protected:
