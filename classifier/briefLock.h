@@ -6,9 +6,10 @@
 
 namespace classifier {
 
-/// A lock for what takes less time than a system call. Giving it back is a plain store: the second
-/// atomic exchange, which a mutex needs to know of waiters, would cost a request a tenth of its
-/// time. So nobody is woken; whoever finds the lock taken asks again, soon and then now and then.
+/// A lock for what hardly ever takes longer than a system call. Giving it back is a plain store:
+/// the second atomic exchange, which a mutex needs to know of waiters, would cost a request a tenth
+/// of its time. So nobody is woken; whoever finds the lock taken asks again, soon and then now and
+/// then.
 class BriefLock {
  public:
   void lock() {

@@ -240,10 +240,15 @@ int Table::addCondition(const acl_ioctl_selector& record) {
   if (selectorError != 0) return selectorError;
 
   if (found->conditions.size() >= maxConditions) return -ENOSPC;
-  found->conditions.push_back(condition);
-  if (found->use_count() == 1) return 0;
-  return followAll(&Entry::selector, *found,
-                   [selector = found] { selector->conditions.pop_back(); });
+  const auto add = [&conditions = found->conditions, &added = condition] {
+    conditions.push_back(added);
+  };
+  if (found->use_count() > 1) {
+    return changeUsed(&Entry::selector, *found, add,
+                      [&conditions = found->conditions] { conditions.pop_back(); });
+  }
+  add();
+  return 0;
 }
 
 int Table::addActionList(const acl_ioctl_action& record) {
@@ -275,9 +280,14 @@ int Table::addAction(const acl_ioctl_action& record) {
       isLast ? actions.end() : std::ranges::lower_bound(actions, action.index, {}, &Action::index);
   if (!isLast && place->index == action.index) return -EEXIST;
   if (actions.size() >= maxActions) return -ENOSPC;
-  const auto added = actions.insert(place, std::move(action));
-  if (found->use_count() == 1) return 0;
-  return followAll(&Entry::actionList, *found, [&] { actions.erase(added); });
+  const auto position = place - actions.begin();
+  const auto add = [&] { actions.insert(actions.begin() + position, std::move(action)); };
+  if (found->use_count() > 1) {
+    return changeUsed(&Entry::actionList, *found, add,
+                      [&] { actions.erase(actions.begin() + position); });
+  }
+  add();
+  return 0;
 }
 
 int Table::addPortEntry(const acl_ioctl_port_entry& record) {
@@ -429,24 +439,28 @@ int Table::follow(std::uint32_t number, const Port& port) {
   }
 }
 
-template <class Object, class Undo>
-int Table::followAll(boost::intrusive_ptr<Object> Entry::*part, const Object& object, Undo undo) {
-  ++objectsRevision_;
-  if (plane_ == nullptr) return 0;
-  std::vector<std::uint32_t> followed;
-  int error = 0;
-  for (const auto& [number, port] : ports_) {
-    const bool uses = std::ranges::any_of(
-        port.entries, [&](const Entry& entry) { return (entry.*part).get() == &object; });
-    if (!uses) continue;
-    error = follow(number, port);
-    if (error != 0) break;
-    followed.push_back(number);
+template <class Object, class Change, class Undo>
+int Table::changeUsed(boost::intrusive_ptr<Object> Entry::*part, const Object& object,
+                      Change change, Undo undo) {
+  std::vector<std::pair<std::uint32_t, Rules>> before;
+  if (plane_ != nullptr) {
+    for (const auto& [number, port] : ports_) {
+      const bool uses = std::ranges::any_of(
+          port.entries, [&](const Entry& entry) { return (entry.*part).get() == &object; });
+      if (uses && plane_->has(number)) before.emplace_back(number, rulesOf(port));
+    }
   }
-  if (error == 0) return 0;
-  undo();
-  for (const std::uint32_t number : followed) follow(number, ports_.at(number));
-  return error;
+  change();
+  ++objectsRevision_;
+  for (std::size_t i = 0; i < before.size(); ++i) {
+    const std::uint32_t number = before[i].first;
+    const int error = follow(number, ports_.at(number));
+    if (error == 0) continue;
+    undo();
+    while (i-- > 0) plane_->replace(before[i].first, before[i].second);
+    return error;
+  }
+  return 0;
 }
 
 Verdict Table::classify(std::uint32_t port, std::span<const std::uint8_t> frame) {

@@ -122,10 +122,11 @@ class Table {
 
   /// What becomes of the rules of a port in its data plane: 0 or a negative error number.
   int follow(std::uint32_t number, const Port& port);
-  /// As `follow`, for all ports with entries that use the object. When one fails, `undo` takes the
-  /// change back, and the ports get the rules that they had.
-  template <class Object, class Undo>
-  int followAll(boost::intrusive_ptr<Object> Entry::*part, const Object& object, Undo undo);
+  /// Changes an object that entries use, and has all their ports follow. When one fails, `undo`
+  /// takes the change back, and the ports get the rules that they had.
+  template <class Object, class Change, class Undo>
+  int changeUsed(boost::intrusive_ptr<Object> Entry::*part, const Object& object, Change change,
+                 Undo undo);
 
   static std::shared_ptr<const Rule> ruleOf(const Entry& entry);
   static Rules rulesOf(const Port& port);

@@ -121,24 +121,15 @@ void fill(rpc_l2cp_counters& result, const L2CP::Statistics& stats) {
   result.tunnel = stats.tunnel;
 }
 
-// Puts elements in the place of those that a list record holds; no elements are no array. An old
-// one is released right before the next new one is filled in, so that its blocks of memory are at
-// hand again: releasing all of them first overflows what the allocator keeps at hand for a thread.
+// Fills a list record of zeroed elements; an empty one has no array.
 template <class ListResult, class Elements>
-void replaceList(ListResult& result, const Elements& elements) {
+void fillList(ListResult& result, const Elements& elements) {
+  if (elements.empty()) return;
   using Element = std::remove_reference_t<decltype(*result.list.list_val)>;
-  Element* const old = result.list.list_val;
-  Element* const oldEnd = old == nullptr ? nullptr : old + result.list.list_len;
-  Element* nextOld = old;
-  auto* const filled = elements.empty() ? nullptr : new Element[elements.size()]();
-  Element* next = filled;
-  for (const auto& element : elements) {
-    if (nextOld != oldEnd) release(*nextOld++);
-    fill(*next++, element);
-  }
-  while (nextOld != oldEnd) release(*nextOld++);
-  delete[] old;
-  result.list = {.list_len = static_cast<u_int>(elements.size()), .list_val = filled};
+  result.list.list_val = new Element[elements.size()]();
+  result.list.list_len = static_cast<u_int>(elements.size());
+  Element* next = result.list.list_val;
+  for (const auto& element : elements) fill(*next++, element);
 }
 
 }  // namespace
@@ -180,9 +171,10 @@ rpc_l2cp_proto* rpc_l2cp_proto_get_1_svc(u_int index, svc_req* /*request*/) {
 
 rpc_l2cp_proto_all* rpc_l2cp_proto_get_all_1_svc(svc_req* /*request*/) {
   static rpc_l2cp_proto_all result;
+  clear(result);
   std::vector<L2CP::Protocol> protocols;
   entity().protoGetAll(protocols);
-  replaceList(result, protocols);
+  fillList(result, protocols);
   result.error = RPC_L2CP_OK;
   return &result;
 }
@@ -264,9 +256,10 @@ rpc_l2cp_profile* rpc_l2cp_profile_get_1_svc(u_int index, svc_req* /*request*/) 
 
 rpc_l2cp_profile_all* rpc_l2cp_profile_get_all_1_svc(svc_req* /*request*/) {
   static rpc_l2cp_profile_all result;
+  clear(result);
   std::list<L2CP::Profile> profiles;
   entity().profileGetAll(profiles);
-  replaceList(result, profiles);
+  fillList(result, profiles);
   result.error = RPC_L2CP_OK;
   return &result;
 }
@@ -277,7 +270,7 @@ rpc_l2cp_port_all* rpc_l2cp_profile_get_ports_1_svc(rpc_l2cp_profile_name_t name
   clear(result);
   std::list<std::pair<unsigned int, unsigned short>> ports;
   const int got = entity().profileGetPorts(name, ports);
-  if (got == 0) replaceList(result, ports);
+  if (got == 0) fillList(result, ports);
   result.error = wireError(got, errors::profileGetPorts);
   return &result;
 }
@@ -311,7 +304,7 @@ rpc_l2cp_profile_use* rpc_l2cp_profile_get_use_1_svc(rpc_l2cp_profile_name_t nam
   clear(result);
   std::list<std::string> serviceProfiles;
   const int got = entity().profileGetServiceProfiles(name, serviceProfiles);
-  if (got == 0) replaceList(result, serviceProfiles);
+  if (got == 0) fillList(result, serviceProfiles);
   result.error = wireError(got, errors::profileGetUse);
   return &result;
 }
@@ -353,7 +346,7 @@ rpc_l2cp_profile_proto_all* rpc_l2cp_profile_proto_get_all_1_svc(
   clear(result);
   std::map<std::string, L2CP::Rule> protocols;
   const int got = entity().profileGetProtocols(profileName, protocols);
-  if (got == 0) replaceList(result, protocols);
+  if (got == 0) fillList(result, protocols);
   result.error = wireError(got, errors::profileProtoGetAll);
   return &result;
 }
@@ -406,10 +399,11 @@ rpc_l2cp_profile_link* rpc_l2cp_profile_port_get_1_svc(rpc_l2cp_port_t port, u_i
 rpc_l2cp_profile_all* rpc_l2cp_profile_port_get_all_1_svc(rpc_l2cp_port_t port,
                                                           svc_req* /*request*/) {
   static rpc_l2cp_profile_all result;
+  clear(result);
   std::list<L2CP::Profile> profiles;
   // Deliberate: a port without attachments is no error.
   entity().profileGetAllForPort(port, profiles);
-  replaceList(result, profiles);
+  fillList(result, profiles);
   result.error = RPC_L2CP_OK;
   return &result;
 }

@@ -33,7 +33,13 @@ std::optional<std::uint32_t> Counters::placeOf(Counter& counter) {
   // A counter of a table has its share from the one plane that the table has.
   if (counter.share) return static_cast<const Share&>(*counter.share).place();
   const auto place = take();
-  if (place) counter.share = std::make_unique<Share>(shared_from_this(), *place);
+  if (!place) return place;
+  try {
+    counter.share = std::make_unique<Share>(shared_from_this(), *place);
+  } catch (...) {
+    give(*place);
+    throw;
+  }
   return place;
 }
 
