@@ -13,6 +13,7 @@
 #include "host/bllManager.h"
 #include "host/control.h"
 #include "host/log.h"
+#include "host/profileChanges.h"
 #include "host/replies.h"
 #include "host/scriptText.h"
 #include "host/startup.h"
@@ -168,9 +169,11 @@ control_save_result* control_save_1_svc(svc_req* /*request*/) {
     state.answer = "the configuration is locked";
   } else {
     manager().saveEntities();
-    state.answer = startup::save(
-        path,
-        scriptText(singleton<CliConfig>::instance().runningConfig(Scripter::configDifferences)));
+    std::vector<std::string> lines = removalLines(state.settings->config());
+    const auto running =
+        scriptText(singleton<CliConfig>::instance().runningConfig(Scripter::configDifferences));
+    lines.insert(lines.end(), running.begin(), running.end());
+    state.answer = startup::save(path, lines);
   }
   result.error = state.answer.empty() ? CONTROL_OK : CONTROL_ERR_FAILED;
   if (state.answer.empty()) state.answer = path;

@@ -9,6 +9,8 @@
 
 #include "host/profiles.h"
 #include "platform/servprofile.h"
+#include "platform/vlanprofile.h"
+#include "script/script.h"
 
 namespace {
 
@@ -106,7 +108,58 @@ class Changes {
   std::vector<std::string> left_;
 };
 
+class Removals {
+ public:
+  // In this order: a VLAN profile can go only when no service profile names it.
+  std::vector<std::string> of(const Config& file) {
+    for (const auto& [name, profile] : file.serviceProfiles) addServiceProfile(name, profile);
+    for (const auto& [name, svids] : file.vlanProfiles) addVlanProfile(name, svids);
+    return std::move(lines_);
+  }
+
+ private:
+  void addServiceProfile(const std::string& name, const Config::ServiceProfile& profile) {
+    if (!script::isWritable(name)) return;
+    const auto& services = singleton<servprofile>::instance().servProfiles;
+    const auto now = services.find(name);
+    if (now == services.end()) return add(script::NoServiceProfile{name});
+    std::vector<script::Command> commands;
+    if (profile.vlanProfile != now->second.vlanProfile) {
+      commands.emplace_back(script::ServiceVlanProfile{name, ""});
+    }
+    if (profile.l2cpProfile != now->second.l2cpProfile) {
+      commands.emplace_back(script::ServiceL2cpProfile{name, ""});
+    }
+    addMode(script::ServiceProfile{name}, commands);
+  }
+
+  void addVlanProfile(const std::string& name, const Svids& svids) {
+    if (!script::isWritable(name)) return;
+    const auto& vlans = singleton<vlanprofile>::instance().vlanProfiles;
+    const auto now = vlans.find(name);
+    if (now == vlans.end()) return add(script::NoVlanProfile{name});
+    std::vector<script::Command> commands;
+    for (const auto& [port, svid] : svids) {
+      if (!now->second.svids.contains(port)) commands.emplace_back(script::NoSvid{name, port});
+    }
+    addMode(script::VlanProfile{name}, commands);
+  }
+
+  void addMode(const script::Command& mode, const std::vector<script::Command>& commands) {
+    if (commands.empty()) return;
+    add(mode);
+    for (const script::Command& command : commands) add(command);
+    add(script::Exit{});
+  }
+
+  void add(const script::Command& command) { lines_.push_back(script::text(command)); }
+
+  std::vector<std::string> lines_;
+};
+
 }  // namespace
+
+std::vector<std::string> removalLines(const Config& file) { return Removals().of(file); }
 
 std::vector<std::string> changeProfiles(Config& current, const Config& wanted) {
   return Changes(current, wanted).make();

@@ -99,7 +99,7 @@ struct Runner {
     return unless(-EEXIST, profiles::addVlanProfile(command.name));
   }
   int operator()(const script::NoVlanProfile& command) const {
-    return profiles::deleteVlanProfile(command.name);
+    return unless(-ENOENT, profiles::deleteVlanProfile(command.name));
   }
   int operator()(const script::Svid& command) const {
     const auto profile = vlans().vlanProfiles.find(command.vlanProfile);
@@ -115,7 +115,7 @@ struct Runner {
     return unless(-EEXIST, profiles::addServiceProfile(command.name));
   }
   int operator()(const script::NoServiceProfile& command) const {
-    return profiles::deleteServiceProfile(command.name);
+    return unless(-ENOENT, profiles::deleteServiceProfile(command.name));
   }
   int operator()(const script::ServiceVlanProfile& command) const {
     const auto profile = services().servProfiles.find(command.serviceProfile);

@@ -181,6 +181,52 @@ TEST_F(Restore, StrictStartHasOnlyWhatTheConfigurationFileMakesIfALineHasAProble
   }
 }
 
+TEST_F(Restore, WhatClientsTookAwayFromTheProfilesOfTheConfigurationFileStaysAway) {
+  const auto startWithProfiles = [this] {
+    world().startDaemon(
+        {"--config", support::World::file("profiles.toml", "startup = \"" + std::string(path) +
+                                                               "\"\n"
+                                                               "[[vlan-profile]]\n"
+                                                               "name = \"metro\"\n"
+                                                               "[[vlan-profile]]\n"
+                                                               "name = \"spare\"\n"
+                                                               "[[service-profile]]\n"
+                                                               "name = \"business\"\n"
+                                                               "vlan-profile = \"spare\"\n"
+                                                               "l2cp-profile = \"gold\"\n"
+                                                               "[[service-profile]]\n"
+                                                               "name = \"gone\"\n"
+                                                               "vlan-profile = \"metro\"\n"
+                                                               "[[port]]\n"
+                                                               "number = 3\n"
+                                                               "name = \"three\"\n"
+                                                               "svids = { metro = 7 }\n")});
+  };
+  startWithProfiles();
+  connect();
+  EXPECT_EQ(control().serviceProfileDelete("gone"), 0);
+  EXPECT_EQ(control().serviceProfileSetVlan("business", "metro"), 0);
+  EXPECT_EQ(control().serviceProfileSetL2cp("business", ""), 0);
+  EXPECT_EQ(control().vlanProfileDelete("spare"), 0);
+  EXPECT_EQ(control().vlanProfileSetSvid("metro", 3, 0), 0);
+  EXPECT_EQ(control().vlanProfileSetSvid("metro", 4, 8), 0);
+  const Lines lines = running();
+  // Twice: what has gone from the file's profiles has to be said again.
+  for (int round = 0; round < 2; ++round) {
+    save();
+    EXPECT_EQ(world().stopDaemon(SIGTERM), 0);
+    startWithProfiles();
+    connect();
+    EXPECT_EQ(running(), lines);
+    EXPECT_THAT(startupMessages(), testing::Contains(testing::HasSubstr("0 problems")));
+  }
+  // A file that has not got them any more is no problem either.
+  EXPECT_EQ(world().stopDaemon(SIGTERM), 0);
+  start();
+  EXPECT_EQ(running(), lines);
+  EXPECT_THAT(startupMessages(), testing::Contains(testing::HasSubstr("0 problems")));
+}
+
 TEST_F(Restore, WhatIsNoFileIsNoReasonNotToStart) {
   mkdir(path, 0700);
   start();
