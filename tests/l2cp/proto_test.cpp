@@ -291,17 +291,21 @@ TEST_F(Protocols, AreAppendedBehindWhatAListHolds) {
   entity.settings.protocols.clear();
   ASSERT_EQ(entity.protoAdd("b", false, someMac, someMask, 2, 2), 0);
   ASSERT_EQ(entity.protoAdd("a", true, otherMac, someMask, 1, 1), 0);
-  std::list<L2CP::Protocol> protocols(2);
-  protocols.front().name = "first";
-  protocols.back().name = "second";
-  EXPECT_EQ(entity.protoGetAll(protocols), 0);
-  Lines lines;
-  for (const L2CP::Protocol& proto : protocols) lines.push_back(text(proto));
-  EXPECT_THAT(lines, testing::ElementsAre(
-                         "\"first\" protect=no 00:00:00:00:00:00/ff:ff:ff:ff:ff:ff 0000 00 uses=0",
-                         "\"second\" protect=no 00:00:00:00:00:00/ff:ff:ff:ff:ff:ff 0000 00 uses=0",
-                         "\"a\" protect=yes 01:00:5e:00:00:fb/ff:ff:ff:ff:ff:f0 0001 01 uses=0",
-                         "\"b\" protect=no 01:80:c2:00:ab:cd/ff:ff:ff:ff:ff:f0 0002 02 uses=0"));
+  const auto linesBehind = [this](auto protocols) {
+    protocols.front().name = "first";
+    protocols.back().name = "second";
+    EXPECT_EQ(entity.protoGetAll(protocols), 0);
+    Lines lines;
+    for (const L2CP::Protocol& proto : protocols) lines.push_back(text(proto));
+    return lines;
+  };
+  const auto areAppended = testing::ElementsAre(
+      "\"first\" protect=no 00:00:00:00:00:00/ff:ff:ff:ff:ff:ff 0000 00 uses=0",
+      "\"second\" protect=no 00:00:00:00:00:00/ff:ff:ff:ff:ff:ff 0000 00 uses=0",
+      "\"a\" protect=yes 01:00:5e:00:00:fb/ff:ff:ff:ff:ff:f0 0001 01 uses=0",
+      "\"b\" protect=no 01:80:c2:00:ab:cd/ff:ff:ff:ff:ff:f0 0002 02 uses=0");
+  EXPECT_THAT(linesBehind(std::list<L2CP::Protocol>(2)), areAppended);
+  EXPECT_THAT(linesBehind(std::vector<L2CP::Protocol>(2)), areAppended);
 }
 
 TEST_F(Protocols, AreListedEvenIfThereAreNone) {
@@ -346,6 +350,7 @@ TEST_F(Protocols, OperationsTraceTheirArguments) {
   L2CP::Protocol proto;
   L2CP::Statistics stats;
   std::list<L2CP::Protocol> all;
+  std::vector<L2CP::Protocol> allInAVector;
   const std::string add =
       "%s:%d %s(protoName=\"%s\", protect=%s, mac=%s, etherTypeHf=0x%04x (%d), subType=%d)";
   expectTraces({
@@ -377,6 +382,7 @@ TEST_F(Protocols, OperationsTraceTheirArguments) {
       {"%s:%d %s(idx=%d)", "protoGet(idx=3)", [&] { entity.protoGet(3, proto); }},
       {"%s:%d %s(idx=%d)", "protoGet(idx=-1)", [&] { entity.protoGet(UINT_MAX, proto); }},
       {"%s:%d %s()", "protoGetAll()", [&] { entity.protoGetAll(all); }},
+      {"%s:%d %s()", "protoGetAll()", [&] { entity.protoGetAll(allInAVector); }},
       {"%s:%d %s(protoName=\"%s\")", "protoStat(protoName=\"A\")",
        [&] { entity.protoStat("A", stats); }},
   });

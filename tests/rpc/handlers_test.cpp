@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <functional>
+#include <new>
 #include <ostream>
 #include <set>
 #include <stdexcept>
@@ -252,6 +253,24 @@ TEST_F(Handlers, MacThatFindsNoMemoryIsLeftOutOfTheResult) {
     EXPECT_EQ(list->list.list_val[i].mac.rpc_l2cp_mac_t_len, 0U);
     EXPECT_EQ(list->list.list_val[i].mac.rpc_l2cp_mac_t_val, nullptr);
   }
+}
+
+TEST_F(Handlers, ListIsReleasedBeforeTheNextOneIsBuilt) {
+  if (!support::ownMalloc) GTEST_SKIP() << "the sanitizer has an allocator of its own";
+  static const rpc_l2cp_proto_all* list;
+  static bool wasReleased;
+  list = rpc_l2cp_proto_get_all_1_svc(nullptr);
+  ASSERT_EQ(list->list.list_len, 14U);
+  wasReleased = false;
+  support::beforeRefusal = [] {
+    wasReleased = list->list.list_len == 0 && list->list.list_val == nullptr;
+  };
+  support::refusedBlock = 14 * sizeof(rpc_l2cp_proto);
+  EXPECT_THROW(rpc_l2cp_proto_get_all_1_svc(nullptr), std::bad_alloc);
+  support::refusedBlock = 0;
+  support::beforeRefusal = nullptr;
+  EXPECT_TRUE(wasReleased);
+  EXPECT_EQ(rpc_l2cp_proto_get_all_1_svc(nullptr)->list.list_len, 14U);
 }
 
 TEST_F(Handlers, FailedProtocolGetClearsTheLastResult) {
