@@ -72,6 +72,8 @@ RpcPorts RpcPorts::ofThisProcess() {
     socklen_t size = sizeof(address);
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): the sockets interface wants it
     if (getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) != 0) continue;
+    // The loop also watches sockets that are no transports, such as what tells of interfaces.
+    if (address.sin_family != AF_INET) continue;
     const bool datagrams = socketOption<int>(socket, SO_TYPE) == SOCK_DGRAM;
     (datagrams ? ports.udp : ports.tcp).insert(ntohs(address.sin_port));
   }
