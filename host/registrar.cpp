@@ -141,8 +141,8 @@ struct Registrar::Watch {
         break;
       case State::taken:
         hostlog::warning("rpc",
-                         "another process has registered this daemon's programs: new "
-                         "clients find that one");
+                         "the port mapper has other ports for this daemon's programs: new "
+                         "clients go there");
         break;
     }
   }
