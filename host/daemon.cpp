@@ -224,6 +224,7 @@ class Daemon {
       }
       const timespec now{};
       if (sigtimedwait(&stopSignals, nullptr, &now) >= 0) {
+        serviceManager::stopping();
         leave("stopped while waiting for the port mapper");
       }
     }

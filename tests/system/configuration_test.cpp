@@ -452,6 +452,14 @@ TEST_P(Managed, IsReadyWhenRequestsAreServed) {
               ElementsAre("READY=1", "STATUS=Serving requests", "STOPPING=1", "STATUS=Stopping"));
 }
 
+TEST_P(Managed, IsToldOfTheEndOfADaemonThatWaitsForThePortMapper) {
+  world().freezePortMapper();
+  const support::Process& daemon = world().startDaemon({"-c", configPath}, false);
+  ASSERT_TRUE(daemon.output().waitFor(", bridge br0"));
+  EXPECT_EQ(world().stopDaemon(SIGTERM), 0);
+  EXPECT_THAT(heard(2), ElementsAre("STOPPING=1", "STATUS=Stopping"));
+}
+
 TEST_P(Managed, IsToldOfReloads) {
   const support::Process& daemon = world().startDaemon({"-c", configPath});
   heard(2);
