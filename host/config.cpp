@@ -50,7 +50,7 @@ std::string printable(std::string text) {
 
 bool isDeviceName(const std::string& name) {
   const bool plain = std::all_of(name.begin(), name.end(), [](unsigned char c) {
-    return c != '/' && c != ':' && c != '\0' && std::isspace(c) == 0;
+    return c != '/' && c != ':' && std::isspace(c) == 0 && std::iscntrl(c) == 0;
   });
   return plain && !name.empty() && name.size() <= longestDeviceName && name != "." && name != "..";
 }
@@ -112,9 +112,13 @@ class Reader {
 
  private:
   toml::table parse() {
-    // Opening a folder succeeds and reading it does not, so both are asked for first.
+    // Opening a folder succeeds and reading it does not; opening a pipe waits for a writer.
     std::error_code error;
-    if (std::filesystem::is_directory(path_, error)) refuse(path_, "is a directory");
+    const auto status = std::filesystem::status(path_, error);
+    if (std::filesystem::is_directory(status)) refuse(path_, "is a directory");
+    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+      refuse(path_, "is not a regular file");
+    }
     std::ifstream file(path_, std::ios::binary);
     if (!file) refuse(path_, std::strerror(errno));
     std::ostringstream contents;
@@ -164,8 +168,8 @@ class Reader {
   std::string deviceName(const toml::node& node, std::string_view key) const {
     std::string name = text(node, key);
     if (!isDeviceName(name)) {
-      fail(node, fmt::format("\"{}\" is no device name: 1 to 15 bytes, without \"/\", \":\" and "
-                             "white space, not \".\" or \"..\"",
+      fail(node, fmt::format("\"{}\" is no device name: 1 to 15 bytes, without \"/\", \":\", "
+                             "white space and control characters, not \".\" or \"..\"",
                              key));
     }
     return name;

@@ -136,13 +136,19 @@ class Daemon {
   static BLLManager::Host& host() { return singleton<BLLManager>::instance().host(); }
 
   // Files at places that the configuration names have to be usable, or the daemon does not run;
-  // those at the places of its own choice need not be: they may be read-only. Throws LockError and
-  // ConfigError.
+  // those at the places of its own choice need not be: they may be read-only. A lock that another
+  // process has, or may have, is respected at either. Throws LockError and ConfigError.
   void takeLock() {
     const Config& config = settings_.config();
+    if (config.lock.empty()) {
+      hostlog::warning("daemon", "no lock: XDG_RUNTIME_DIR names no folder for it");
+      return;
+    }
     try {
-      if (!config.lock.empty()) lock_.emplace(config.lock);
+      lock_.emplace(config.lock);
     } catch (const LockHeld&) {
+      throw;
+    } catch (const LockUnknown&) {
       throw;
     } catch (const LockError& problem) {
       if (config.isLockChosen) throw;
@@ -218,6 +224,7 @@ class Daemon {
       }
       const timespec now{};
       if (sigtimedwait(&stopSignals, nullptr, &now) >= 0) {
+        serviceManager::stopping();
         leave("stopped while waiting for the port mapper");
       }
     }

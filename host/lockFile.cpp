@@ -8,13 +8,15 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 
 namespace {
 
+template <class Error = LockError>
 [[noreturn]] void fail(const std::string& path, int error) {
-  throw LockError(fmt::format("{}: {}", path, std::strerror(error)));
+  throw Error(fmt::format("{}: {}", path, std::strerror(error)));
 }
 
 std::string heldMessage(int descriptor, const std::string& path) {
@@ -22,8 +24,9 @@ std::string heldMessage(int descriptor, const std::string& path) {
   const ssize_t size = pread(descriptor, text.data(), text.size(), 0);
   pid_t holder = 0;
   if (size > 0) std::from_chars(text.data(), text.data() + size, holder);
-  // It has the lock before it has written its number.
-  const std::string process = holder > 0 ? fmt::format(" (process {})", holder) : "";
+  // It has the lock before it has written its number, if it may write it at all.
+  const bool isRunning = holder > 0 && (kill(holder, 0) == 0 || errno == EPERM);
+  const std::string process = isRunning ? fmt::format(" (process {})", holder) : "";
   return fmt::format("another l2cpd is running{}, it holds {}", process, path);
 }
 
@@ -35,19 +38,32 @@ LockFile::LockFile(const std::string& path) {
   std::filesystem::create_directories(folder, error);
   if (error) fail(folder, error.value());
 
-  constexpr mode_t readableByAll = 0644;
-  descriptor_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, readableByAll);
-  if (descriptor_ < 0) fail(path, errno);
+  open(path);
   try {
     if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
       if (errno == EWOULDBLOCK) throw LockHeld(heldMessage(descriptor_, path));
       fail(path, errno);
     }
-    writeHolder(path);
+    if (isWritable_) writeHolder(path);
   } catch (...) {
     close(descriptor_);
     throw;
   }
+}
+
+// The file of another user, or of a file system that has become read-only, can still be locked.
+void LockFile::open(const std::string& path) {
+  constexpr mode_t readableByAll = 0644;
+  descriptor_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, readableByAll);
+  if (descriptor_ >= 0) return;
+  const int error = errno;
+  if (error != EACCES && error != EPERM && error != EROFS) fail(path, error);
+  isWritable_ = false;
+  // A pipe would wait for a writer.
+  descriptor_ = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (descriptor_ >= 0) return;
+  if (errno == ENOENT) fail(path, error);
+  fail<LockUnknown>(path, errno);
 }
 
 LockFile::~LockFile() { close(descriptor_); }

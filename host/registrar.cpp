@@ -72,6 +72,8 @@ RpcPorts RpcPorts::ofThisProcess() {
     socklen_t size = sizeof(address);
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): the sockets interface wants it
     if (getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) != 0) continue;
+    // The loop also watches sockets that are no transports, such as what tells of interfaces.
+    if (address.sin_family != AF_INET) continue;
     const bool datagrams = socketOption<int>(socket, SO_TYPE) == SOCK_DGRAM;
     (datagrams ? ports.udp : ports.tcp).insert(ntohs(address.sin_port));
   }
@@ -139,8 +141,8 @@ struct Registrar::Watch {
         break;
       case State::taken:
         hostlog::warning("rpc",
-                         "another process has registered this daemon's programs: new "
-                         "clients find that one");
+                         "the port mapper has other ports for this daemon's programs: new "
+                         "clients go there");
         break;
     }
   }

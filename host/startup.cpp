@@ -5,11 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <variant>
@@ -44,6 +46,20 @@ class File {
     }
     return true;
   }
+  // Nothing if it cannot be read to its end.
+  std::optional<std::string> read() const {
+    std::string bytes;
+    std::array<char, 16384> part;
+    for (;;) {
+      const ssize_t count = ::read(number_, part.data(), part.size());
+      if (count == 0) return bytes;
+      if (count > 0) {
+        bytes.append(part.data(), static_cast<std::size_t>(count));
+      } else if (errno != EINTR) {
+        return std::nullopt;
+      }
+    }
+  }
   bool sync() const { return fsync(number_) == 0; }
   bool close() { return ::close(std::exchange(number_, -1)) == 0; }
 
@@ -68,18 +84,33 @@ std::string writeWhole(const std::string& path, const std::string& contents) {
   return {};
 }
 
-// Gives the script a second name, which stays when the first one goes to its successor.
+std::string copy(const std::string& path, const std::string& target) {
+  const File file(path, O_RDONLY);
+  const auto contents = file.isOpen() ? file.read() : std::nullopt;
+  return contents ? writeWhole(target, *contents) : failure("keep the previous", path);
+}
+
+// Whether a file of this kind or owner cannot have a second name, or no file of this file system.
+bool isLinkRefusal(int error) {
+  return error == EPERM || error == EOPNOTSUPP || error == EMLINK || error == ENOSYS;
+}
+
+// Gives the script a second name, which stays when the first one goes to its successor; a copy has
+// the name where there can be no second one.
 std::string keepPrevious(const std::string& path) {
   const std::string old = path + ".old";
-  const std::string link = old + ".new";
-  unlink(link.c_str());
-  if (::link(path.c_str(), link.c_str()) != 0) {
-    return errno == ENOENT ? "" : failure("keep the previous", path);
-  }
+  const std::string second = old + ".new";
+  unlink(second.c_str());
+  if (access(path.c_str(), F_OK) != 0 && errno == ENOENT) return {};
   std::string problem;
-  if (rename(link.c_str(), old.c_str()) != 0) problem = failure("rename", link);
+  if (link(path.c_str(), second.c_str()) != 0) {
+    problem = isLinkRefusal(errno) ? copy(path, second) : failure("keep the previous", path);
+  }
+  if (problem.empty() && rename(second.c_str(), old.c_str()) != 0) {
+    problem = failure("rename", second);
+  }
   // Also after success: two names of one file are not renamed.
-  unlink(link.c_str());
+  unlink(second.c_str());
   return problem;
 }
 

@@ -1,6 +1,7 @@
 #include "host/config.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -268,8 +269,11 @@ void PrintTo(const Refusal& row, std::ostream* out) { *out << row.what; }
 class RefusedConfig : public testing::TestWithParam<Refusal> {};
 
 constexpr const char* noDevice =
-    "FILE:2: \"bridge\" is no device name: 1 to 15 bytes, without \"/\", \":\" and white space, "
-    "not \".\" or \"..\"";
+    "FILE:2: \"bridge\" is no device name: 1 to 15 bytes, without \"/\", \":\", white space and "
+    "control characters, not \".\" or \"..\"";
+constexpr const char* noInterface =
+    "FILE:2: \"interface\" is no device name: 1 to 15 bytes, without \"/\", \":\", white space and "
+    "control characters, not \".\" or \"..\"";
 constexpr const char* noPorts = "FILE:1: ports are written as [[port]]";
 constexpr const char* noNumber = "FILE:2: \"number\" is not a whole number from 0 to 4294967295";
 constexpr const char* noName =
@@ -321,6 +325,8 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"BridgeWithABlank", bridge("\"a b\""), noDevice},
         Refusal{"BridgeWithATab", bridge("\"a\\tb\""), noDevice},
         Refusal{"BridgeWithAZeroByte", bridge("\"a\\u0000b\""), noDevice},
+        Refusal{"BridgeWithAnEscape", bridge("\"a\\u001bc\""), noDevice},
+        Refusal{"BridgeWithADelete", bridge("\"a\\u007f\""), noDevice},
         Refusal{"BridgeOfADot", bridge("\".\""), noDevice},
         Refusal{"BridgeOfTwoDots", bridge("\"..\""), noDevice},
         Refusal{"PortThatIsANumber", "port = 3\n", noPorts},
@@ -393,9 +399,8 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"MisspeltKeyOfAPort", "[[port]]\nvlan = [1]\n",
                 "FILE:2: unknown key \"vlan\" in [[port]]; did you mean \"vlans\"?"},
         Refusal{"InterfaceThatIsANumber", interface("3"), "FILE:2: \"interface\" is not a text"},
-        Refusal{"LongInterface", interface("\"" + std::string(16, 'i') + "\""),
-                "FILE:2: \"interface\" is no device name: 1 to 15 bytes, without \"/\", \":\" and "
-                "white space, not \".\" or \"..\""},
+        Refusal{"LongInterface", interface("\"" + std::string(16, 'i') + "\""), noInterface},
+        Refusal{"InterfaceWithAnEscape", interface("\"p\\u001b[2J\""), noInterface},
         Refusal{"InterfaceThatCannotBeAName", interface("\"17\""),
                 "FILE:2: \"interface\" is a number, so that the port needs a \"name\""},
         Refusal{"InterfaceTwice",
@@ -497,6 +502,15 @@ TEST(ConfigFile, ThatDoesNotExistIsRefused) {
 }
 
 TEST(ConfigFile, ThatIsAFolderIsRefused) { EXPECT_EQ(refusalOf("/proc"), "/proc: is a directory"); }
+
+// Opening a pipe would wait for somebody who writes.
+TEST(ConfigFile, ThatIsAPipeOrADeviceIsRefused) {
+  const std::string pipe = testing::TempDir() + "config." + std::to_string(getpid());
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  EXPECT_EQ(refusalOf(pipe), pipe + ": is not a regular file");
+  unlink(pipe.c_str());
+  EXPECT_EQ(refusalOf("/dev/null"), "/dev/null: is not a regular file");
+}
 
 TEST(ConfigFile, ThatCannotBeReadIsRefused) {
   // Can be opened; what is at its beginning cannot be read.

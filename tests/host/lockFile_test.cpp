@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -9,6 +10,9 @@
 #include <iterator>
 #include <optional>
 #include <string>
+#include <typeinfo>
+
+#include "tests/support/as_nobody.h"
 
 namespace {
 
@@ -97,6 +101,58 @@ TEST_F(Lock, CannotBeHadWhereThereCanBeNoFile) {
 
 TEST_F(Lock, CannotBeHadWhereNothingCanBeWritten) {
   EXPECT_EQ(refusal<LockError>("/dev/full"), "/dev/full: No space left on device");
+}
+
+TEST_F(Lock, OfAnotherUserIsHeldAllTheSame) {
+  const LockFile lock(path());
+  chmod(path().c_str(), 0444);
+  const support::AsNobody nobody;
+  if (!nobody.isDone()) GTEST_SKIP() << "there is no other user here";
+  EXPECT_EQ(refusal<LockHeld>(path()),
+            "another l2cpd is running (process " + ownNumber() + "), it holds " + path());
+}
+
+TEST_F(Lock, OfAnotherUserThatIsFreeCanBeHad) {
+  std::ofstream(path()) << "12\n";
+  chmod(path().c_str(), 0444);
+  const support::AsNobody nobody;
+  if (!nobody.isDone()) GTEST_SKIP() << "there is no other user here";
+  const LockFile lock(path());
+  EXPECT_EQ(contents(path()), "12\n");
+  EXPECT_THROW(LockFile{path()}, LockHeld);
+}
+
+TEST_F(Lock, OfAnotherUserDoesNotNameAProcessThatHasEnded) {
+  const pid_t ended = fork();
+  if (ended == 0) _exit(0);
+  waitpid(ended, nullptr, 0);
+  std::ofstream(path()) << ended << "\n";
+  chmod(path().c_str(), 0444);
+  const support::AsNobody nobody;
+  if (!nobody.isDone()) GTEST_SKIP() << "there is no other user here";
+  const LockFile lock(path());
+  EXPECT_EQ(refusal<LockHeld>(path()), "another l2cpd is running, it holds " + path());
+}
+
+TEST_F(Lock, ThatCannotBeLookedIntoMayBeHeld) {
+  std::ofstream(path()) << "";
+  chmod(path().c_str(), 0);
+  const support::AsNobody nobody;
+  if (!nobody.isDone()) GTEST_SKIP() << "there is no other user here";
+  EXPECT_EQ(refusal<LockUnknown>(path()), path() + ": Permission denied");
+}
+
+TEST_F(Lock, ThatCannotBeMadeIsHeldByNobody) {
+  chmod(path("").c_str(), 0555);
+  const support::AsNobody nobody;
+  if (!nobody.isDone()) GTEST_SKIP() << "there is no other user here";
+  try {
+    const LockFile lock(path());
+    FAIL() << "made in a folder of another user";
+  } catch (const LockError& problem) {
+    EXPECT_EQ(problem.what(), path() + ": Permission denied");
+    EXPECT_EQ(typeid(problem), typeid(LockError));
+  }
 }
 
 TEST_F(Lock, DoesNotPassToProgramsThatAreStarted) {

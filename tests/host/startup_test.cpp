@@ -1,17 +1,24 @@
 #include "host/startup.h"
 
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
+#include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "tests/host/restore_fixture.h"
+#include "tests/support/as_nobody.h"
 
 namespace {
 
@@ -117,6 +124,85 @@ TEST_F(Saving, DiskWithoutRoomLeavesTheScriptThatIsThere) {
   EXPECT_THAT(folder.names(), ElementsAre("s.l2cp", "s.l2cp.old"));
   EXPECT_EQ(folder.read("s.l2cp"), "2\n");
   EXPECT_EQ(folder.read("s.l2cp.old"), "1\n");
+}
+
+/// Has the kernel refuse to give files second names, in this process and for good.
+bool refuseLinks(int error) {
+  std::vector<sock_filter> program{
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+#ifdef SYS_link
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_link, 1, 0),
+#endif
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_linkat, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<std::uint32_t>(error)),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+  const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+class SavingWithoutLinks : public Saving {
+ protected:
+  enum Outcome { saved, failed, notTried };
+
+  Outcome saveWithout(int error, const Lines& lines) const {
+    const pid_t child = fork();
+    if (child == 0) {
+      if (!refuseLinks(error)) _exit(notTried);
+      _exit(save(lines).empty() ? saved : failed);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? static_cast<Outcome>(WEXITSTATUS(status)) : failed;
+  }
+};
+
+// The file of another user, or a file system that knows no second names.
+TEST_F(SavingWithoutLinks, KeepsThePreviousScriptAsACopy) {
+  std::string previous(100'000, 'x');
+  for (const int error : {EPERM, EOPNOTSUPP, EMLINK, ENOSYS}) {
+    SCOPED_TRACE(error);
+    folder.write("s.l2cp", previous);
+    folder.write("s.l2cp.old", "before\n");
+    const Outcome outcome = saveWithout(error, {"2"});
+    if (outcome == notTried) GTEST_SKIP() << "system calls cannot be refused here";
+    EXPECT_EQ(outcome, saved);
+    EXPECT_THAT(folder.names(), ElementsAre("s.l2cp", "s.l2cp.old"));
+    EXPECT_EQ(folder.read("s.l2cp"), "2\n");
+    EXPECT_EQ(folder.read("s.l2cp.old"), previous);
+  }
+}
+
+TEST_F(SavingWithoutLinks, OfTheFirstScriptHasNothingToKeep) {
+  const Outcome outcome = saveWithout(EPERM, {"1"});
+  if (outcome == notTried) GTEST_SKIP() << "system calls cannot be refused here";
+  EXPECT_EQ(outcome, saved);
+  EXPECT_THAT(folder.names(), ElementsAre("s.l2cp"));
+}
+
+TEST_F(SavingWithoutLinks, LeavesTheScriptThatCannotBeKept) {
+  folder.write("s.l2cp", "1\n");
+  const Outcome outcome = saveWithout(EIO, {"2"});
+  if (outcome == notTried) GTEST_SKIP() << "system calls cannot be refused here";
+  EXPECT_EQ(outcome, failed);
+  EXPECT_THAT(folder.names(), ElementsAre("s.l2cp"));
+  EXPECT_EQ(folder.read("s.l2cp"), "1\n");
+}
+
+TEST_F(SavingWithoutLinks, LeavesTheScriptThatCannotBeCopied) {
+  folder.write("s.l2cp", "1\n");
+  chmod(path.c_str(), 0);
+  std::filesystem::permissions(folder.file(""), std::filesystem::perms::all);
+  {
+    const support::AsNobody nobody;
+    if (!nobody.isDone()) GTEST_SKIP() << "there is no other user here";
+    const Outcome outcome = saveWithout(EPERM, {"2"});
+    if (outcome == notTried) GTEST_SKIP() << "system calls cannot be refused here";
+    EXPECT_EQ(outcome, failed);
+  }
+  chmod(path.c_str(), 0600);
+  EXPECT_THAT(folder.names(), ElementsAre("s.l2cp"));
+  EXPECT_EQ(folder.read("s.l2cp"), "1\n");
 }
 
 /// Another process that runs something and stops before and behind each of its system calls.

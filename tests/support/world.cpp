@@ -84,7 +84,9 @@ void makeDevices() {
 
 // The machine's own configuration of the daemon is as good as empty here.
 void hideConfiguration() {
-  if (access(L2CPD_CONFIG, F_OK) == 0) mountOn(L2CPD_CONFIG, "/dev/null", nullptr, MS_BIND);
+  if (access(L2CPD_CONFIG, F_OK) != 0) return;
+  const std::string empty = World::file("l2cpd.toml.none", "");
+  mountOn(L2CPD_CONFIG, empty.c_str(), nullptr, MS_BIND);
 }
 
 void raiseLoopback() {

@@ -353,6 +353,47 @@ TEST_F(LockOfTheDaemon, StartupFolderIsMadeAndNeededOnlyWhereTheConfigurationNam
             "l2cpd: error: config: /var/lib/l2cpd: Not a directory\n");
 }
 
+/// The daemon as a user without rights and folders.
+class DaemonOfAUser : public WorldTest {
+ protected:
+  void SetUp() override {
+    WorldTest::SetUp();
+    if (IsSkipped()) return;
+    const support::Run version = run(command({}, {"--version"}));
+    if (version.status != 0) GTEST_SKIP() << "there is no other user here: " << version.output;
+  }
+
+  static std::vector<std::string> command(const std::vector<std::string>& variables,
+                                          const std::vector<std::string>& arguments = {}) {
+    std::vector<std::string> words{
+        "setpriv", "--reuid=65534",  "--clear-groups", "env", "-u", "HOME", "-u", "XDG_STATE_HOME",
+        "-u",      "XDG_RUNTIME_DIR"};
+    words.insert(words.end(), variables.begin(), variables.end());
+    words.emplace_back(World::daemonProgram());
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return words;
+  }
+};
+
+TEST_F(DaemonOfAUser, SaysThatThereIsNoFolderForTheLock) {
+  support::Process daemon(command({}));
+  EXPECT_TRUE(daemon.output().waitFor("l2cpd: daemon: ready"));
+  EXPECT_THAT(daemon.output().text(), HasSubstr("l2cpd: warning: daemon: no lock: "
+                                                "XDG_RUNTIME_DIR names no folder for it\n"));
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(), 0) << daemon.output().text();
+}
+
+TEST_F(DaemonOfAUser, DoesNotStartBesideALockThatItMayNotLookInto) {
+  std::filesystem::create_directories("/run/user/l2cpd");
+  std::filesystem::permissions(World::file("user/l2cpd/l2cpd.lock", ""),
+                               std::filesystem::perms::none);
+  const support::Run refused = run(command({"XDG_RUNTIME_DIR=/run/user"}));
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_EQ(refused.output,
+            "l2cpd: error: daemon: /run/user/l2cpd/l2cpd.lock: Permission denied\n");
+}
+
 // ---- The service manager ----
 
 /// A service manager that listens, and a daemon that it started.
@@ -409,6 +450,14 @@ TEST_P(Managed, IsReadyWhenRequestsAreServed) {
   EXPECT_EQ(world().stopDaemon(SIGTERM), 0);
   EXPECT_THAT(heard(4),
               ElementsAre("READY=1", "STATUS=Serving requests", "STOPPING=1", "STATUS=Stopping"));
+}
+
+TEST_P(Managed, IsToldOfTheEndOfADaemonThatWaitsForThePortMapper) {
+  world().freezePortMapper();
+  const support::Process& daemon = world().startDaemon({"-c", configPath}, false);
+  ASSERT_TRUE(daemon.output().waitFor(", bridge br0"));
+  EXPECT_EQ(world().stopDaemon(SIGTERM), 0);
+  EXPECT_THAT(heard(2), ElementsAre("STOPPING=1", "STATUS=Stopping"));
 }
 
 TEST_P(Managed, IsToldOfReloads) {

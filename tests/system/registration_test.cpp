@@ -128,8 +128,8 @@ TEST_F(Registration, OfAnotherDaemonIsLeftAlone) {
        support::World::file("second.toml", "lock = \"/run/second.lock\"\n")});
   ASSERT_TRUE(second.output().waitFor("l2cpd: daemon: ready"));
   EXPECT_TRUE(daemon.output().waitFor(
-      "l2cpd: warning: rpc: another process has registered this daemon's programs: new clients "
-      "find that one"));
+      "l2cpd: warning: rpc: the port mapper has other ports for this daemon's programs: new "
+      "clients go there"));
   EXPECT_EQ(client::Service("tcp").profileGetAll(), client::List<client::Profile>{});
   EXPECT_EQ(first.profileGet(0).name, "first");
   expectQuickStop();
