@@ -1,12 +1,15 @@
 #include "host/livePorts.h"
 
+#include <fcntl.h>
 #include <sys/statfs.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <set>
+#include <system_error>
 #include <utility>
 
 #include "host/log.h"
@@ -49,6 +52,17 @@ bool isMounted(const char* folder) {
   return statfs(folder, &found) == 0 && static_cast<std::uint32_t>(found.f_type) == bpfFileSystem;
 }
 
+std::string unusableFolder(const std::error_code& error) {
+  std::string text = fmt::format("programs cannot be kept: {}: {}", keepingFolder, error.message());
+  if (error == std::errc::permission_denied || error == std::errc::read_only_file_system) {
+    // The file system is often mounted for root alone.
+    text +=
+        fmt::format("; have root run \"chmod a+x /sys/fs/bpf\" and \"install -d -m 0700 -o {} {}\"",
+                    geteuid(), keepingFolder);
+  }
+  return text;
+}
+
 }  // namespace
 
 LivePorts::LivePorts(classifier::Table& table, const Config& config)
@@ -77,8 +91,13 @@ void LivePorts::makeFolder() {
         "\"mount -t bpf bpf /sys/fs/bpf\"");
   }
   std::error_code error;
-  if (config_.xdp.keep) std::filesystem::create_directory(keepingFolder, error);
-  if (error) throw ConfigError(fmt::format("{}: {}", keepingFolder, error.message()));
+  if (config_.xdp.keep) {
+    std::filesystem::create_directory(keepingFolder, error);
+    if (!error && faccessat(AT_FDCWD, keepingFolder, R_OK | W_OK | X_OK, AT_EACCESS) != 0) {
+      error.assign(errno, std::generic_category());
+    }
+  }
+  if (error) throw ConfigError(unusableFolder(error));
   // What another daemon has kept is taken over, or else removed, in any case.
   if (std::filesystem::is_directory(keepingFolder, error)) folder_ = keepingFolder;
 }

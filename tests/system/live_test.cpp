@@ -11,6 +11,7 @@
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <atomic>
@@ -622,6 +623,39 @@ TEST_F(Kept, ProgramsAreRemovedByADaemonThatIsNotToKeepThem) {
   EXPECT_FALSE(isClear());
   stop();
   EXPECT_TRUE(eventually(isClear));
+}
+
+TEST_F(Kept, AServicesUserNeedsAFolderOfItsOwnAndIsToldHowItGetsOne) {
+  // As service managers mount it.
+  ASSERT_EQ(chmod("/sys/fs/bpf", 0700), 0);
+  World::file("l2cpd.toml", keeping());
+  const std::string rights = "+bpf,+net_admin,+perfmon";
+  const std::vector<std::string> asUser = {"setpriv",
+                                           "--reuid=65534",
+                                           "--regid=65534",
+                                           "--clear-groups",
+                                           "--inh-caps=" + rights,
+                                           "--ambient-caps=" + rights,
+                                           World::daemonProgram(),
+                                           "-c",
+                                           configPath};
+  const support::Process refused(asUser);
+  ASSERT_TRUE(refused.output().waitForEnd());
+  const std::string text = refused.output().text();
+  if (text.find("/sys/fs/bpf") == std::string::npos) GTEST_SKIP() << text;
+  EXPECT_THAT(text, HasSubstr("/sys/fs/bpf/l2cpd: Permission denied"));
+  const std::string remedy[] = {"chmod a+x /sys/fs/bpf",
+                                "install -d -m 0700 -o 65534 /sys/fs/bpf/l2cpd"};
+  for (const std::string& command : remedy) {
+    EXPECT_THAT(text, HasSubstr("\"" + command + "\""));
+    ASSERT_EQ(run({"sh", "-c", command}).status, 0);
+  }
+  support::Process daemon(asUser);
+  EXPECT_TRUE(daemon.output().waitFor("l2cpd: daemon: ready")) << daemon.output().text();
+  EXPECT_TRUE(becomes(1, "generic"));
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(), 0);
+  EXPECT_FALSE(isClear());
 }
 
 TEST_F(Live, KeepingProgramsNeedsTheirFileSystem) {
