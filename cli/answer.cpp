@@ -57,6 +57,11 @@ Value durationValue(std::uint32_t seconds) {
   return {std::int64_t{seconds}, durationText(seconds), std::to_string(seconds)};
 }
 
+Value sinceValue(std::time_t time) {
+  const std::string text = timeText(time);
+  return {text, "since " + text, text};
+}
+
 Value macValue(const rpc_l2cp_mac_t& mac) {
   Mac bytes{};
   std::copy_n(mac.rpc_l2cp_mac_t_val, std::min<std::size_t>(mac.rpc_l2cp_mac_t_len, bytes.size()),

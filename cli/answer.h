@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <span>
 #include <string>
 #include <string_view>
@@ -47,6 +48,8 @@ Value numberValue(std::int64_t number);
 Value fractionValue(double number);
 Value numbersValue(std::vector<std::int64_t> numbers);
 Value durationValue(std::uint32_t seconds);
+/// When something began that goes on.
+Value sinceValue(std::time_t time);
 /// Nothing for any address, for what is not matched, for the whole port.
 Value macValue(const rpc_l2cp_mac_t& mac);
 Value etherTypeValue(std::uint16_t etherType);

@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include <ctime>
 #include <span>
 #include <string>
 #include <vector>
@@ -56,7 +57,11 @@ constexpr Field<Status> statusFields[] = {
     {{"bridge"}, [](const Status& of) { return textValue(of.bridge); }},
     {{"classifier"}, [](const Status& of) { return textValue(of.classifier); }},
     {{"process"}, [](const Status& of) { return numberValue(of.pid); }},
-    {{"uptime"}, [](const Status& of) { return durationValue(of.uptime); }}};
+    {{"uptime"}, [](const Status& of) { return durationValue(of.uptime); }},
+    // The classifier's counters are new in every process.
+    {{"counting"}, [](const Status& of) {
+       return sinceValue(std::time(nullptr) - static_cast<std::time_t>(of.uptime));
+     }}};
 constexpr Kind<Status> statusKind{"daemon", "daemons", statusFields};
 
 constexpr Field<control_entity> entityFields[] = {

@@ -1,5 +1,6 @@
 #include "cli/value.h"
 
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -252,6 +253,10 @@ std::string vlanText(std::uint16_t vid) {
 }
 
 std::string_view yesNo(bool value) { return value ? "yes" : "no"; }
+
+std::string timeText(std::time_t time) {
+  return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(time));
+}
 
 std::string durationText(std::uint32_t seconds) {
   constexpr std::uint32_t minute = 60;

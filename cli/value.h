@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -80,6 +81,8 @@ std::string vlanText(std::uint16_t vid);
 std::string_view yesNo(bool value);
 /// "3 d 04:05:06", without the days if there are none.
 std::string durationText(std::uint32_t seconds);
+/// "2026-11-22T01:30:00Z"
+std::string timeText(std::time_t time);
 
 /// Characters of a valid UTF-8 text, for lining up columns.
 std::size_t characters(std::string_view text);

@@ -1,4 +1,3 @@
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -65,7 +64,7 @@ class Reader {
   // Throws NotReached if there never was an answer.
   Refresh read() {
     Refresh refresh;
-    refresh.time = fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::time(nullptr)));
+    refresh.time = timeText(std::time(nullptr));
     const auto begin = Clock::now();
     if (attempt(refresh)) return refresh;
     // The connection may have been to a daemon that has another one in its place by now. But one

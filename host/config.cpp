@@ -17,6 +17,7 @@
 #include <string_view>
 #include <vector>
 
+#include "classifier/xdp/layout.h"
 #include "host/nearestWord.h"
 #include "host/paths.h"
 
@@ -103,7 +104,8 @@ class Reader {
       config_.lock = absolutePath(*node, "lock");
       config_.isLockChosen = true;
     }
-    // In this order: service profiles and ports name VLAN profiles.
+    // In this order: service profiles and ports name VLAN profiles, and the classifier above limits
+    // the ports.
     forEachTable(root, "vlan-profile", &Reader::readVlanProfile);
     forEachTable(root, "service-profile", &Reader::readServiceProfile);
     forEachTable(root, "port", &Reader::readPort);
@@ -308,6 +310,13 @@ class Reader {
     port.interface = deviceName(node, "interface");
     if (isAnyPort(port.interface, &Config::Port::interface)) {
       fail(node, fmt::format("the interface \"{}\" is there twice", port.interface));
+    }
+    const auto others =
+        std::count_if(config_.ports.begin(), config_.ports.end(),
+                      [](const auto& element) { return !element.second.interface.empty(); });
+    if (config_.classifier == "xdp" && others >= L2CP_PORTS) {
+      fail(node, fmt::format("the classifier \"xdp\" holds {} ports with an interface",
+                             static_cast<int>(L2CP_PORTS)));
     }
   }
 

@@ -1,12 +1,15 @@
 #include "host/livePorts.h"
 
+#include <fcntl.h>
 #include <sys/statfs.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <set>
+#include <system_error>
 #include <utility>
 
 #include "host/log.h"
@@ -49,6 +52,17 @@ bool isMounted(const char* folder) {
   return statfs(folder, &found) == 0 && static_cast<std::uint32_t>(found.f_type) == bpfFileSystem;
 }
 
+std::string unusableFolder(const std::error_code& error) {
+  std::string text = fmt::format("programs cannot be kept: {}: {}", keepingFolder, error.message());
+  if (error == std::errc::permission_denied || error == std::errc::read_only_file_system) {
+    // The file system is often mounted for root alone.
+    text +=
+        fmt::format("; have root run \"chmod a+x /sys/fs/bpf\" and \"install -d -m 0700 -o {} {}\"",
+                    geteuid(), keepingFolder);
+  }
+  return text;
+}
+
 }  // namespace
 
 LivePorts::LivePorts(classifier::Table& table, const Config& config)
@@ -77,8 +91,13 @@ void LivePorts::makeFolder() {
         "\"mount -t bpf bpf /sys/fs/bpf\"");
   }
   std::error_code error;
-  if (config_.xdp.keep) std::filesystem::create_directory(keepingFolder, error);
-  if (error) throw ConfigError(fmt::format("{}: {}", keepingFolder, error.message()));
+  if (config_.xdp.keep) {
+    std::filesystem::create_directory(keepingFolder, error);
+    if (!error && faccessat(AT_FDCWD, keepingFolder, R_OK | W_OK | X_OK, AT_EACCESS) != 0) {
+      error.assign(errno, std::generic_category());
+    }
+  }
+  if (error) throw ConfigError(unusableFolder(error));
   // What another daemon has kept is taken over, or else removed, in any case.
   if (std::filesystem::is_directory(keepingFolder, error)) folder_ = keepingFolder;
 }
@@ -104,19 +123,26 @@ bool LivePorts::isPort(const Link& link) const {
 }
 
 std::string LivePorts::addPort(std::uint32_t number, const Config::Port& wanted) {
+  std::string problem = refusal(number, wanted);
+  if (problem.empty()) {
+    ports_.emplace(number, Port{.wanted = wanted});
+    return {};
+  }
+  leftOut_.emplace(number, problem);
+  return fmt::format("port {}: {}", number, problem);
+}
+
+std::string LivePorts::refusal(std::uint32_t number, const Config::Port& wanted) {
   const int error = plane_.addPort(number, vlansOf(wanted));
   if (error == -ENOSPC) {
-    return fmt::format("port {}: the classifier \"xdp\" holds {} ports with an interface", number,
+    return fmt::format("the classifier \"xdp\" holds {} ports with an interface",
                        static_cast<int>(L2CP_PORTS));
   }
-  if (error != 0) return fmt::format("port {}: {}", number, std::strerror(-error));
-  if (const int refused = table_.refresh(number); refused != 0) {
-    plane_.removePort(number);
-    return fmt::format("port {}: its rules do not fit the classifier \"xdp\": {}", number,
-                       std::strerror(-refused));
-  }
-  ports_.emplace(number, Port{.wanted = wanted});
-  return {};
+  if (error != 0) return std::strerror(-error);
+  const int refused = table_.refresh(number);
+  if (refused == 0) return {};
+  plane_.removePort(number);
+  return fmt::format("its rules do not fit the classifier \"xdp\": {}", std::strerror(-refused));
 }
 
 void LivePorts::removePort(std::uint32_t number) {
@@ -135,12 +161,14 @@ std::vector<std::string> LivePorts::followConfig() {
     if (wanted == config_.ports.end() || wanted->second.interface != port.wanted.interface) {
       gone.push_back(number);
     } else if (wanted->second != port.wanted) {
-      port.wanted = wanted->second;
-      if (const int error = plane_.setVlans(number, vlansOf(port.wanted)); error != 0) {
+      if (const int error = plane_.setVlans(number, vlansOf(wanted->second)); error != 0) {
         problems.push_back(fmt::format("port {}: its VLANs: {}", number, std::strerror(-error)));
+      } else {
+        port.wanted = wanted->second;
       }
     }
   }
+  leftOut_.clear();
   for (const std::uint32_t number : gone) removePort(number);
   for (const auto& [number, port] : config_.ports) {
     if (port.interface.empty() || ports_.contains(number)) continue;
@@ -267,10 +295,16 @@ void LivePorts::leaveNativeMode() {
 }
 
 std::vector<LivePorts::State> LivePorts::states() const {
-  std::vector<State> all;
+  std::map<std::uint32_t, State> all;
   for (const auto& [number, port] : ports_) {
-    all.push_back({number, port.wanted.interface,
-                   port.attachment ? text(port.attachment->mode()) : port.problem});
+    all.emplace(number, State{number, port.wanted.interface,
+                              port.attachment ? text(port.attachment->mode()) : port.problem});
   }
-  return all;
+  for (const auto& [number, problem] : leftOut_) {
+    all.emplace(number, State{number, config_.ports.at(number).interface, problem});
+  }
+  std::vector<State> inOrder;
+  inOrder.reserve(all.size());
+  for (auto& [number, state] : all) inOrder.push_back(std::move(state));
+  return inOrder;
 }

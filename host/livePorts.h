@@ -36,8 +36,8 @@ class LivePorts {
   /// Has each port on the interface that has its name now. The first call attaches the programs.
   void followLinks();
 
-  /// Follows the ports of the configuration, which it was made with, after they have changed. Says
-  /// which of them it cannot take.
+  /// Follows the ports of the configuration, which it was made with, after they may have changed,
+  /// and tries again what was refused before. Says which of them it cannot take.
   std::vector<std::string> followConfig();
 
   /// In ascending order.
@@ -52,7 +52,9 @@ class LivePorts {
     std::string problem = {};
   };
 
+  /// Says why the port is left out, if it is.
   std::string addPort(std::uint32_t number, const Config::Port& wanted);
+  std::string refusal(std::uint32_t number, const Config::Port& wanted);
   void removePort(std::uint32_t number);
   void place(std::uint32_t number, Port& port, const std::vector<classifier::xdp::Link>& links);
   void attach(std::uint32_t number, Port& port);
@@ -70,6 +72,8 @@ class LivePorts {
   /// Of files that keep programs; empty for none.
   std::string folder_;
   std::map<std::uint32_t, Port> ports_;
+  /// Ports of the configuration that are not among them, and why.
+  std::map<std::uint32_t, std::string> leftOut_;
   /// Native mode was tried, and not every port takes redirected frames.
   bool isNativeRefused_ = false;
 };

@@ -41,10 +41,8 @@ std::string Settings::reload() {
 
 std::string Settings::follow(const Config& wanted) {
   std::vector<std::string> left = changeProfiles(config_, wanted);
-  if (config_.ports != wanted.ports) {
-    config_.ports = wanted.ports;
-    for (std::string& problem : followPorts_()) left.push_back(std::move(problem));
-  }
+  config_.ports = wanted.ports;
+  for (std::string& problem : followPorts_()) left.push_back(std::move(problem));
   const auto keep = [&](const char* key, const std::string& current, const std::string& other) {
     if (current == other) return;
     left.push_back(

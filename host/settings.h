@@ -19,8 +19,8 @@ class Settings {
   /// Makes the profiles that the file names. To be called while there are none.
   void setUp();
 
-  /// Called after a reload that changed the ports, on the thread of the RPC loop. Says what of them
-  /// is not in force.
+  /// Called after each reload, on the thread of the RPC loop: what was not in force before is tried
+  /// again. Says what of the ports is not in force.
   using FollowPorts = std::function<std::vector<std::string>()>;
   void onPorts(FollowPorts follow) { followPorts_ = std::move(follow); }
 

@@ -185,15 +185,21 @@ int Plane::addPort(std::uint32_t port, const Vlans& vlans) {
   pack({}, maps_->packed, {});
   maps_->put(added.place);
   writeVlans(added);
-  return followMembers();
+  const int error = followMembers();
+  if (error != 0) forget(port);
+  return error;
+}
+
+void Plane::forget(std::uint32_t port) {
+  const auto known = ports_.find(port);
+  maps_->freePlaces.push_back(known->second.place);
+  ports_.erase(known);
 }
 
 int Plane::removePort(std::uint32_t port) {
   if (const int error = setInterface(port, 0); error != 0) return error;
   const std::lock_guard lock(mutex_);
-  const auto known = ports_.find(port);
-  maps_->freePlaces.push_back(known->second.place);
-  ports_.erase(known);
+  forget(port);
   return followMembers();
 }
 

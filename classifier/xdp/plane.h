@@ -46,7 +46,7 @@ class Plane : public DataPlane {
   int replace(std::uint32_t port, const Rules& rules) override;
 
   /// Makes the plane have the port, without rules and interface. 0, -EEXIST, -EINVAL for VLANs that
-  /// are none, or -ENOSPC with L2CP_PORTS ports.
+  /// are none, -ENOSPC with L2CP_PORTS ports, or what the kernel says.
   int addPort(std::uint32_t port, const Vlans& vlans);
   /// What the port does not have any more is treated as if the program were not there. 0 or
   /// -ENOENT.
@@ -74,6 +74,7 @@ class Plane : public DataPlane {
   };
 
   Port* find(std::uint32_t port);
+  void forget(std::uint32_t port);
   void writeVlans(const Port& port);
   int followMembers();
 

@@ -780,6 +780,8 @@ class NamedPorts : public DaemonTest {
   }
 };
 
+const std::string anyTime = "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z";
+
 TEST_F(NamedPorts, AreShownWithTheDaemonsState) {
   EXPECT_THAT(shown({"daemon", "status"}), MatchesRegex("release     [0-9]+\\.[0-9]+\\.[0-9]+\n"
                                                         "bridge      br7\n"
@@ -788,6 +790,9 @@ TEST_F(NamedPorts, AreShownWithTheDaemonsState) {
                                                         std::to_string(world().daemon().id()) +
                                                         "\n"
                                                         "uptime      00:00:[0-9][0-9]\n"
+                                                        "counting    since " +
+                                                        anyTime +
+                                                        "\n"
                                                         "\n"
                                                         "ENTITY       STATE\n"
                                                         "Interfaces   running\n"
@@ -803,7 +808,9 @@ TEST_F(NamedPorts, AreShownWithTheDaemonsState) {
 TEST_F(NamedPorts, AreShownToProgramsWithTheDaemonsState) {
   EXPECT_THAT(shown({"-o", "daemon", "status"}),
               MatchesRegex("kind=daemon release=[0-9.]+ bridge=br7 classifier=software "
-                           "process=[0-9]+ uptime=[0-9]+\n"
+                           "process=[0-9]+ uptime=[0-9]+ counting=" +
+                           anyTime +
+                           "\n"
                            "kind=entity entity=Interfaces state=running\n"
                            "kind=entity entity=vlanprofile state=running\n"
                            "kind=entity entity=servprofile state=running\n"
@@ -813,7 +820,9 @@ TEST_F(NamedPorts, AreShownToProgramsWithTheDaemonsState) {
   EXPECT_THAT(
       shown({"-j", "daemon", "status"}),
       MatchesRegex(R"(\{"release":"[0-9.]+","bridge":"br7","classifier":"software",)"
-                   R"("process":[0-9]+,"uptime":[0-9]+,"entities":\[)"
+                   R"("process":[0-9]+,"uptime":[0-9]+,"counting":")" +
+                   anyTime +
+                   R"(","entities":\[)"
                    R"(\{"entity":"Interfaces","state":"running"\},.*\],)"
                    R"("ports":\[\{"port":3,"name":"uplink"\},\{"port":7,"name":"ce 1"\}\]\})"
                    "\n"));

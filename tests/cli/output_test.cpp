@@ -51,6 +51,13 @@ TEST(Value, OfNumbersIsANumberInJsonHoweverItIsShown) {
   EXPECT_EQ(uptime.word, "90061");
 }
 
+TEST(Value, OfABeginningIsATimeInUtcOfOneForm) {
+  const Value beginning = sinceValue(1795310999);
+  EXPECT_EQ(std::get<std::string>(beginning.data), "2026-11-22T01:29:59Z");
+  EXPECT_EQ(beginning.text, "since 2026-11-22T01:29:59Z");
+  EXPECT_EQ(beginning.word, "2026-11-22T01:29:59Z");
+}
+
 TEST(Value, OfSeveralNumbersIsAListForTheShell) {
   EXPECT_EQ(numbersValue({1, 20, 3}).text, "1, 20, 3");
   EXPECT_EQ(numbersValue({1, 20, 3}).word, "1 20 3");

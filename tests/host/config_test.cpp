@@ -480,6 +480,25 @@ TEST_P(RefusedConfig, NamesThePlaceAndTheProblem) {
   EXPECT_EQ(refusal(GetParam().contents), GetParam().problem);
 }
 
+/// As many ports, each with an interface.
+std::string manyPorts(int count) {
+  std::string contents;
+  for (int i = 1; i <= count; ++i) {
+    contents += "[[port]]\nnumber = " + std::to_string(i) + "\ninterface = \"p" +
+                std::to_string(i) + "\"\n";
+  }
+  return contents;
+}
+
+TEST(ConfigFile, WithMorePortsThanTheKernelHoldsIsRefusedWhereTheClassifierIsThere) {
+  EXPECT_EQ(accepted(manyPorts(257)).ports.size(), 257U);
+  const std::string most = "classifier = \"xdp\"\n" + manyPorts(256);
+  EXPECT_EQ(accepted(most).ports.size(), 256U);
+  EXPECT_EQ(accepted(most + "[[port]]\nnumber = 257\nname = \"a\"\n").ports.size(), 257U);
+  EXPECT_EQ(refusal("classifier = \"xdp\"\n" + manyPorts(257)),
+            "FILE:772: the classifier \"xdp\" holds 256 ports with an interface");
+}
+
 TEST(ConfigFile, ThatIsNoTomlIsRefusedWithItsPlace) {
   EXPECT_THAT(refusal("bridge = \"br0\"\nbridge = \n"), testing::StartsWith("FILE:2: "));
   EXPECT_THAT(refusal("bridge = \"br0\"\nbridge = \"br1\"\n"), testing::StartsWith("FILE:2: "));

@@ -11,6 +11,7 @@
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <atomic>
@@ -517,24 +518,30 @@ TEST_F(Live, GenericModeIsUsedWhereTheDriverRefusesTheProgram) {
   EXPECT_EQ(state(1), "generic");
 }
 
-TEST_F(Live, APortTooManyIsRefusedAtTheStartAndLeftOutLater) {
-  std::string most = "classifier = \"xdp\"\n";
+TEST_F(Live, APortTooManyIsLeftOutWithItsReasonAndTriedAgainOnEachReload) {
+  std::string most;
   for (int i = 1; i <= 256; ++i) {
     const std::string number = std::to_string(i);
     most += "[[port]]\nnumber = " + number + "\ninterface = \"p" + number + "\"\n";
   }
   const std::string oneMore = most + "[[port]]\nnumber = 257\ninterface = \"p257\"\n";
-  const char* problem = "port 257: the classifier \"xdp\" holds 256 ports with an interface";
-
-  if (!start(most)) return;
-  World::file("l2cpd.toml", oneMore);
-  EXPECT_EQ(client::Control("udp").reload(), problem);
+  const std::string xdp = "classifier = \"xdp\"\n";
+  const std::string problem = "the classifier \"xdp\" holds 256 ports with an interface";
+  if (!start(xdp + most)) return;
+  const client::Control control("udp");
+  World::file("l2cpd.toml", xdp + oneMore);
+  EXPECT_THAT(control.reload(), HasSubstr("/run/l2cpd.toml:772: " + problem));
   EXPECT_EQ(state(257), "no such port");
-  EXPECT_EQ(state(256), "there is no such interface");
-  stop();
-  const support::Process& refused = world().startDaemon({"-c", configPath}, false);
-  EXPECT_TRUE(refused.output().waitForEnd());
-  EXPECT_THAT(refused.output().text(), HasSubstr(problem));
+  // A file that names another classifier has no such limit; the daemon keeps the one that it has.
+  World::file("l2cpd.toml", oneMore);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_THAT(control.reload(), HasSubstr("port 257: " + problem + "\n"));
+    EXPECT_EQ(state(257), problem);
+    EXPECT_EQ(state(256), "there is no such interface");
+  }
+  World::file("l2cpd.toml", xdp + most);
+  EXPECT_EQ(control.reload(), "");
+  EXPECT_EQ(state(257), "no such port");
 }
 
 TEST_F(Live, WithoutTheRightToLoadProgramsTheDaemonSaysWhatItNeeds) {
@@ -616,6 +623,39 @@ TEST_F(Kept, ProgramsAreRemovedByADaemonThatIsNotToKeepThem) {
   EXPECT_FALSE(isClear());
   stop();
   EXPECT_TRUE(eventually(isClear));
+}
+
+TEST_F(Kept, AServicesUserNeedsAFolderOfItsOwnAndIsToldHowItGetsOne) {
+  // As service managers mount it.
+  ASSERT_EQ(chmod("/sys/fs/bpf", 0700), 0);
+  World::file("l2cpd.toml", keeping());
+  const std::string rights = "+bpf,+net_admin,+perfmon";
+  const std::vector<std::string> asUser = {"setpriv",
+                                           "--reuid=65534",
+                                           "--regid=65534",
+                                           "--clear-groups",
+                                           "--inh-caps=" + rights,
+                                           "--ambient-caps=" + rights,
+                                           World::daemonProgram(),
+                                           "-c",
+                                           configPath};
+  const support::Process refused(asUser);
+  ASSERT_TRUE(refused.output().waitForEnd());
+  const std::string text = refused.output().text();
+  if (text.find("/sys/fs/bpf") == std::string::npos) GTEST_SKIP() << text;
+  EXPECT_THAT(text, HasSubstr("/sys/fs/bpf/l2cpd: Permission denied"));
+  const std::string remedy[] = {"chmod a+x /sys/fs/bpf",
+                                "install -d -m 0700 -o 65534 /sys/fs/bpf/l2cpd"};
+  for (const std::string& command : remedy) {
+    EXPECT_THAT(text, HasSubstr("\"" + command + "\""));
+    ASSERT_EQ(run({"sh", "-c", command}).status, 0);
+  }
+  support::Process daemon(asUser);
+  EXPECT_TRUE(daemon.output().waitFor("l2cpd: daemon: ready")) << daemon.output().text();
+  EXPECT_TRUE(becomes(1, "generic"));
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(), 0);
+  EXPECT_FALSE(isClear());
 }
 
 TEST_F(Live, KeepingProgramsNeedsTheirFileSystem) {
