@@ -49,7 +49,7 @@ class File {
   // Nothing if it cannot be read to its end.
   std::optional<std::string> read() const {
     std::string bytes;
-    std::array<char, 16384> part;
+    std::array<char, 16384> part{};
     for (;;) {
       const ssize_t count = ::read(number_, part.data(), part.size());
       if (count == 0) return bytes;
