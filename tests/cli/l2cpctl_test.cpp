@@ -814,8 +814,12 @@ TEST_F(NamedPorts, AreShownToProgramsWithTheDaemonsState) {
       shown({"-j", "daemon", "status"}),
       MatchesRegex(R"(\{"release":"[0-9.]+","bridge":"br7","classifier":"software",)"
                    R"("process":[0-9]+,"uptime":[0-9]+,"entities":\[)"
-                   R"(\{"entity":"Interfaces","state":"running"\},.*\],)"
-                   R"("ports":\[\{"port":3,"name":"uplink"\},\{"port":7,"name":"ce 1"\}\]\})"
+                   R"(\{"entity":"Interfaces","state":"running"\},)"
+                   R"(\{"entity":"vlanprofile","state":"running"\},)"
+                   R"(\{"entity":"servprofile","state":"running"\},)"
+                   R"(\{"entity":"l2cp","state":"running"\}\],)"
+                   R"("ports":\[\{"port":3,"name":"uplink"\},\{"port":7,"name":"ce 1"\}\],)"
+                   R"("interfaces":\[\]\})"
                    "\n"));
 }
 
