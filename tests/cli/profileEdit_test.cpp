@@ -154,6 +154,14 @@ TEST_F(Editing, IsGivenUpByAnInterruptionAndByTheEndOfLines) {
   EXPECT_EQ(rules(), untouched);
 }
 
+TEST_F(Editing, AnswersAWrongWordWithAllThatCanStandInTheMode) {
+  makeGold();
+  EXPECT_EQ(lines({"l2cp-profile gold", "frob"}),
+            "l2cpctl: error: expected one of protocol, no, show, do, help, exit, end, abort\n");
+  EXPECT_EQ(lines({"no exit"}), "l2cpctl: error: behind \"no\": expected one of protocol\n");
+  EXPECT_EQ(shell().prompt(), inMode);
+}
+
 TEST_F(Editing, GoesOnAfterALineThatIsRefused) {
   makeGold();
   EXPECT_THAT(lines({"l2cp-profile gold", "protocol frob rule peer"}),
