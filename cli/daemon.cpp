@@ -97,10 +97,10 @@ void status(Context& context) {
       tableOf(entityKind, std::span(status->entities.entities_val, status->entities.entities_len)),
       tableOf(portKind, std::span(status->ports.ports_val, status->ports.ports_len)),
       tableOf(liveKind, std::span(live->list.list_val, live->list.list_len))};
-  // Other classifiers have no interfaces to tell of.
-  const std::span<const Table> all(parts);
+  // Other classifiers have no interfaces to tell of, which people need not see.
+  const bool all = context.output.format() != Format::table || live->list.list_len > 0;
   context.output.show(tableOf(statusKind, *status),
-                      live->list.list_len > 0 ? all : all.first(all.size() - 1));
+                      std::span(parts).first(std::size(parts) - (all ? 0 : 1)));
 }
 
 constexpr Command commands[] = {

@@ -61,12 +61,13 @@ Placement placementOf(std::string profile, Client& client) {
     if (service.l2cp_profile != profile) continue;
     const std::span interfaces(service.interfaces.interfaces_val,
                                service.interfaces.interfaces_len);
-    placement.services.push_back({service.name, {interfaces.begin(), interfaces.end()}});
+    placement.services.push_back({service.name, {interfaces.begin(), interfaces.end()}, {}});
     for (const std::int32_t interface : interfaces) {
       const auto svid = svids.find({service.vlan_profile, interface});
       if (svid == svids.end()) continue;
       const Point point(static_cast<std::uint32_t>(interface),
                         static_cast<std::uint16_t>(svid->second));
+      placement.services.back().attached.push_back({profile, point.first, point.second});
       if (direct.erase(point) == 0) lost.insert(point);
     }
   }

@@ -16,6 +16,7 @@ struct Placement {
   struct Service {
     std::string name;
     std::vector<std::int32_t> interfaces;  ///< where it is applied
+    std::vector<script::Attach> attached;  ///< what that should have attached
     bool operator==(const Service&) const = default;
   };
   std::vector<Service> services;

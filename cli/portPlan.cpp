@@ -176,7 +176,7 @@ class Planner {
       if (ending != services.end()) {
         end(*ending);
       } else if (services.empty() || !is_.contains(attachment)) {
-        plan_.detaching.push_back(script::NoAttach{attachment.profile, port_, attachment.vid});
+        plan_.detaching.emplace_back(script::NoAttach{attachment.profile, port_, attachment.vid});
       } else {
         beginning_.insert(services.back());
         end(services.back());
@@ -187,14 +187,14 @@ class Planner {
       const Attachment attachment = attachedBefore(service);
       // A service profile whose attachment was taken away wants it back to be taken off.
       if (!attachment.profile.empty()) {
-        plan_.detaching.push_back(script::Attach{attachment.profile, port_, attachment.vid});
+        plan_.detaching.emplace_back(script::Attach{attachment.profile, port_, attachment.vid});
       }
       end(service);
     }
   }
 
   void end(const std::string& service) {
-    plan_.detaching.push_back(script::NoApply{service, interface_});
+    plan_.detaching.emplace_back(script::NoApply{service, interface_});
     ending_.erase(std::string(service));
   }
 
@@ -211,9 +211,9 @@ class Planner {
     for (const std::string& service : beginning_) {
       if (last.contains(service)) continue;
       const Attachment attachment = attachedAfter(service);
-      plan_.attaching.push_back(script::Apply{service, interface_});
+      plan_.attaching.emplace_back(script::Apply{service, interface_});
       if (!attachment.profile.empty()) {
-        plan_.attaching.push_back(script::NoAttach{attachment.profile, port_, attachment.vid});
+        plan_.attaching.emplace_back(script::NoAttach{attachment.profile, port_, attachment.vid});
       }
     }
     for (const Attachment& attachment : after_) {
@@ -222,9 +222,9 @@ class Planner {
       const auto found = std::find_if(services.begin(), services.end(),
                                       [&](const auto& service) { return last.contains(service); });
       if (found != services.end()) {
-        plan_.attaching.push_back(script::Apply{*found, interface_});
+        plan_.attaching.emplace_back(script::Apply{*found, interface_});
       } else {
-        plan_.attaching.push_back(script::Attach{attachment.profile, port_, attachment.vid});
+        plan_.attaching.emplace_back(script::Attach{attachment.profile, port_, attachment.vid});
       }
     }
   }

@@ -298,7 +298,8 @@ constexpr Command commands[] = {
      "A protected profile takes no rules and cannot be deleted until its protection is switched\n"
      "off. A dynamic one is left out of the running configuration's usual form.",
      "l2cpctl profile add customer", add},
-    {"profile delete", "NAME", "Deletes a profile that is neither protected nor attached.",
+    {"profile delete", "NAME",
+     "Deletes a profile that is neither protected nor attached, nor named by a service profile.",
      "Clear its rules first: the rules of a deleted profile go on counting as uses of their\n"
      "protocols, which then cannot be deleted any more.",
      "l2cpctl profile delete customer", remove},

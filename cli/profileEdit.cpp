@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 #include <optional>
+#include <set>
 #include <span>
 #include <utility>
 #include <variant>
@@ -64,11 +66,12 @@ const Placement::Service* passedOverService(const Placement& placement) {
   return found == placement.services.end() ? nullptr : &*found;
 }
 
-// Whether service profiles that the module takes care of keep the profile in force.
-bool isServed(const Placement& placement) {
-  return std::any_of(placement.services.begin(), placement.services.end(), [](const auto& service) {
-    return service.name != passedOver && !service.interfaces.empty();
-  });
+std::set<std::string> protocolsOfBoth(const Rules& before, const Rules& after) {
+  std::set<std::string> protocols;
+  for (const Rules* rules : {&before, &after}) {
+    for (const auto& [protocol, rule] : *rules) protocols.insert(protocol);
+  }
+  return protocols;
 }
 
 }  // namespace
@@ -85,7 +88,7 @@ bool ProfileEdit::open() {
     open_ = true;
     return true;
   }
-  if (!agreeToRemove(look())) {
+  if (!agreeToRemove(lookAround({}))) {
     dialogue_.say(fmt::format("Profile {} is not opened.", nameText(profile_)));
     return false;
   }
@@ -105,8 +108,33 @@ ProfileEdit::Target ProfileEdit::look() const {
   const auto found = std::find_if(profiles.begin(), profiles.end(),
                                   [&](const auto& each) { return each.name == profile_; });
   if (found == profiles.end()) accept(RPC_L2CP_ERR_PROFILE_NOT_FOUND);
-  return {found->protect != FALSE, found->dynamic != FALSE, found->use_count != 0,
-          rulesOf(profile_, client_), placementOf(profile_, client_)};
+  return {found->protect != FALSE,    found->dynamic != FALSE,        found->use_count != 0,
+          rulesOf(profile_, client_), placementOf(profile_, client_), {}};
+}
+
+// Also at what stands beside it, before and when its rules become those.
+ProfileEdit::Target ProfileEdit::lookAround(const Rules& after) const {
+  Target target = look();
+  target.seats =
+      seatsBeside(profile_, target.placement, protocolsOfBoth(target.rules, after), client_);
+  return target;
+}
+
+// Whether service profiles that the module takes care of keep the profile in force, also when
+// what is in the way is taken away.
+bool ProfileEdit::isServed(const Target& target) const {
+  const auto isTaken = [&](const std::string& service, std::int32_t interface) {
+    return std::any_of(target.seats.begin(), target.seats.end(), [&](const Seat& seat) {
+      return seat.isShared && seat.attach.profile == profile_ && seat.service == service &&
+             seat.attach.port == static_cast<std::uint32_t>(interface);
+    });
+  };
+  const auto& services = target.placement.services;
+  return std::any_of(services.begin(), services.end(), [&](const auto& service) {
+    return service.name != passedOver &&
+           !std::all_of(service.interfaces.begin(), service.interfaces.end(),
+                        [&](std::int32_t each) { return isTaken(service.name, each); });
+  });
 }
 
 void ProfileEdit::makeCopy() {
@@ -119,7 +147,7 @@ void ProfileEdit::makeCopy() {
   before_ = rulesOf(copy_, client_);
 }
 
-bool ProfileEdit::agreeToRemove(const Target& target) {
+std::vector<std::string> ProfileEdit::inTheWay(const Target& target) const {
   const Placement& placement = target.placement;
   std::vector<std::string> inTheWay;
   if (target.protect) inTheWay.emplace_back("it is protected");
@@ -136,6 +164,19 @@ bool ProfileEdit::agreeToRemove(const Target& target) {
     inTheWay.push_back("a service profile misses where somebody detached it: " +
                        placesText(placement.lost));
   }
+  std::map<std::string, std::vector<script::Attach>> neighbours;
+  for (const Seat& seat : target.seats) {
+    if (seat.attach.profile != profile_) neighbours[seat.attach.profile].push_back(seat.attach);
+  }
+  for (const auto& [name, attachments] : neighbours) {
+    inTheWay.push_back(fmt::format("{} is attached beside it, with protocols in common: {}",
+                                   nameText(name), placesText(attachments)));
+  }
+  return inTheWay;
+}
+
+bool ProfileEdit::agreeToRemove(const Target& target) {
+  std::vector<std::string> inTheWay = this->inTheWay(target);
   const auto isKnown = [&](const std::string& each) {
     return std::find(agreed_.begin(), agreed_.end(), each) != agreed_.end();
   };
@@ -144,7 +185,7 @@ bool ProfileEdit::agreeToRemove(const Target& target) {
   for (const std::string& each : inTheWay) dialogue_.say("  " + each);
   dialogue_.say(
       "On \"exit\" this can be taken out of the way, the edited copy put in the profile's place,\n"
-      "and all put back. Where it is attached directly it is out of force in between.");
+      "and all put back. What is attached directly or beside it is out of force in between.");
   if (!dialogue_.agree("Edit it that way?")) return false;
   agreed_ = std::move(inTheWay);
   return true;
@@ -194,7 +235,7 @@ bool ProfileEdit::commit() {
                     shown, copy_, shown));
   }
   const Rules after = rules();
-  const Target target = look();
+  const Target target = lookAround(after);
   if (after == before_ || after == target.rules) {
     deleteCopy();
     dialogue_.say(fmt::format("Profile {} is unchanged.", shown));
@@ -207,7 +248,7 @@ bool ProfileEdit::commit() {
   }
   if (!agreeToRemove(target)) return false;
   const bool staysDynamic = target.dynamic && !target.protect;
-  if (isServed(target.placement) && !staysDynamic && sameProtocols(target.rules, after) &&
+  if (isServed(target) && !staysDynamic && sameProtocols(target.rules, after) &&
       !agreeToTwoCycles(target.rules, after)) {
     return false;
   }
@@ -229,7 +270,7 @@ bool ProfileEdit::agreeToTwoCycles(const Rules& before, const Rules& after) {
 void ProfileEdit::replace(const Target& target, const Rules& after) {
   const bool onlyRules = sameProtocols(target.rules, after);
   const bool staysDynamic = target.dynamic && !target.protect;
-  const bool served = isServed(target.placement);
+  const bool served = isServed(target);
   try {
     takeAway(target);
     if (!served && (onlyRules || staysDynamic)) {
@@ -249,6 +290,7 @@ void ProfileEdit::replace(const Target& target, const Rules& after) {
 void ProfileEdit::takeAway(const Target& target) {
   const Placement& placement = target.placement;
   for (const script::Attach& attach : placement.lost) cli::carry(attach, client_);
+  takeNeighbours(target);
   for (const auto& [profile, port, vid] : placement.direct) {
     cli::carry(script::NoAttach{profile, port, vid}, client_);
   }
@@ -263,16 +305,41 @@ void ProfileEdit::takeAway(const Target& target) {
   }
 }
 
+// And its own attachments among them, so that all can come back in their order.
+void ProfileEdit::takeNeighbours(const Target& target) {
+  neighbours_.clear();
+  for (const Seat& seat : target.seats) {
+    const bool own = seat.attach.profile == profile_;
+    if (!seat.isShared || (own && (seat.service.empty() || seat.service == passedOver))) continue;
+    cli::carry(toTake(seat), client_);
+    if (!own) neighbours_.push_back(toPutBack(seat));
+  }
+}
+
+std::vector<script::Command> ProfileEdit::inOrder(std::vector<script::Command> commands,
+                                                  const Target& target) const {
+  commands.insert(commands.end(), neighbours_.begin(), neighbours_.end());
+  const auto place = [&](const script::Command& command) {
+    const auto found = std::find_if(target.seats.begin(), target.seats.end(),
+                                    [&](const Seat& seat) { return toPutBack(seat) == command; });
+    return found == target.seats.end() ? -1 : found - target.seats.begin();
+  };
+  std::stable_sort(commands.begin(), commands.end(),
+                   [&](const auto& one, const auto& other) { return place(one) < place(other); });
+  return commands;
+}
+
 // Says what it cannot put back, and goes on.
 void ProfileEdit::putBack(const Target& target) {
   std::vector<script::Command> commands;
   try {
-    commands = toRestore(profile_, target.placement, placementOf(profile_, client_));
+    commands =
+        inOrder(toRestore(profile_, target.placement, placementOf(profile_, client_)), target);
     setFlags(target);
   } catch (const Failure& failure) {
     dialogue_.say(
         fmt::format("How profile {} is now is not known: {}", nameText(profile_), failure.what()));
-    commands = toRestore(profile_, target.placement, {});
+    commands = inOrder(toRestore(profile_, target.placement, {}), target);
     if (!commands.empty()) dialogue_.say("It was in force through:");
     for (const script::Command& command : commands) dialogue_.say("  " + lineOf(command));
     return;

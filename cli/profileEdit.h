@@ -6,6 +6,7 @@
 
 #include "cli/client.h"
 #include "cli/dialogue.h"
+#include "cli/neighbours.h"
 #include "cli/placement.h"
 #include "cli/rules.h"
 #include "script/script.h"
@@ -22,6 +23,9 @@ namespace cli {
 ///   that is not in force; else they are taken away in one cycle and added in the next.
 /// - It takes a profile out of service half-way if that is protected, attached directly or named by
 ///   the service profile DEFAULT. What is in the way is removed before and put back after.
+/// - It takes from other profiles, which have rules for the same protocols on the same VLAN of a
+/// port,
+///   what these are made of. They are detached before and attached after, too.
 /// - It makes a dynamic profile an ordinary one. That is put right afterwards.
 /// - It goes on counting what was added to a copy that is deleted as uses of the protocols, and not
 ///   counting what was taken from it. Changes are undone before a copy is deleted.
@@ -56,17 +60,24 @@ class ProfileEdit {
     bool inForce = false;
     Rules rules;
     Placement placement;
+    Seats seats;  ///< its own and those of profiles beside it
   };
 
   Target look() const;
+  Target lookAround(const Rules& after) const;
+  bool isServed(const Target& target) const;
   bool exists(std::string name) const;
   void makeCopy();
   void checkDaemon();
   void deleteCopy();
+  std::vector<std::string> inTheWay(const Target& target) const;
   bool agreeToRemove(const Target& target);
   bool agreeToTwoCycles(const Rules& before, const Rules& after);
   void replace(const Target& target, const Rules& after);
   void takeAway(const Target& target);
+  void takeNeighbours(const Target& target);
+  std::vector<script::Command> inOrder(std::vector<script::Command> commands,
+                                       const Target& target) const;
   void putBack(const Target& target);
   void setFlags(const Target& target);
   void setInPlace(const Rules& before, const Rules& after);
@@ -79,7 +90,8 @@ class ProfileEdit {
   Dialogue& dialogue_;
   std::string copy_;  ///< empty for a new profile
   Rules before_;
-  std::vector<std::string> agreed_;  ///< what is in the way, as the user knows
+  std::vector<script::Command> neighbours_;  ///< what puts those back that were taken away
+  std::vector<std::string> agreed_;          ///< what is in the way, as the user knows
   bool open_ = false;
   std::uint32_t daemonProcess_ = 0;
   std::uint32_t daemonUptime_ = 0;

@@ -20,6 +20,9 @@ namespace {
 constexpr std::string_view program = "l2cpctl";
 constexpr std::string_view blanks = " \t";
 
+// At configuration level.
+constexpr std::string_view alone[] = {"help", "exit", "end", "abort"};
+
 std::vector<std::string> behindFirst(const std::vector<std::string>& words) {
   return {words.begin() + 1, words.end()};
 }
@@ -39,6 +42,33 @@ std::vector<std::string> shownLine(const std::vector<std::string>& words) {
   const std::vector<std::string> command = shownBy(parts.words);
   line.insert(line.end(), command.begin(), command.end());
   return line;
+}
+
+std::string_view firstWord(std::string_view synopsis) {
+  return synopsis.substr(0, synopsis.find(' '));
+}
+
+// What forms begin with, those that undo behind their "no".
+std::vector<std::string_view> beginnings(std::span<const LineForm> forms, bool undo) {
+  constexpr std::string_view no = "no ";
+  std::vector<std::string_view> words;
+  for (const auto& [synopsis, summary] : forms) {
+    if (undo && !synopsis.starts_with(no)) continue;
+    const std::string_view word = firstWord(undo ? synopsis.substr(no.size()) : synopsis);
+    if (std::find(words.begin(), words.end(), word) == words.end()) words.push_back(word);
+  }
+  return words;
+}
+
+void expectBeginning(std::span<const LineForm> forms, std::span<const std::string> words) {
+  const bool undo = words.front() == "no";
+  if (undo) words = words.subspan(1);
+  const auto choices = beginnings(forms, undo);
+  const bool fits =
+      !words.empty() && std::find(choices.begin(), choices.end(), words.front()) != choices.end();
+  if (fits) return;
+  throw LocalError(
+      fmt::format("{}expected one of {}", undo ? "behind \"no\": " : "", fmt::join(choices, ", ")));
 }
 
 std::vector<std::string> wordsOf(std::string_view line) {
@@ -106,7 +136,7 @@ void Shell::take(std::string_view line) {
 void Shell::atTop(LineWords words) {
   std::vector<std::string_view> choices = wordsAfter("");
   for (const LineForm& form : topForms()) {
-    choices.push_back(form.synopsis.substr(0, form.synopsis.find(' ')));
+    choices.push_back(firstWord(form.synopsis));
   }
   const auto found = candidates(words.front(), choices);
   if (found.size() > 1) {
@@ -140,24 +170,31 @@ void Shell::command(LineWords words) {
 void Shell::inConfiguration(LineWords words) {
   words = inFull(forms(), std::move(words));
   const std::string& first = words.front();
-  const bool alone = words.size() == 1;
   if (first == "show") {
     showWhere(behindFirst(words));
   } else if (first == "do") {
     command(behindFirst(words));
-  } else if (first == "help" && alone) {
-    out_ << shellHelp() << '\n';
-    for (const std::string& line : help("")) out_ << line << '\n';
-  } else if (first == "exit" && alone) {
-    exitMode();
-  } else if (first == "end" && alone) {
-    if (reader_.mode() != script::Mode::configuration) exitMode();
-    if (reader_.mode() == script::Mode::configuration) configuring_ = false;
-  } else if (first == "abort" && alone) {
-    abort();
+  } else if (std::find(std::begin(alone), std::end(alone), first) != std::end(alone)) {
+    Words(behindFirst(words)).end();
+    onItsOwn(first);
   } else {
+    expectBeginning(forms(), words);
     numberPorts(words);
     configure(words);
+  }
+}
+
+void Shell::onItsOwn(std::string_view word) {
+  if (word == "help") {
+    out_ << shellHelp() << '\n';
+    for (const std::string& line : help("")) out_ << line << '\n';
+  } else if (word == "exit") {
+    exitMode();
+  } else if (word == "end") {
+    if (reader_.mode() != script::Mode::configuration) exitMode();
+    if (reader_.mode() == script::Mode::configuration) configuring_ = false;
+  } else {
+    abort();
   }
 }
 

@@ -55,6 +55,7 @@ class Shell {
   void command(LineWords words);
   void atTop(LineWords words);
   void inConfiguration(LineWords words);
+  void onItsOwn(std::string_view word);
   void configure(const LineWords& words);
   void enterProfile(const std::string& name);
   void exitMode();

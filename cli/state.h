@@ -7,6 +7,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "script/script.h"
@@ -33,7 +34,9 @@ struct Attachment {
   std::string profile;
   std::uint16_t vid = script::wholePort;
   bool operator==(const Attachment&) const = default;
-  auto operator<=>(const Attachment&) const = default;
+  bool operator<(const Attachment& other) const {
+    return std::tie(profile, vid) < std::tie(other.profile, other.vid);
+  }
 };
 
 using Rules = std::map<std::string, script::Rule>;                   ///< by protocol

@@ -154,6 +154,14 @@ TEST_F(Editing, IsGivenUpByAnInterruptionAndByTheEndOfLines) {
   EXPECT_EQ(rules(), untouched);
 }
 
+TEST_F(Editing, AnswersAWrongWordWithAllThatCanStandInTheMode) {
+  makeGold();
+  EXPECT_EQ(lines({"l2cp-profile gold", "frob"}),
+            "l2cpctl: error: expected one of protocol, no, show, do, help, exit, end, abort\n");
+  EXPECT_EQ(lines({"no exit"}), "l2cpctl: error: behind \"no\": expected one of protocol\n");
+  EXPECT_EQ(shell().prompt(), inMode);
+}
+
 TEST_F(Editing, GoesOnAfterALineThatIsRefused) {
   makeGold();
   EXPECT_THAT(lines({"l2cp-profile gold", "protocol frob rule peer"}),
@@ -210,7 +218,7 @@ TEST_F(Editing, OfRulesAloneNeedsNoQuestionWhereNothingIsInForce) {
 
 constexpr const char* offer =
     "On \"exit\" this can be taken out of the way, the edited copy put in the profile's place,\n"
-    "and all put back. Where it is attached directly it is out of force in between.\n"
+    "and all put back. What is attached directly or beside it is out of force in between.\n"
     "Edit it that way?\n";
 
 TEST_F(Editing, OfAProtectedProfileIsOfferedBeforeAnythingIsTyped) {
@@ -305,6 +313,90 @@ TEST_F(Editing, OfAProfileThatSomebodyDetachedAttachesItFirst) {
                               "100\n"),
                     HasSubstr("Profile gold is replaced.\n")));
   EXPECT_EQ(places(), inForce);
+}
+
+// ---- Profiles beside it ----
+
+class EditingBesideOthers : public Editing {
+ protected:
+  // Rules in force that are not those of their profiles.
+  static bool hasOtherRules() {
+    std::ostringstream out;
+    std::ostringstream err;
+    cli::run({"-o", "check"}, out, err);
+    return out.str().find("other-rule") != std::string::npos;
+  }
+  // What becomes of an LLDP frame with these digits behind its addresses.
+  static std::string fateOfLldp(const char* port, const std::string& tag) {
+    const std::string line =
+        shown({"-o", "explain", port, "hex", "0180c200000e", "020000000001", tag + "88cc0000"});
+    const std::size_t begin = line.find("fate=");
+    return line.substr(begin, line.find('\n') - begin);
+  }
+};
+
+TEST_F(EditingBesideOthers, TakesThemOutOfForceMeanwhileSoThatTheirRulesHoldBehind) {
+  makeGold();
+  lines({"l2cp-profile silver", "protocol LLDP rule discard", "protocol xSTP rule tunnel", "exit",
+         "l2cp-profile third", "protocol xSTP rule peer", "exit", "l2cp-profile apart",
+         "protocol LACP-LAMP rule peer", "exit", "attach gold port 1 vlan 10",
+         "attach silver port 1 vlan 10", "attach third port 1 vlan 10",
+         "attach apart port 1 vlan 10", "attach silver port 1 vlan 11"});
+  agreeTo({false, true});
+  EXPECT_EQ(
+      lines({"l2cp-profile gold"}),
+      std::string("Profile gold cannot be replaced as it is:\n"
+                  "  it is attached directly: port 1 vlan 10\n"
+                  "  silver is attached beside it, with protocols in common: port 1 vlan 10\n"
+                  "  third is attached beside it, with protocols in common: port 1 vlan 10\n") +
+          offer + "Profile gold is not opened.\n");
+  EXPECT_THAT(lines({"l2cp-profile gold", "no protocol LLDP", "exit"}),
+              HasSubstr("Profile gold is replaced.\n"));
+  EXPECT_EQ(answersLeft(), 0U);
+  EXPECT_FALSE(hasOtherRules());
+  EXPECT_THAT(fateOfLldp("1", "8100000a"), StartsWith("fate=discard entry="));
+  EXPECT_THAT(fateOfLldp("1", "8100000a"), HasSubstr("profile=silver protocol=LLDP"));
+  EXPECT_EQ(places(), "port=1 vlan=10\n");
+  EXPECT_EQ(shown({"-o", "profile", "ports", "silver"}), "port=1 vlan=10\nport=1 vlan=11\n");
+  EXPECT_EQ(shown({"-o", "profile", "ports", "third"}), "port=1 vlan=10\n");
+}
+
+TEST_F(EditingBesideOthers, KeepsTheOrderOfServiceProfilesAndDirectAttachments) {
+  makeGold();
+  lines({"l2cp-profile first", "protocol LLDP rule discard", "exit", "l2cp-profile last",
+         "protocol CDP rule peer", "exit", "attach first port 3 vlan 100"});
+  putInForce();
+  lines({"attach last port 3 vlan 100"});
+  const std::string order = shown({"running-config", "show"});
+  agreeTo({true});
+  EXPECT_THAT(lines({"l2cp-profile gold", "protocol xSTP rule peer", "no protocol LLDP", "exit"}),
+              HasSubstr("  first is attached beside it, with protocols in common: port 3 vlan 100\n"
+                        "  last is attached beside it, with protocols in common: port 3 vlan "
+                        "100\n"));
+  EXPECT_EQ(places(), inForce);
+  EXPECT_EQ(shown({"-o", "service-profile", "show", "business"}),
+            "name=business vlan_profile=metro l2cp_profile=gold interfaces='3 5'\n");
+  std::string expected = order;
+  const std::string rule = " protocol \"LLDP\" rule peer\n";
+  const std::size_t at = expected.find(rule, expected.find("l2cp-profile gold"));
+  ASSERT_NE(at, std::string::npos);
+  expected.replace(at, rule.size(), " protocol \"xSTP\" rule peer\n");
+  EXPECT_EQ(shown({"running-config", "show"}), expected);
+}
+
+TEST_F(EditingBesideOthers, AsksOnExitAboutThoseWhoseProtocolIsNew) {
+  makeGold();
+  putInForce();
+  lines({"l2cp-profile other", "protocol xSTP rule peer", "exit", "attach other port 3 vlan 100"});
+  EXPECT_EQ(lines({"l2cp-profile gold", "protocol xSTP rule discard"}), "");
+  agreeTo({true});
+  EXPECT_EQ(lines({"exit"}),
+            std::string("Profile gold cannot be replaced as it is:\n"
+                        "  other is attached beside it, with protocols in common: port 3 vlan "
+                        "100\n") +
+                offer + "Profile gold is replaced.\n");
+  EXPECT_EQ(places(), inForce);
+  EXPECT_FALSE(hasOtherRules());
 }
 
 // ---- Others ----

@@ -89,7 +89,14 @@ TEST_F(ShellWithoutDaemon, AnswersFailedLinesAsTheCommandLineDoesAndGoesOn) {
 
 TEST_F(ShellWithoutDaemon, AnswersFailedLinesOfConfigurationLevel) {
   answer("configure");
-  EXPECT_THAT(answer("frob"), HasSubstr("expected one of l2protocol, l2cp-profile"));
+  EXPECT_EQ(answer("frob"),
+            "l2cpctl: error: expected one of l2protocol, l2cp-profile, vlan-profile, "
+            "service-profile, attach, apply, no, show, do, help, exit, end\n");
+  EXPECT_EQ(answer("no frob"),
+            "l2cpctl: error: behind \"no\": expected one of l2protocol, l2cp-profile, "
+            "vlan-profile, service-profile, attach, apply\n");
+  EXPECT_EQ(answer("no"), answer("no frob"));
+  EXPECT_THAT(answer("end now"), HasSubstr("\"now\" is one word too many"));
   EXPECT_EQ(answer("l2 x"),
             "l2cpctl: error: \"l2\" could be \"l2protocol\" or \"l2cp-profile\"; see \"l2cpctl "
             "--help\"\n");
