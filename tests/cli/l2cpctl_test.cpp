@@ -286,6 +286,10 @@ TEST_F(Profiles, AreShownToProgramsAsTheyAreToPeople) {
 TEST_F(Profiles, AreFoundByTheirPosition) {
   does({{"profile", "add", "b"}, {"profile", "add", "a"}});
   EXPECT_EQ(shown({"profile", "show", "position", "1"}), shown({"profile", "show", "b"}));
+  EXPECT_EQ(shown({"-o", "profile", "show", "position", "1"}),
+            shown({"-o", "profile", "show", "b"}));
+  EXPECT_EQ(shown({"-j", "profile", "show", "position", "1"}),
+            shown({"-j", "profile", "show", "b"}));
   EXPECT_EQ(refused({"profile", "show", "position", "2"}),
             "l2cpctl: error: PROFILE_NOT_FOUND: there are no more profiles than this; positions "
             "count from 0\n");
@@ -558,6 +562,9 @@ TEST_F(Attachments, AreShownByProfileAndAllTogether) {
             "NAME      PROTECT  DYNAMIC  ATTACHMENTS\n"
             "p         no       no                 3\n"
             "\"my net\"  no       no                 1\n");
+  EXPECT_EQ(shown({"-o", "port", "profiles", "10"}),
+            "name=p protect=no dynamic=no attachments=3\n"
+            "name='my net' protect=no dynamic=no attachments=1\n");
   EXPECT_EQ(shown({"-o", "port", "show", "10"}),
             "vlan=7 profile=p\nvlan=8 profile=p\nvlan=all profile='my net'\n");
   EXPECT_EQ(shown({"-j", "port", "show", "9"}), R"([{"vlan":null,"profile":"p"}])"
@@ -603,6 +610,8 @@ TEST_F(Statistics, CountFramesByPortAndVlan) {
   EXPECT_EQ(shown({"port", "statistics", "3"}), std::string("port     3\n") + counters);
   EXPECT_EQ(shown({"vlan", "statistics", "4095"}), std::string("vlan     all\n") + counters);
   EXPECT_EQ(shown({"vlan", "statistics", "all"}), shown({"vlan", "statistics", "4095"}));
+  EXPECT_EQ(shown({"-o", "vlan", "statistics", "4095"}),
+            "vlan=all discard=1 peer=2 tunnel=1 total=4\n");
   EXPECT_EQ(shown({"-o", "port", "statistics", "3"}), "port=3 discard=1 peer=2 tunnel=1 total=4\n");
   EXPECT_EQ(shown({"-j", "port", "statistics", "3"}),
             R"({"port":3,"discard":1,"peer":2,"tunnel":1,"total":4})"
@@ -975,6 +984,8 @@ TEST_F(Daemon, PassesMessagesOn) {
   EXPECT_TRUE(world().systemLog().waitFor("protoDel(protoName=\"LLDP\")"));
   does({{"daemon", "message", "l2cp_dump"}, {"daemon", "message", "nobody knows", "this\n"}});
   EXPECT_TRUE(world().systemLog().waitFor("Use Len Short name    Name"));
+  EXPECT_EQ(shown({"-o", "daemon", "message", "l2cp_debug", "0"}), "");
+  EXPECT_EQ(shown({"-j", "daemon", "message", "l2cp_debug", "0"}), "{\"lines\":[]}\n");
 }
 
 TEST_F(Daemon, TakesMessagesOfTheGreatestLength) {

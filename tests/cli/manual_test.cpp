@@ -12,6 +12,7 @@
 
 #include "cli/command.h"
 #include "cli/help.h"
+#include "cli/program.h"
 
 namespace cli {
 namespace {
@@ -88,6 +89,33 @@ TEST(Manual, HasTheExampleOfEveryCommand) {
   for (const Command* command : commandsWith("")) {
     EXPECT_EQ(examples[synopsis(*command)], command->example);
   }
+}
+
+TEST(Manual, HasEveryOptionAndNoOther) {
+  constexpr std::string_view item = ".It Fl ";
+  std::set<std::string> described;
+  std::ifstream file(MANUAL_PAGE);
+  for (std::string line; std::getline(file, line);) {
+    if (!line.starts_with(item)) continue;
+    std::istringstream words(line.substr(item.size()));
+    std::string text;
+    for (std::string word; words >> word;) {
+      if (word == "Ar") {
+        words >> word;
+        text += " " + upper(word);
+      } else if (word != ",") {
+        text += (text.empty() ? "-" : ",-") + word;
+      }
+    }
+    described.insert(text);
+  }
+  std::set<std::string> options;
+  for (const OptionName& option : optionNames()) {
+    std::string text;
+    for (const std::string& name : option.names) text += (text.empty() ? "" : ",") + name;
+    options.insert(option.value.empty() ? text : text + " " + option.value);
+  }
+  EXPECT_EQ(described, options);
 }
 
 }  // namespace
