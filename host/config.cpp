@@ -114,6 +114,8 @@ class Reader {
 
  private:
   toml::table parse() {
+    // The usual name of an empty file.
+    if (path_ == "/dev/null") return {};
     // Opening a folder succeeds and reading it does not; opening a pipe waits for a writer.
     std::error_code error;
     const auto status = std::filesystem::status(path_, error);
