@@ -10,7 +10,7 @@
 
 #include "cli/failure.h"
 #include "cli/help.h"
-#include "cli/terminal.h"
+#include "cli/shell/terminal.h"
 #include "cli/value.h"
 
 namespace cli {

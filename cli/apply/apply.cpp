@@ -1,0 +1,218 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cli/apply/confirmation.h"
+#include "cli/apply/daemonState.h"
+#include "cli/apply/plan.h"
+#include "cli/apply/planRun.h"
+#include "cli/apply/scriptFile.h"
+#include "cli/apply/stateDifference.h"
+#include "cli/command.h"
+#include "cli/failure.h"
+#include "cli/value.h"
+
+namespace cli {
+
+namespace {
+
+// ---- What the file says ----
+
+// Notes all mistakes but one, which is thrown.
+[[noreturn]] void refuse(const ScriptFile& file, std::vector<script::Script::Mistake> mistakes,
+                         Notes& notes) {
+  const auto message = [&](const auto& mistake) {
+    return file.message(mistake.line, mistake.reason);
+  };
+  std::sort(mistakes.begin(), mistakes.end(),
+            [](const auto& one, const auto& other) { return one.line < other.line; });
+  if (mistakes.size() == 1) throw LocalError(message(mistakes.front()) + "; nothing was done");
+  for (const auto& mistake : mistakes) notes.note(message(mistake));
+  throw LocalError(
+      fmt::format("{}: {} lines are wrong; nothing was done", file.name, mistakes.size()));
+}
+
+// The state that the file describes. Built-in protocols that it does not name stay as they are.
+State stateOf(const ScriptFile& file, const DaemonState& daemon, Notes& notes) {
+  State state;
+  for (const std::string& name : daemon.builtIn) {
+    state.protocols.emplace(name, daemon.state.protocols.at(name));
+  }
+  std::vector<script::Script::Mistake> mistakes = file.script.mistakes;
+  for (const auto& [line, command] : file.script.statements) {
+    const std::string refusal = state.take(command);
+    if (!refusal.empty()) mistakes.push_back({line, refusal});
+  }
+  if (!mistakes.empty()) refuse(file, std::move(mistakes), notes);
+  return state;
+}
+
+// ---- What the module refuses ----
+
+// Looks for what is sure to be refused, before the first request. Throws Refused.
+class Check {
+ public:
+  Check(const DaemonState& daemon, const State& wanted) : daemon_(daemon), wanted_(wanted) {}
+
+  void run() const {
+    for (const std::string& name : daemon_.protectedProfiles) checkProtected(name);
+    for (const auto& [name, definition] : daemon_.state.protocols) {
+      if (!wanted_.protocols.contains(name)) checkUses(name);
+    }
+  }
+
+ private:
+  void checkProtected(const std::string& name) const {
+    const auto other = wanted_.l2cpProfiles.find(name);
+    const bool stays = other != wanted_.l2cpProfiles.end();
+    if (stays && other->second == daemon_.state.l2cpProfiles.at(name)) return;
+    throw Refused(fmt::format(
+        "PROFILE_PROTECTED: the file {} the profile {}, which is protected; switch that off first "
+        "with \"l2cpctl profile set NAME protect off\"; nothing was done",
+        stays ? "changes" : "deletes", quotedText(name)));
+  }
+
+  void checkUses(const std::string& protocol) const {
+    std::uint32_t rules = 0;
+    for (const auto& [name, profile] : daemon_.state.l2cpProfiles) {
+      if (profile.contains(protocol)) ++rules;
+    }
+    if (daemon_.uses.at(protocol) == rules) return;
+    throw Refused(fmt::format(
+        "PROTO_IN_USE: the file deletes the protocol {}, whose use count is {}, while the profiles "
+        "of the running configuration have {} rules for it; look for others with \"l2cpctl profile "
+        "list\", or let the file keep the protocol; nothing was done",
+        quotedText(protocol), daemon_.uses.at(protocol), rules));
+  }
+
+  const DaemonState& daemon_;
+  const State& wanted_;
+};
+
+// A request can make a protocol of the same name, but not one with the mask of a built-in one.
+void checkCanBeUndone(const DaemonState& daemon, const State& wanted) {
+  for (const std::string& name : daemon.builtIn) {
+    if (wanted.protocols.contains(name)) continue;
+    throw Refused(fmt::format(
+        "the file deletes the built-in protocol {}, which could not be undone; apply that without "
+        "--confirm; nothing was done",
+        quotedText(name)));
+  }
+}
+
+// ---- Answers ----
+
+constexpr Field<Reattachment> interruptionFields[] = {
+    {{"port", Align::right}, [](const Reattachment& of) { return numberValue(of.port); }},
+    {{"vlan", Align::right}, [](const Reattachment& of) { return vlanValue(of.attachment.vid); }},
+    {{"profile"}, [](const Reattachment& of) { return nameValue(of.attachment.profile); }}};
+constexpr Kind<Reattachment> interruptionKind{"interruption", "interruptions", interruptionFields};
+
+void showSummary(const Plan& plan, Output& output) {
+  const Table summary{"summary",
+                      "summaries",
+                      {{"commands"}},
+                      {{numberValue(static_cast<std::int64_t>(plan.commands.size()))}}};
+  const Table interruptions = tableOf(interruptionKind, plan.interruptions);
+  output.show(summary, {&interruptions, 1});
+}
+
+// ---- Commands ----
+
+void undo(const State& before, Client& client, Notes& notes) {
+  const DaemonState now = daemonState(client);
+  perform(planFor(now.state, before, now.portsWithGaps), now.state, client, notes);
+}
+
+// Undoes what was done and tells why.
+[[noreturn]] void giveUp(ExitStatus status, std::string_view why, const State& before,
+                         Context& context) {
+  try {
+    undo(before, context.client, context.output.notes());
+  } catch (const Failure& failure) {
+    throw BatchFailure(ExitStatus::partly,
+                       fmt::format("{}; undoing it failed: {}", why, failure.what()));
+  }
+  throw BatchFailure(status, fmt::format("{}; the configuration is as it was before", why));
+}
+
+void applyWithConfirmation(const Plan& plan, const State& before, Context& context) {
+  Notes& notes = context.output.notes();
+  const std::chrono::seconds time = context.options.confirm;
+  Confirmation confirmation;
+  try {
+    perform(plan, before, context.client, notes);
+  } catch (const BatchFailure& failure) {
+    if (failure.status() != ExitStatus::partly) throw;
+    giveUp(ExitStatus::refused, failure.what(), before, context);
+  }
+  notes.note(
+      fmt::format("{} commands were carried out; they are undone unless Enter comes within "
+                  "{} s",
+                  plan.commands.size(), time.count()));
+  const std::string_view refusal = confirmation.wait(time, notes);
+  notes.endProgress();
+  if (!refusal.empty()) giveUp(ExitStatus::partly, refusal, before, context);
+}
+
+void apply(Context& context) {
+  const Options& options = context.options;
+  const bool confirms = options.confirm.count() != 0;
+  if (confirms && options.dryRun) throw UsageError("--dry-run leaves nothing to --confirm");
+  if (confirms && !context.words.empty() && context.words.front() == "-") {
+    throw UsageError("--confirm wants standard input for the confirmation; name a file");
+  }
+  const ScriptFile file = takeScript(context.words);
+  const DaemonState daemon = daemonState(context.client);
+  const State wanted = stateOf(file, daemon, context.output.notes());
+  Check(daemon, wanted).run();
+  if (confirms) checkCanBeUndone(daemon, wanted);
+  const Plan plan = planFor(daemon.state, wanted, daemon.portsWithGaps);
+  if (options.dryRun) return context.output.script(textOf(plan));
+  if (confirms && !plan.commands.empty()) {
+    applyWithConfirmation(plan, daemon.state, context);
+  } else {
+    perform(plan, daemon.state, context.client, context.output.notes());
+  }
+  showSummary(plan, context.output);
+}
+
+void diff(Context& context) {
+  const ScriptFile file = takeScript(context.words);
+  const DaemonState daemon = daemonState(context.client);
+  const State wanted = stateOf(file, daemon, context.output.notes());
+  context.output.script(linesBetween(daemon.state, wanted));
+}
+
+constexpr Command diffCommands[] = {
+    {"diff", "FILE", "Shows what a script would change if it were applied.",
+     "Lines of the script that the running configuration lacks have \"+\" in front, those that it "
+     "has\n"
+     "too many \"-\"; a line with a blank tells in which mode others stand. Nothing is shown, and "
+     "the\n"
+     "JSON array is empty, if nothing would change. The status is 0 in both cases.\n"
+     "FILE \"-\" is standard input.",
+     "l2cpctl diff site.l2cp", diff}};
+
+constexpr Command applyCommands[] = {
+    {"apply", "FILE [--dry-run] [--confirm SECONDS]",
+     "Makes the running configuration what a script says, and no more than that.",
+     "What the script does not make is deleted, but for built-in protocols, dynamic profiles and\n"
+     "copies that are being edited. A line that is wrong, or something that the module is sure to\n"
+     "refuse, changes nothing. FILE \"-\" is standard input.\n"
+     "What is in force and stays so is left alone where that can be; shown are the number of\n"
+     "commands and the attachments that were interrupted.\n"
+     "--dry-run  shows the commands instead of carrying them out\n"
+     "--confirm  undoes everything unless Enter comes on standard input within that time; its end\n"
+     "           and SIGHUP, SIGINT and SIGTERM undo it as well, and the status is 4",
+     "l2cpctl apply site.l2cp --confirm 60", apply}};
+
+}  // namespace
+
+constinit const Noun diffNoun{"diff", "What a script would change", diffCommands};
+constinit const Noun applyNoun{"apply", "Make the configuration what a script says", applyCommands};
+
+}  // namespace cli

@@ -1,0 +1,233 @@
+#include "cli/apply/stateDifference.h"
+
+#include <algorithm>
+#include <optional>
+#include <set>
+
+#include "cli/apply/portPlan.h"
+
+namespace cli {
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+Lines linesOf(const std::string& profile, const Rules& rules) {
+  Lines lines;
+  for (const auto& [protocol, rule] : rules) {
+    lines.push_back(script::text(script::Entry{profile, protocol, rule}));
+  }
+  return lines;
+}
+
+Lines linesOf(const std::string& vlanProfile, const Svids& svids) {
+  Lines lines;
+  for (const auto& [interface, vid] : svids) {
+    lines.push_back(script::text(script::Svid{vlanProfile, interface, vid}));
+  }
+  return lines;
+}
+
+Lines linesOf(const std::string& name, const Service& service) {
+  Lines lines;
+  if (!service.vlanProfile.empty()) {
+    lines.push_back(script::text(script::ServiceVlanProfile{name, service.vlanProfile}));
+  }
+  if (!service.l2cpProfile.empty()) {
+    lines.push_back(script::text(script::ServiceL2cpProfile{name, service.l2cpProfile}));
+  }
+  return lines;
+}
+
+std::string protocolLine(const std::string& name, const Definition& definition) {
+  return script::text(
+      script::Protocol{name, definition.mac, definition.etherType, definition.subType});
+}
+
+/// What is in force on a port, as lines, each with what it attaches.
+struct PortLine {
+  std::string text;
+  std::optional<Attachment> attachment;
+};
+
+class PortLines {
+ public:
+  PortLines(const State& state, std::uint32_t port) : state_(state), port_(port) {
+    addAttachments();
+    addOtherApplications();
+  }
+
+  const std::vector<PortLine>& all() const { return lines_; }
+  bool has(const std::string& text) const {
+    return std::any_of(lines_.begin(), lines_.end(),
+                       [&](const PortLine& line) { return line.text == text; });
+  }
+
+ private:
+  void addAttachments() {
+    const auto found = state_.ports.find(port_);
+    if (found == state_.ports.end()) return;
+    for (const Attachment& attachment : found->second) {
+      const auto services = applicationsOf(state_, attachment, port_);
+      if (services.empty()) {
+        lines_.push_back(
+            {script::text(script::Attach{attachment.profile, port_, attachment.vid}), attachment});
+      } else {
+        lines_.push_back({apply(services.back()), attachment});
+        attaching_.insert(services.back());
+      }
+    }
+  }
+
+  void addOtherApplications() {
+    const auto interface = static_cast<std::int32_t>(port_);
+    if (interface < 0) return;
+    for (const auto& [service, interfaces] : state_.applications) {
+      if (!interfaces.contains(interface) || attaching_.contains(service)) continue;
+      lines_.push_back({apply(service), {}});
+      const Attachment attachment = state_.attachedBy(service, interface);
+      if (attachment.profile.empty()) continue;
+      lines_.push_back(
+          {script::text(script::NoAttach{attachment.profile, port_, attachment.vid}), {}});
+    }
+  }
+
+  std::string apply(const std::string& service) const {
+    return script::text(script::Apply{service, static_cast<std::int32_t>(port_)});
+  }
+
+  const State& state_;
+  std::uint32_t port_;
+  std::vector<PortLine> lines_;
+  std::set<std::string> attaching_;
+};
+
+class Difference {
+ public:
+  Difference(const State& current, const State& wanted) : current_(current), wanted_(wanted) {}
+
+  Lines make() {
+    protocols();
+    blocks<script::L2cpProfile>(current_.l2cpProfiles, wanted_.l2cpProfiles);
+    blocks<script::VlanProfile>(current_.vlanProfiles, wanted_.vlanProfiles);
+    blocks<script::ServiceProfile>(current_.services, wanted_.services);
+    ports();
+    return std::move(lines_);
+  }
+
+ private:
+  void add(char sign, const std::string& line) { lines_.push_back(sign + line); }
+
+  void protocols() {
+    for (const auto& [name, definition] : current_.protocols) {
+      const auto other = wanted_.protocols.find(name);
+      const bool stays = other != wanted_.protocols.end();
+      if (stays && other->second == definition) continue;
+      add('-', protocolLine(name, definition));
+      if (stays) add('+', protocolLine(name, other->second));
+    }
+    for (const auto& [name, definition] : wanted_.protocols) {
+      if (!current_.protocols.contains(name)) add('+', protocolLine(name, definition));
+    }
+  }
+
+  template <class Enter, class Objects>
+  void blocks(const Objects& before, const Objects& after) {
+    for (const auto& [name, object] : before) {
+      const auto other = after.find(name);
+      if (other == after.end()) {
+        add('-', script::text(Enter{name}));
+        inMode(linesOf(name, object), {});
+      } else if (other->second != object) {
+        add(' ', script::text(Enter{name}));
+        inMode(linesOf(name, object), linesOf(name, other->second));
+      }
+    }
+    for (const auto& [name, object] : after) {
+      if (before.contains(name)) continue;
+      add('+', script::text(Enter{name}));
+      inMode({}, linesOf(name, object));
+    }
+  }
+
+  void inMode(const Lines& before, const Lines& after) {
+    const auto lacks = [](const Lines& lines, const std::string& line) {
+      return std::find(lines.begin(), lines.end(), line) == lines.end();
+    };
+    for (const std::string& line : before) {
+      if (lacks(after, line)) add('-', line);
+    }
+    for (const std::string& line : after) {
+      if (lacks(before, line)) add('+', line);
+    }
+  }
+
+  void ports() {
+    std::set<std::uint32_t> numbers;
+    for (const State* state : {&current_, &wanted_}) {
+      for (const auto& [port, attachments] : state->ports) numbers.insert(port);
+      for (const auto& [service, interfaces] : state->applications) {
+        numbers.insert(interfaces.begin(), interfaces.end());
+      }
+    }
+    for (const std::uint32_t port : numbers) {
+      onPort(PortLines(current_, port), PortLines(wanted_, port));
+    }
+  }
+
+  void onPort(const PortLines& before, const PortLines& after) {
+    const std::set<std::string> moved = linesOutOfOrder(before, after);
+    for (const PortLine& line : before.all()) {
+      if (!after.has(line.text) || moved.contains(line.text)) add('-', line.text);
+    }
+    for (const PortLine& line : after.all()) {
+      if (!before.has(line.text) || moved.contains(line.text)) add('+', line.text);
+    }
+  }
+
+  // Of two that can hold for the same frame and change places, the one that goes behind the other.
+  std::set<std::string> linesOutOfOrder(const PortLines& before, const PortLines& after) const {
+    std::set<std::string> moved;
+    const auto& lines = before.all();
+    for (auto one = lines.begin(); one != lines.end(); ++one) {
+      for (auto other = std::next(one); other != lines.end(); ++other) {
+        if (!one->attachment || !other->attachment ||
+            !compete(*one->attachment, *other->attachment)) {
+          continue;
+        }
+        if (comesBefore(after, other->text, one->text)) moved.insert(one->text);
+      }
+    }
+    return moved;
+  }
+
+  bool compete(const Attachment& one, const Attachment& other) const {
+    const auto hasRules = [&](const std::string& profile) {
+      const auto found = wanted_.l2cpProfiles.find(profile);
+      return found == wanted_.l2cpProfiles.end() || !found->second.empty();
+    };
+    return canMeet(one, other) && hasRules(one.profile) && hasRules(other.profile);
+  }
+
+  static bool comesBefore(const PortLines& lines, const std::string& one,
+                          const std::string& other) {
+    bool hasOne = false;
+    for (const PortLine& line : lines.all()) {
+      if (line.text == one) hasOne = true;
+      if (line.text == other) return hasOne;
+    }
+    return false;
+  }
+
+  const State& current_;
+  const State& wanted_;
+  Lines lines_;
+};
+
+}  // namespace
+
+std::vector<std::string> linesBetween(const State& current, const State& wanted) {
+  return Difference(current, wanted).make();
+}
+
+}  // namespace cli

@@ -1,0 +1,717 @@
+// Scripts against a real daemon: load, diff and apply.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "cli/apply/daemonState.h"
+#include "cli/apply/planRun.h"
+#include "cli/apply/stateDifference.h"
+#include "cli/carry.h"
+#include "cli/failure.h"
+#include "tests/cli/apply/random_state.h"
+#include "tests/cli/command_line.h"
+#include "tests/support/script_lines.h"
+#include "tests/system/fixture.h"
+
+namespace cli {
+namespace {
+
+using support::World;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+// Of the running configuration, what it says, in an order that does not depend on the process.
+std::vector<std::string> configuration() {
+  std::istringstream text(outcome({"running-config", "show"}, {.redirected = true}).out);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(text, line);) lines.push_back(line);
+  return support::said(lines);
+}
+
+const char* const site =
+    "! the whole language\n"
+    "l2protocol \"PTP\" mac any ethertype 0x88f7 subtype 0x01\n"
+    "l2cp-profile gold\n"
+    " protocol LLDP rule tunnel\n"
+    " protocol \"PTP\" rule peer\n"
+    "exit\n"
+    "vlan-profile metro\n"
+    " interface 3 svid 100\n"
+    "exit\n"
+    "service-profile business\n"
+    " vlan-profile metro\n"
+    " l2cp-profile gold\n"
+    "exit\n"
+    "attach gold port 1\n"
+    "apply business interface 3\n";
+
+class Loading : public DaemonTest {};
+class Applying : public DaemonTest {};
+class Confirming : public DaemonTest {};
+class WithoutDaemon : public WorldTest {};
+
+// ---- Load ----
+
+TEST_F(Loading, CarriesAScriptOutAndTakesItAgain) {
+  const std::string file = World::file("site.l2cp", site);
+  does({{"load", file}});
+  const std::vector<std::string> once = configuration();
+  EXPECT_THAT(once, ElementsAre("l2protocol \"PTP\" mac any ethertype 0x88f7 subtype 0x01",
+                                "l2cp-profile gold", " protocol \"LLDP\" rule tunnel",
+                                " protocol \"PTP\" rule peer", "exit", "vlan-profile metro",
+                                " interface 3 svid 100", "exit", "service-profile business",
+                                " vlan-profile metro", " l2cp-profile gold", "exit",
+                                "attach gold port 1", "apply business interface 3"));
+  does({{"load", file}});
+  EXPECT_EQ(configuration(), once);
+}
+
+TEST_F(Loading, UndoesAndChangesWhatIsThere) {
+  does({{"load", World::file("site.l2cp", site)},
+        {"load",
+         World::file("change.l2cp",
+                     "no apply business interface 3\n"
+                     "no attach gold port 1\n"
+                     "l2protocol PTP mac 01:80:c2:00:00:0e ethertype 0x88f8\n"
+                     "l2cp-profile gold\n no protocol LLDP\n protocol PTP rule discard\nexit\n"
+                     "vlan-profile metro\n interface 3 svid 101\nexit\n"
+                     "service-profile business\n no l2cp-profile\nexit\n")}});
+  EXPECT_THAT(configuration(),
+              ElementsAre("l2protocol \"PTP\" mac 01:80:c2:00:00:0e ethertype 0x88f8",
+                          "l2cp-profile gold", " protocol \"PTP\" rule discard", "exit",
+                          "vlan-profile metro", " interface 3 svid 101", "exit",
+                          "service-profile business", " vlan-profile metro", "exit"));
+  // Deleting a profile gives its protocols free.
+  does({{"load", World::file("undo.l2cp",
+                             "vlan-profile metro\n no interface 3\nexit\n"
+                             "service-profile business\n no vlan-profile\nexit\n"
+                             "no service-profile business\nno vlan-profile metro\n"
+                             "no l2cp-profile gold\nno l2protocol PTP\n")}});
+  EXPECT_THAT(configuration(), IsEmpty());
+}
+
+TEST_F(Loading, StopsAtTheFirstLineThatIsRefused) {
+  const std::string file = World::file(
+      "f.l2cp", "l2cp-profile gold\nexit\n\nattach silver port 1\nattach gold port 1\n");
+  const auto [status, out, err] = outcome({"load", file});
+  EXPECT_EQ(status, 4);
+  EXPECT_EQ(out, "");
+  EXPECT_EQ(err, "l2cpctl: error: " + file +
+                     ":4: PROFILE_NOT_FOUND: there is no profile of this name; \"l2cpctl profile "
+                     "list\" shows those there are; what stands before was carried out\n");
+  EXPECT_EQ(shown({"-o", "profile", "list"}), "name=gold protect=no dynamic=no attachments=0\n");
+}
+
+TEST_F(Loading, IsRefusedIfNothingWasCarriedOut) {
+  const std::string file = World::file("f.l2cp", "attach silver port 1\nl2cp-profile gold\nexit\n");
+  EXPECT_EQ(refused({"load", file}),
+            "l2cpctl: error: " + file +
+                ":1: PROFILE_NOT_FOUND: there is no profile of this name; \"l2cpctl profile list\" "
+                "shows those there are; nothing was carried out\n");
+  EXPECT_EQ(shown({"-o", "profile", "list"}), "");
+}
+
+TEST_F(Loading, BeginsNothingIfALineIsNoCommand) {
+  const std::string file = World::file("f.l2cp", "l2cp-profile gold\nexit\nattach gold prot 1\n");
+  const auto [status, out, err] = outcome({"load", file});
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(out, "");
+  EXPECT_EQ(err, "l2cpctl: error: " + file + ":3: \"port\" is missing; nothing was carried out\n");
+  EXPECT_EQ(shown({"-o", "profile", "list"}), "");
+}
+
+TEST_F(Loading, LeavesOutOnRequestWhatIsRefusedAndWhatStandsInItsMode) {
+  const std::string long34(34, 'x');
+  const std::string file = World::file("f.l2cp",
+                                       "attach silver port 1\n"
+                                       "nonsense\n"
+                                       "l2cp-profile " +
+                                           long34 +
+                                           "\n"
+                                           " protocol LLDP rule peer\n"
+                                           "exit\n"
+                                           "l2cp-profile gold\n"
+                                           " protocol LLDP rule pear\n"
+                                           " protocol CDP rule peer\n"
+                                           "exit\n");
+  const auto [status, out, err] = outcome({"load", "--keep-going", file});
+  EXPECT_EQ(status, 4);
+  EXPECT_EQ(out, "");
+  EXPECT_EQ(err,
+            "l2cpctl: " + file +
+                ":1: PROFILE_NOT_FOUND: there is no profile of this name; \"l2cpctl profile list\" "
+                "shows those there are\n"
+                "l2cpctl: " +
+                file +
+                ":2: expected one of l2protocol, l2cp-profile, vlan-profile, service-profile, "
+                "attach, apply\n"
+                "l2cpctl: " +
+                file + ":3: the name \"" + long34 +
+                "\" is 34 bytes long; 33 is the most there can be\n"
+                "l2cpctl: " +
+                file +
+                ":7: the rule is not \"discard\", \"peer\" or \"tunnel\"\n"
+                "l2cpctl: error: " +
+                file + ": 5 of 7 commands were not carried out\n");
+  EXPECT_THAT(configuration(),
+              ElementsAre("l2cp-profile gold", " protocol \"CDP\" rule peer", "exit"));
+  EXPECT_EQ(outcome({"load", "--keep-going", World::file("g", "attach silver port 1\n")}).status,
+            2);
+  EXPECT_EQ(outcome({"load", "--keep-going", World::file("h", "nonsense\n")}).status, 1);
+}
+
+TEST_F(Loading, SaysWhatIsSoAlreadyOfWhatCannotBeChanged) {
+  does({{"load", World::file("site.l2cp", site)}});
+  const auto refusal = [](const std::string& lines) {
+    return refused({"load", World::file("f.l2cp", lines)});
+  };
+  does({{"load", World::file("same", "l2cp-profile gold\n protocol LLDP rule tunnel\nexit\n")},
+        {"load", World::file("same", "vlan-profile metro\n interface 3 svid 100\nexit\n")},
+        {"load", World::file("same",
+                             "service-profile business\n vlan-profile metro\n"
+                             " l2cp-profile gold\nexit\n")}});
+  EXPECT_THAT(refusal("no l2cp-profile gold\n"),
+              HasSubstr(":1: PROFILE_IN_USE: the profile is attached, or a service profile names"));
+  EXPECT_THAT(refusal("no l2protocol PTP\n"), HasSubstr(":1: PROTO_IN_USE: "));
+  EXPECT_THAT(refusal("no vlan-profile metro\n"), HasSubstr(":1: IN_USE: a service profile names"));
+  EXPECT_THAT(refusal("no service-profile business\n"),
+              HasSubstr(":1: IN_USE: the profile is appl"));
+  EXPECT_THAT(refusal("no apply business interface 4\n"), HasSubstr(":1: NOT_APPLIED: "));
+  EXPECT_THAT(refusal("no attach gold port 1 vlan 7\n"), HasSubstr(":1: DETACH_REFUSED: "));
+  EXPECT_THAT(refusal("l2protocol 0123456789012345678901234567890 mac any\n"),
+              HasSubstr(":1: INVALID: the name is too long for the module"));
+  const auto inMode = [](const std::string& lines) {
+    const auto [status, out, err] = outcome({"load", World::file("f.l2cp", lines)});
+    EXPECT_EQ(status, 4);
+    return err;
+  };
+  EXPECT_THAT(inMode("l2cp-profile gold\n protocol LLDP rule peer\n"),
+              HasSubstr(":2: PROFILE_IN_USE: "));
+  EXPECT_THAT(inMode("vlan-profile metro\n interface 4 svid 100\n"), HasSubstr(":2: IN_USE: "));
+  EXPECT_THAT(inMode("service-profile business\n no vlan-profile\n"), HasSubstr(":2: IN_USE: "));
+  EXPECT_THAT(inMode("service-profile other\n l2cp-profile gold\nexit\napply other interface 4\n"),
+              HasSubstr(":4: NOTHING_THERE: "));
+}
+
+/// Standard input, as long as this lives.
+class Input {
+ public:
+  explicit Input(const std::string& text) : text_(text), before_(std::cin.rdbuf(text_.rdbuf())) {}
+  ~Input() {
+    std::cin.rdbuf(before_);
+    std::cin.clear();
+  }
+  Input(const Input&) = delete;
+  Input& operator=(const Input&) = delete;
+
+ private:
+  std::istringstream text_;
+  std::streambuf* before_;
+};
+
+TEST_F(Loading, ReadsStandardInput) {
+  {
+    const Input input("l2cp-profile gold\n protocol LLDP rule peer\nexit\n");
+    does({{"load", "-"}});
+  }
+  const Input input("\nattach silver port 1\n");
+  EXPECT_THAT(refused({"load", "-"}), StartsWith("l2cpctl: error: standard input:2: PROFILE_NOT_"));
+  EXPECT_EQ(configuration().size(), 3);
+}
+
+TEST_F(Loading, TellsOfFilesThatCannotBeRead) {
+  for (const char* command : {"load", "diff", "apply"}) {
+    EXPECT_EQ(outcome({command, "/nowhere"}).err,
+              "l2cpctl: error: /nowhere: No such file or directory\n");
+    EXPECT_EQ(outcome({command, "/run"}).err, "l2cpctl: error: /run: Is a directory\n");
+    EXPECT_EQ(outcome({command, "/run"}).status, 1);
+  }
+}
+
+TEST_F(WithoutDaemon, IsSaidByEachWithTheLineThatWasToBeCarriedOut) {
+  const std::string file = World::file("f.l2cp", "\nl2cp-profile gold\nexit\n");
+  EXPECT_THAT(notReached({"load", file}), StartsWith("l2cpctl: error: " + file + ":2: "));
+  EXPECT_THAT(notReached({"load", "--keep-going", file}), HasSubstr("nothing was carried out"));
+  notReached({"diff", file});
+  notReached({"apply", file});
+}
+
+// ---- Diff and apply ----
+
+const char* const other =
+    "l2cp-profile gold\n"
+    " protocol LLDP rule tunnel\n"
+    " protocol CDP rule peer\n"
+    "exit\n"
+    "vlan-profile metro\n"
+    " interface 3 svid 100\n"
+    "exit\n"
+    "service-profile business\n"
+    " vlan-profile metro\n"
+    " l2cp-profile gold\n"
+    "exit\n"
+    "apply business interface 3\n";
+
+TEST_F(Applying, IsShownBeforeItHappens) {
+  does({{"load", World::file("site.l2cp", site)}});
+  const std::string file = World::file("other.l2cp", other);
+  EXPECT_EQ(shown({"diff", file}),
+            "-l2protocol \"PTP\" mac any ethertype 0x88f7 subtype 0x01\n"
+            " l2cp-profile gold\n"
+            "- protocol \"PTP\" rule peer\n"
+            "+ protocol \"CDP\" rule peer\n"
+            "-attach gold port 1\n");
+  EXPECT_THAT(shown({"-o", "diff", file}),
+              AllOf(StartsWith("line='-l2protocol \"PTP\" mac any eth"),
+                    HasSubstr("\nline='+ protocol \"CDP\" rule peer'\n")));
+  EXPECT_EQ(shown({"-j", "diff", file}),
+            R"({"lines":["-l2protocol \"PTP\" mac any ethertype 0x88f7 subtype 0x01",)"
+            R"(" l2cp-profile gold","- protocol \"PTP\" rule peer","+ protocol \"CDP\" rule peer",)"
+            R"("-attach gold port 1"]})"
+            "\n");
+  EXPECT_EQ(shown({"apply", "--dry-run", file}),
+            "no attach gold port 1\n"
+            "! in force, edited as a copy that takes its place at \"exit\":\n"
+            "l2cp-profile gold\n"
+            " no protocol \"PTP\"\n"
+            " protocol \"CDP\" rule peer\n"
+            "exit\n"
+            "no l2protocol \"PTP\"\n"
+            "! interrupted: gold port 3 vlan 100\n");
+  EXPECT_THAT(shown({"-j", "apply", "--dry-run", file}),
+              AllOf(StartsWith("{\"lines\":[\"no attach gold port 1\","),
+                    HasSubstr("\"! interrupted: gold port 3 vlan 100\"]}")));
+  EXPECT_THAT(shown({"-o", "apply", "--dry-run", file}),
+              StartsWith("line='no attach gold port 1'\n"));
+  // Nothing has happened.
+  EXPECT_EQ(shown({"diff", World::file("site.l2cp", site)}), "");
+  EXPECT_EQ(shown({"-j", "diff", World::file("site.l2cp", site)}), "{\"lines\":[]}\n");
+}
+
+TEST_F(Applying, DoesWhatDiffersAndNothingTheSecondTime) {
+  does({{"load", World::file("site.l2cp", site)}});
+  const std::string file = World::file("other.l2cp", other);
+  EXPECT_EQ(shown({"apply", file}),
+            "commands  6\n"
+            "\n"
+            "PORT  VLAN  PROFILE\n"
+            "   3   100  gold\n");
+  EXPECT_THAT(configuration(),
+              ElementsAre("l2cp-profile gold", " protocol \"CDP\" rule peer",
+                          " protocol \"LLDP\" rule tunnel", "exit", "vlan-profile metro",
+                          " interface 3 svid 100", "exit", "service-profile business",
+                          " vlan-profile metro", " l2cp-profile gold", "exit",
+                          "apply business interface 3"));
+  EXPECT_EQ(shown({"-o", "profile", "list"}), "name=gold protect=no dynamic=no attachments=1\n");
+  EXPECT_EQ(shown({"apply", file}), "commands  0\n\nPORT  VLAN  PROFILE\n");
+  EXPECT_EQ(shown({"-j", "apply", file}), "{\"commands\":0,\"interruptions\":[]}\n");
+  EXPECT_EQ(shown({"-o", "apply", file}), "kind=summary commands=0\n");
+  EXPECT_EQ(shown({"-j", "apply", World::file("site.l2cp", site)}),
+            R"({"commands":6,"interruptions":[{"port":3,"vlan":100,"profile":"gold"}]})"
+            "\n");
+  EXPECT_EQ(shown({"-o", "apply", file}),
+            "kind=summary commands=6\nkind=interruption port=3 vlan=100 profile=gold\n");
+  // The editing cycles have left every use of a protocol counted once.
+  EXPECT_THAT(shown({"-j", "apply", World::file("nothing", "")}), HasSubstr("\"commands\":4,"));
+  EXPECT_THAT(configuration(), IsEmpty());
+  EXPECT_THAT(shown({"-o", "protocol", "list"}),
+              testing::Not(testing::ContainsRegex("rules=[^0]")));
+}
+
+TEST_F(Applying, ChangesNothingIfALineIsWrong) {
+  does({{"load", World::file("site.l2cp", site)}});
+  const std::vector<std::string> before = configuration();
+  const std::string one = World::file("one.l2cp", "attach silver port 1\n");
+  const auto single = outcome({"apply", one});
+  EXPECT_EQ(single.status, 1);
+  EXPECT_EQ(single.err,
+            "l2cpctl: error: " + one + ":1: there is no profile of this name; nothing was done\n");
+  const std::string two =
+      World::file("two.l2cp", "nonsense\nl2cp-profile gold\n protocol LDLP rule peer\nexit\n");
+  for (const char* command : {"apply", "diff"}) {
+    const auto [status, out, err] = outcome({command, two});
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(err, "l2cpctl: " + two +
+                       ":1: expected one of l2protocol, l2cp-profile, vlan-profile, "
+                       "service-profile, attach, apply\n"
+                       "l2cpctl: " +
+                       two +
+                       ":3: there is no protocol of this name\n"
+                       "l2cpctl: error: " +
+                       two + ": 2 lines are wrong; nothing was done\n");
+  }
+  EXPECT_EQ(configuration(), before);
+}
+
+TEST_F(Applying, ChangesNothingIfAProfileIsProtected) {
+  does({{"load", World::file("site.l2cp", site)}, {"profile", "set", "gold", "protect", "on"}});
+  const std::vector<std::string> before = configuration();
+  EXPECT_EQ(
+      refused({"apply", World::file("other.l2cp", other)}),
+      "l2cpctl: error: PROFILE_PROTECTED: the file changes the profile \"gold\", which is "
+      "protected; switch that off first with \"l2cpctl profile set NAME protect off\"; nothing "
+      "was done\n");
+  EXPECT_THAT(refused({"apply", World::file("nothing", "")}),
+              HasSubstr("the file deletes the profile \"gold\", which is protected"));
+  EXPECT_EQ(configuration(), before);
+  // Where it is in force may be changed.
+  const std::string without = std::string(site).substr(0, std::string(site).find("attach gold"));
+  EXPECT_THAT(shown({"-j", "apply", World::file("without", without)}),
+              HasSubstr("\"commands\":2,"));
+}
+
+TEST_F(Applying, ChangesNothingIfAProtocolIsUsedUnseen) {
+  does({{"load", World::file("site.l2cp",
+                             "l2protocol PTP mac any\nl2cp-profile gold\n"
+                             " protocol PTP rule peer\nexit\n")},
+        // The module goes on counting the rules of a profile that is deleted with them.
+        {"profile", "delete", "gold"}});
+  EXPECT_EQ(
+      refused({"apply", World::file("nothing", "")}),
+      "l2cpctl: error: PROTO_IN_USE: the file deletes the protocol \"PTP\", whose use count is 1, "
+      "while the profiles of the running configuration have 0 rules for it; look for others "
+      "with \"l2cpctl profile list\", or let the file keep the protocol; nothing was done\n");
+  EXPECT_EQ(shown({"-j", "apply", World::file("keep", "l2protocol PTP mac any\n")}),
+            "{\"commands\":0,\"interruptions\":[]}\n");
+}
+
+TEST_F(Applying, LeavesAloneWhatIsNoConfiguration) {
+  does({{"profile", "add", "learnt", "dynamic"}, {"profile", "add", "gold"}});
+  shown({"profile", "edit", "gold"});
+  EXPECT_THAT(shown({"-j", "apply", World::file("nothing", "")}), HasSubstr("\"commands\":1,"));
+  EXPECT_EQ(shown({"-o", "profile", "list"}),
+            "name=learnt protect=no dynamic=yes attachments=0\n"
+            "name=temp_l2cp_prof_1 protect=no dynamic=no attachments=0\n");
+}
+
+TEST_F(Applying, KnowsProfilesWithoutRulesAndWhereTheyAreInForce) {
+  const std::string file =
+      World::file("f.l2cp",
+                  "l2cp-profile none\nexit\nvlan-profile metro\n interface 3 svid 100\nexit\n"
+                  "service-profile business\n vlan-profile metro\n l2cp-profile none\nexit\n"
+                  "attach none port 1\nattach none port 2 vlan 7\napply business interface 3\n");
+  EXPECT_THAT(shown({"-j", "apply", file}), HasSubstr("\"commands\":12,"));
+  EXPECT_EQ(shown({"-j", "apply", file}), "{\"commands\":0,\"interruptions\":[]}\n");
+  EXPECT_THAT(shown({"-j", "apply", World::file("nothing", "")}), HasSubstr("\"commands\":6,"));
+  EXPECT_EQ(shown({"-o", "profile", "list"}), "");
+}
+
+TEST_F(Applying, DeletesABuiltInProtocolOnlyIfToldTo) {
+  const std::string without = World::file("without", "no l2protocol LLDP\n");
+  const std::string nothing = World::file("nothing", "");
+  EXPECT_EQ(refused({"apply", "--confirm", "5", without}),
+            "l2cpctl: error: the file deletes the built-in protocol \"LLDP\", which could not be "
+            "undone; apply that without --confirm; nothing was done\n");
+  EXPECT_THAT(shown({"-j", "apply", nothing}), HasSubstr("\"commands\":0,"));
+  EXPECT_THAT(shown({"-j", "apply", without}), HasSubstr("\"commands\":1,"));
+  EXPECT_THAT(shown({"-j", "apply", without}), HasSubstr("\"commands\":0,"));
+  EXPECT_EQ(outcome({"protocol", "show", "LLDP"}).status, 2);
+}
+
+TEST_F(Applying, PutsWhatIsNewBehindWhatStaysAlsoWherePositionsAreFree) {
+  const std::string profiles =
+      "l2cp-profile a\n protocol LLDP rule peer\nexit\n"
+      "l2cp-profile b\n protocol CDP rule peer\nexit\n"
+      "l2cp-profile c\n protocol xSTP rule peer\nexit\n";
+  does({{"load", World::file("f", profiles + "attach a port 1\nattach b port 1\n")},
+        {"detach", "a", "port", "1"}});
+  const std::string wanted = profiles + "attach b port 1\nattach c port 1\n";
+  EXPECT_EQ(shown({"apply", "--dry-run", World::file("g", wanted)}),
+            "no attach b port 1\nattach b port 1\nattach c port 1\n! interrupted: b port 1\n");
+  shown({"apply", World::file("g", wanted)});
+  EXPECT_THAT(shown({"running-config", "show"}),
+              testing::EndsWith("attach b port 1\nattach c port 1\n"));
+  EXPECT_EQ(shown({"diff", World::file("g", wanted)}), "");
+}
+
+TEST_F(Applying, EndsAtWhatIsRefusedAfterAllAndSaysHowFarItGot) {
+  does({{"load", World::file("site.l2cp", site)}});
+  Client client({});
+  Notes notes;
+  const DaemonState daemon = daemonState(client);
+  const auto ends = [&](const Plan& plan) -> std::pair<ExitStatus, std::string> {
+    try {
+      perform(plan, daemon.state, client, notes);
+    } catch (const BatchFailure& failure) {
+      return {failure.status(), failure.what()};
+    }
+    return {};
+  };
+  EXPECT_THAT(ends({{script::NoL2cpProfile{"a\x1b"}}, {}, {}}),
+              testing::Pair(ExitStatus::refused,
+                            AllOf(StartsWith("\"no l2cp-profile a\\x1b\": PROFILE_NOT_FOUND: "),
+                                  HasSubstr("; 0 of 1 commands were carried out"))));
+  EXPECT_THAT(ends({{script::L2cpProfile{"silver"}, script::NoL2cpProfile{"a"}}, {}, {}}),
+              testing::Pair(ExitStatus::partly, HasSubstr("; 1 of 2 commands were carried out")));
+  // An editing cycle that is broken off leaves nothing behind, and no use of a protocol.
+  does({{"detach", "gold", "port", "1"}});
+  EXPECT_EQ(ends({{script::L2cpProfile{"gold"}, script::NoEntry{"gold", "LLDP"},
+                   script::Entry{"gold", "CDP", script::Rule::peer},
+                   script::Entry{"gold", "PTP", script::Rule::discard},
+                   script::Entry{"gold", "none", script::Rule::peer}, script::Exit{}},
+                  {"gold"},
+                  {}})
+                .first,
+            ExitStatus::partly);
+  EXPECT_EQ(shown({"-o", "profile", "list"}),
+            "name=gold protect=no dynamic=no attachments=1\n"
+            "name=silver protect=no dynamic=no attachments=0\n");
+  EXPECT_EQ(daemonState(client).uses, daemon.uses);
+}
+
+// ---- Names ----
+
+TEST_F(Applying, SavesAndLoadsAnyNameThatTheLanguageCanWrite) {
+  const std::vector<std::string> names{
+      "two  words",  "quo\"te",           "\"quoted\"", "back\\slash", "h\xc3\xb6me",
+      "raw\xff\xfe", "\xe2\x80\xaetrick", "!",          "-j",          "exit"};
+  for (const std::string& name : names) {
+    does({{"profile", "add", "--", name},
+          {"profile", "rule", "add", "--", name, "LLDP", "peer"},
+          {"protocol", "add", "--", name, "mac", "any", "ethertype", "0x88f7"},
+          {"profile", "rule", "add", "--", name, name, "tunnel"},
+          {"attach", "--", name, "port", "1", "vlan", "7"},
+          {"vlan-profile", "add", "--", name},
+          {"vlan-profile", "set", "--", name, "interface", "2", "svid", "9"},
+          {"service-profile", "add", "--", name},
+          {"service-profile", "set", "--", name, "vlan-profile", name}});
+  }
+  const std::vector<std::string> before = configuration();
+  const std::string saved = outcome({"running-config", "show"}, {.redirected = true}).out;
+  EXPECT_THAT(saved, HasSubstr("raw\xff\xfe"));
+  EXPECT_THAT(shown({"running-config", "show"}),
+              AllOf(HasSubstr("raw\\xff\\xfe"), testing::Not(HasSubstr("\xe2\x80\xae"))));
+  const std::string file = World::file("saved.l2cp", saved);
+  EXPECT_EQ(shown({"diff", file}), "");
+  EXPECT_THAT(shown({"diff", World::file("nothing", "")}),
+              HasSubstr("-l2cp-profile raw\\xff\\xfe\n"));
+  shown({"apply", World::file("nothing", "")});
+  EXPECT_THAT(configuration(), IsEmpty());
+  does({{"load", file}});
+  EXPECT_EQ(configuration(), before);
+  shown({"apply", World::file("nothing", "")});
+  shown({"apply", file});
+  EXPECT_EQ(configuration(), before);
+}
+
+TEST_F(Applying, RefusesNamesThatTheLanguageCannotWriteAndDeletesThem) {
+  for (const char* command : {"load", "diff", "apply"}) {
+    EXPECT_THAT(outcome({command, World::file("f", "l2cp-profile a\x1b[2J\nexit\n")}).err,
+                HasSubstr(":1: there is a control character in the line"));
+    EXPECT_THAT(outcome({command, World::file("f", "l2cp-profile \"a\" b\"\nexit\n")}).err,
+                HasSubstr(":1: there are words too many"));
+  }
+  // Other clients can make them.
+  Client client({});
+  for (const char* name : {"a\x1b[2J", "a\" b"}) {
+    carry(script::L2cpProfile{name}, client);
+    carry(script::Attach{name, 1}, client);
+  }
+  const std::string nothing = World::file("nothing", "");
+  EXPECT_EQ(outcome({"diff", nothing}).out,
+            "-l2cp-profile a\\x1b[2J\n-l2cp-profile \"a\" b\"\n-attach a\\x1b[2J port 1\n"
+            "-attach \"a\" b\" port 1\n");
+  EXPECT_THAT(shown({"-j", "apply", nothing}), HasSubstr("\"commands\":4,"));
+  EXPECT_EQ(shown({"-o", "profile", "list"}), "");
+}
+
+// ---- Confirmation ----
+
+/// "apply --confirm" with a standard input that the test holds.
+class Confirmed {
+ public:
+  Confirmed(const std::string& file, const std::string& seconds, const std::string& messages = "&1")
+      : input_(makeInput()),
+        process_({"/bin/sh", "-c",
+                  "exec \"$0\" apply \"$1\" --confirm \"$2\" <\"$3\" 2>" + messages,
+                  L2CPCTL_PROGRAM, file, seconds, input_}),
+        writer_(open(input_.c_str(), O_RDWR | O_CLOEXEC)) {}
+
+  bool isWaiting() { return process_.output().waitFor("they are undone unless Enter comes"); }
+  void write(const std::string& text) const {
+    EXPECT_EQ(::write(writer_.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  }
+  void end() { writer_.close(); }
+  support::Process& process() { return process_; }
+
+ private:
+  static std::string makeInput() {
+    const std::string path = World::file("input", "") + ".pipe";
+    unlink(path.c_str());
+    EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+    return path;
+  }
+
+  std::string input_;
+  support::Process process_;
+  support::Descriptor writer_;
+};
+
+TEST_F(Confirming, KeepsTheChangesAfterEnter) {
+  Confirmed apply(World::file("site.l2cp", site), "30");
+  ASSERT_TRUE(apply.isWaiting());
+  apply.write("yes\n");
+  EXPECT_EQ(apply.process().wait(), 0);
+  EXPECT_EQ(shown({"diff", World::file("site.l2cp", site)}), "");
+  EXPECT_THAT(apply.process().output().text(), HasSubstr("commands  14\n"));
+}
+
+class Undoing : public Confirming {
+ protected:
+  void SetUp() override {
+    Confirming::SetUp();
+    if (IsSkipped()) return;
+    does({{"load", World::file("other.l2cp", other)}});
+    before_ = configuration();
+  }
+
+  // Expects that nothing has changed in the end, and that this is the reason.
+  void isUndone(Confirmed& apply, const std::string& reason) {
+    EXPECT_EQ(apply.process().wait(), 4);
+    EXPECT_THAT(
+        apply.process().output().text(),
+        HasSubstr("l2cpctl: error: " + reason + "; the configuration is as it was before\n"));
+    EXPECT_EQ(configuration(), before_);
+  }
+
+ private:
+  std::vector<std::string> before_;
+};
+
+TEST_F(Undoing, HappensWhenTheInputEnds) {
+  Confirmed apply(World::file("site.l2cp", site), "30");
+  ASSERT_TRUE(apply.isWaiting());
+  apply.write("no line end");
+  apply.end();
+  isUndone(apply, "the input ended without a confirmation");
+}
+
+TEST_F(Undoing, HappensWhenTheTimeIsOver) {
+  Confirmed apply(World::file("site.l2cp", site), "1");
+  isUndone(apply, "nobody confirmed it in time");
+}
+
+TEST_F(Undoing, HappensAtSignalsThatWouldEndTheProgram) {
+  for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
+    Confirmed apply(World::file("site.l2cp", site), "30");
+    ASSERT_TRUE(apply.isWaiting());
+    apply.process().signal(number);
+    isUndone(apply, "a signal came instead of a confirmation");
+  }
+}
+
+/// Messages go to a terminal, which is opened before the test enters its world, which has none.
+class UndoingOnTerminal : public Undoing {
+ protected:
+  UndoingOnTerminal() {
+    int master = -1;
+    int terminal = -1;
+    if (openpty(&master, &terminal, nullptr, nullptr, nullptr) != 0) return;
+    master_ = support::Descriptor(master);
+    terminal_ = support::Descriptor(terminal);
+  }
+
+  support::Descriptor master_;
+  support::Descriptor terminal_;
+};
+
+TEST_F(UndoingOnTerminal, CountsTheSecondsDown) {
+  if (terminal_.get() < 0) GTEST_SKIP() << "no terminals here";
+  setenv("TERM", "xterm", 1);
+  Confirmed apply(World::file("site.l2cp", site), "2",
+                  "/proc/self/fd/" + std::to_string(terminal_.get()));
+  EXPECT_EQ(apply.process().wait(), 4);
+  // All of it has been written.
+  std::string screen(4096, '\0');
+  const ssize_t size = read(master_.get(), screen.data(), screen.size());
+  screen.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
+  EXPECT_THAT(screen, AllOf(HasSubstr("Press Enter to keep the changes; 2 s are left"),
+                            HasSubstr("\r\x1b[KPress Enter to keep the changes; 1 s are left"),
+                            HasSubstr("\r\x1b[Kl2cpctl: error: nobody confirmed it in time")));
+}
+
+TEST_F(Confirming, WantsAFileAndSomethingToDo) {
+  EXPECT_THAT(outcome({"apply", "-", "--confirm", "5"}).err, HasSubstr("name a file"));
+  EXPECT_THAT(outcome({"apply", "x", "--confirm", "5", "--dry-run"}).err,
+              HasSubstr("--dry-run leaves nothing to --confirm"));
+  EXPECT_EQ(shown({"-j", "apply", World::file("nothing", ""), "--confirm", "5"}),
+            "{\"commands\":0,\"interruptions\":[]}\n");
+}
+
+// ---- Any two configurations ----
+
+// The lines that say a state, those of modes told apart, without an order.
+std::vector<std::string> flat(const std::vector<std::string>& lines) {
+  std::vector<std::string> all;
+  std::string mode;
+  for (const std::string& line : lines) {
+    if (line == "exit") continue;
+    if (!line.starts_with(' ')) mode = line;
+    all.push_back(line.starts_with(' ') ? mode + line : line);
+  }
+  std::sort(all.begin(), all.end());
+  return all;
+}
+
+std::vector<std::string> flat(const State& state) {
+  State own = state;
+  std::erase_if(own.protocols, [](const auto& each) { return each.second.etherType < 0x88f7; });
+  for (const char* name : {"LLDP", "CDP", "xSTP"}) own.protocols.erase(name);
+  std::vector<std::string> lines = linesBetween({}, own);
+  for (std::string& line : lines) line.erase(0, 1);
+  return flat(lines);
+}
+
+// The running configuration says nothing about profiles without rules.
+bool canBeShown(const State& state) {
+  return std::none_of(state.l2cpProfiles.begin(), state.l2cpProfiles.end(),
+                      [](const auto& profile) { return profile.second.empty(); });
+}
+
+TEST_F(Applying, LeadsFromAnyConfigurationToAnyOther) {
+  const char* const more = std::getenv("L2CP_RANDOM_STATES");
+  const int pairs = more == nullptr ? 100 : std::atoi(more);
+  Client client({});
+  std::map<std::string, Definition> builtIn;
+  const DaemonState fresh = daemonState(client);
+  for (const char* name : {"LLDP", "CDP", "xSTP"}) builtIn[name] = fresh.state.protocols.at(name);
+  RandomStates states(20261123);
+  RandomState wanted;
+  int compared = 0;
+  for (int i = 0; i < pairs && !HasFailure(); ++i) {
+    const std::string before = outcome({"running-config", "show"}, {.redirected = true}).out;
+    wanted = states.number(3) != 0 ? states.variationOf(wanted, builtIn) : states.next(builtIn);
+    const std::string file = World::file("wanted.l2cp", wanted.script());
+    SCOPED_TRACE("pair " + std::to_string(i) + "\nfrom\n" + before + "to\n" + wanted.script() +
+                 "by\n" + outcome({"apply", "--dry-run", file}, {.redirected = true}).out);
+    const auto [status, out, err] = outcome({"apply", file});
+    EXPECT_EQ(status, 0) << err;
+    EXPECT_EQ(shown({"diff", file}), "");
+    EXPECT_EQ(shown({"-j", "apply", file}), "{\"commands\":0,\"interruptions\":[]}\n");
+    if (!canBeShown(wanted.state)) continue;
+    EXPECT_EQ(flat(configuration()), flat(wanted.state));
+    ++compared;
+  }
+  EXPECT_GT(compared, pairs / 4);
+}
+
+}  // namespace
+}  // namespace cli
