@@ -132,14 +132,7 @@ class Planner {
   }
 
   void planPorts() {
-    std::set<std::uint32_t> numbers;
-    for (const State* state : {&current_, &wanted_}) {
-      for (const auto& [port, attachments] : state->ports) numbers.insert(port);
-      for (const auto& [service, interfaces] : state->applications) {
-        numbers.insert(interfaces.begin(), interfaces.end());
-      }
-    }
-    for (const std::uint32_t port : numbers) {
+    for (const std::uint32_t port : portsOf(current_, wanted_)) {
       ports_.push_back(planPort(current_, wanted_, port, changes_, gaps_.contains(port)));
       for (const Attachment& attachment : ports_.back().interrupted) {
         plan_.interruptions.push_back({port, attachment});
