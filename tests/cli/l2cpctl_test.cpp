@@ -1251,8 +1251,8 @@ TEST_F(Colour, IsForTerminalsUnlessItIsNotWanted) {
     line.insert(line.begin(), {"--color", when});
     return line;
   };
-  const Surroundings terminal{.terminal = true, .plainWanted = false};
-  const Surroundings plainWanted{.terminal = true, .plainWanted = true};
+  const Surroundings terminal{.answers = Sink::terminal, .plainWanted = false};
+  const Surroundings plainWanted{.answers = Sink::terminal, .plainWanted = true};
   EXPECT_EQ(outcome(list).out, plain);
   EXPECT_EQ(outcome(list, plainWanted).out, plain);
   EXPECT_EQ(outcome(with(list, "never"), terminal).out, plain);

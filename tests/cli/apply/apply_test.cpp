@@ -39,7 +39,7 @@ using testing::StartsWith;
 
 // Of the running configuration, what it says, in an order that does not depend on the process.
 std::vector<std::string> configuration() {
-  std::istringstream text(outcome({"running-config", "show"}, {.redirected = true}).out);
+  std::istringstream text(outcome({"running-config", "show"}, {.answers = Sink::file}).out);
   std::vector<std::string> lines;
   for (std::string line; std::getline(text, line);) lines.push_back(line);
   return support::said(lines);
@@ -495,7 +495,7 @@ TEST_F(Applying, SavesAndLoadsAnyNameThatTheLanguageCanWrite) {
           {"service-profile", "set", "--", name, "vlan-profile", name}});
   }
   const std::vector<std::string> before = configuration();
-  const std::string saved = outcome({"running-config", "show"}, {.redirected = true}).out;
+  const std::string saved = outcome({"running-config", "show"}, {.answers = Sink::file}).out;
   EXPECT_THAT(saved, HasSubstr("raw\xff\xfe"));
   EXPECT_THAT(shown({"running-config", "show"}),
               AllOf(HasSubstr("raw\\xff\\xfe"), testing::Not(HasSubstr("\xe2\x80\xae"))));
@@ -697,11 +697,11 @@ TEST_F(Applying, LeadsFromAnyConfigurationToAnyOther) {
   RandomState wanted;
   int compared = 0;
   for (int i = 0; i < pairs && !HasFailure(); ++i) {
-    const std::string before = outcome({"running-config", "show"}, {.redirected = true}).out;
+    const std::string before = outcome({"running-config", "show"}, {.answers = Sink::file}).out;
     wanted = states.number(3) != 0 ? states.variationOf(wanted, builtIn) : states.next(builtIn);
     const std::string file = World::file("wanted.l2cp", wanted.script());
     SCOPED_TRACE("pair " + std::to_string(i) + "\nfrom\n" + before + "to\n" + wanted.script() +
-                 "by\n" + outcome({"apply", "--dry-run", file}, {.redirected = true}).out);
+                 "by\n" + outcome({"apply", "--dry-run", file}, {.answers = Sink::file}).out);
     const auto [status, out, err] = outcome({"apply", file});
     EXPECT_EQ(status, 0) << err;
     EXPECT_EQ(shown({"diff", file}), "");
