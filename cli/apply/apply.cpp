@@ -206,8 +206,10 @@ constexpr Command applyCommands[] = {
      "What is in force and stays so is left alone where that can be; shown are the number of\n"
      "commands and the attachments that were interrupted.\n"
      "--dry-run  shows the commands instead of carrying them out\n"
-     "--confirm  undoes everything unless Enter comes on standard input within that time; its end\n"
-     "           and SIGHUP, SIGINT and SIGTERM undo it as well, and the status is 4",
+     "--confirm  undoes everything unless Enter comes on standard input within that time; its "
+     "end,\n"
+     "           another line than y or yes, and SIGHUP, SIGINT, SIGQUIT and SIGTERM undo it as\n"
+     "           well, and the status is 4",
      "l2cpctl apply site.l2cp --confirm 60", apply}};
 
 }  // namespace

@@ -565,13 +565,26 @@ class Confirmed {
   support::Descriptor writer_;
 };
 
-TEST_F(Confirming, KeepsTheChangesAfterEnter) {
+TEST_F(Confirming, KeepsTheChangesAfterEnterOrAYes) {
+  for (const char* answer : {"\n", "y\n", " yes\r\nno\n"}) {
+    SCOPED_TRACE(answer);
+    shown({"apply", World::file("nothing", "")});
+    Confirmed apply(World::file("site.l2cp", site), "30");
+    ASSERT_TRUE(apply.isWaiting());
+    apply.write(answer);
+    EXPECT_EQ(apply.process().wait(), 0);
+    EXPECT_EQ(shown({"diff", World::file("site.l2cp", site)}), "");
+    EXPECT_THAT(apply.process().output().text(), HasSubstr("commands  14\n"));
+  }
+}
+
+TEST_F(Confirming, GoesOnAtSignalsThatWouldStopTheProgram) {
   Confirmed apply(World::file("site.l2cp", site), "30");
   ASSERT_TRUE(apply.isWaiting());
-  apply.write("yes\n");
+  for (const int number : {SIGTSTP, SIGTTIN, SIGTTOU}) apply.process().signal(number);
+  apply.write("\n");
   EXPECT_EQ(apply.process().wait(), 0);
   EXPECT_EQ(shown({"diff", World::file("site.l2cp", site)}), "");
-  EXPECT_THAT(apply.process().output().text(), HasSubstr("commands  14\n"));
 }
 
 class Undoing : public Confirming {
@@ -604,13 +617,22 @@ TEST_F(Undoing, HappensWhenTheInputEnds) {
   isUndone(apply, "the input ended without a confirmation");
 }
 
+TEST_F(Undoing, HappensAtAnotherAnswerThanYes) {
+  for (const std::string& answer : {std::string("no\n"), std::string(300, 'y') + '\n'}) {
+    Confirmed apply(World::file("site.l2cp", site), "30");
+    ASSERT_TRUE(apply.isWaiting());
+    apply.write(answer);
+    isUndone(apply, "the answer was neither Enter nor \"yes\"");
+  }
+}
+
 TEST_F(Undoing, HappensWhenTheTimeIsOver) {
   Confirmed apply(World::file("site.l2cp", site), "1");
   isUndone(apply, "nobody confirmed it in time");
 }
 
 TEST_F(Undoing, HappensAtSignalsThatWouldEndTheProgram) {
-  for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
+  for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
     Confirmed apply(World::file("site.l2cp", site), "30");
     ASSERT_TRUE(apply.isWaiting());
     apply.process().signal(number);
