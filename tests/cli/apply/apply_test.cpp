@@ -402,6 +402,33 @@ TEST_F(Applying, LeavesAloneWhatIsNoConfiguration) {
             "name=temp_l2cp_prof_1 protect=no dynamic=no attachments=0\n");
 }
 
+TEST_F(Applying, RefusesLinesAboutProfilesThatAreNoConfiguration) {
+  does({{"profile", "add", "learnt", "dynamic"}, {"profile", "add", "kept", "dynamic", "protect"}});
+  const std::string profiles = shown({"-o", "profile", "list"});
+  const std::string file = World::file("f.l2cp",
+                                       "l2cp-profile gold\nexit\n"
+                                       "l2cp-profile learnt\n protocol LLDP rule peer\nexit\n"
+                                       "attach learnt port 1\n"
+                                       "no l2cp-profile kept\n"
+                                       "l2cp-profile temp_l2cp_prof_7\nexit\n");
+  const std::string dynamic =
+      ": the profile is dynamic, and so is no part of the configuration; make it static with "
+      "\"l2cpctl profile set NAME dynamic off\" or choose another name\n";
+  for (const char* command : {"apply", "diff"}) {
+    const auto [status, out, err] = outcome({command, file});
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(err, "l2cpctl: " + file + ":3" + dynamic +      //
+                       "l2cpctl: " + file + ":6" + dynamic +  //
+                       "l2cpctl: " + file + ":7" + dynamic +  //
+                       "l2cpctl: " + file +
+                       ":8: profiles of such names are copies that are being edited\n"
+                       "l2cpctl: error: " +
+                       file + ": 4 lines are wrong; nothing was done\n");
+  }
+  EXPECT_EQ(shown({"-o", "profile", "list"}), profiles);
+}
+
 TEST_F(Applying, KnowsProfilesWithoutRulesAndWhereTheyAreInForce) {
   const std::string file =
       World::file("f.l2cp",
@@ -624,6 +651,19 @@ TEST_F(Undoing, HappensAtAnotherAnswerThanYes) {
     apply.write(answer);
     isUndone(apply, "the answer was neither Enter nor \"yes\"");
   }
+}
+
+TEST_F(Undoing, ProtectsAgainWhatWasProtected) {
+  does({{"load", World::file("ptp", "l2protocol PTP mac any ethertype 0x88f7\n")},
+        {"protocol", "set", "PTP", "protect", "on"}});
+  const std::string before = shown({"-o", "protocol", "show", "PTP"});
+  EXPECT_THAT(before, HasSubstr("protect=yes"));
+  Confirmed apply(World::file("nothing", ""), "30");
+  ASSERT_TRUE(apply.isWaiting());
+  EXPECT_EQ(outcome({"protocol", "show", "PTP"}).status, 2);
+  apply.end();
+  EXPECT_EQ(apply.process().wait(), 4);
+  EXPECT_EQ(shown({"-o", "protocol", "show", "PTP"}), before);
 }
 
 TEST_F(Undoing, HappensWhenTheTimeIsOver) {
