@@ -504,6 +504,72 @@ TEST_F(Applying, EndsAtWhatIsRefusedAfterAllAndSaysHowFarItGot) {
   EXPECT_EQ(daemonState(client).uses, daemon.uses);
 }
 
+/// A profile that is in force through service profiles, and the state and plan for editing it.
+class EditingInForce : public DaemonTest {
+ protected:
+  void SetUp() override {
+    DaemonTest::SetUp();
+    if (IsSkipped()) return;
+    does({{"load", World::file("site.l2cp",
+                               "l2cp-profile gold\n protocol LLDP rule peer\nexit\n"
+                               "vlan-profile metro\n interface 3 svid 100\n interface 5 svid 200\n"
+                               "exit\nservice-profile business\n vlan-profile metro\n"
+                               " l2cp-profile gold\nexit\nservice-profile idle\n"
+                               " l2cp-profile gold\nexit\n"
+                               "apply business interface 3\napply business interface 5\n")}});
+    daemon_ = daemonState(client_);
+    State wanted = daemon_.state;
+    wanted.l2cpProfiles.at("gold")["CDP"] = script::Rule::tunnel;
+    plan_ = planFor(daemon_.state, wanted);
+  }
+
+  // What is said at the end of the plan, which fails.
+  std::string failure() {
+    try {
+      Notes notes;
+      perform(plan_, daemon_.state, client_, notes);
+    } catch (const BatchFailure& failure) {
+      EXPECT_EQ(failure.status(), ExitStatus::partly);
+      return failure.what();
+    }
+    return {};
+  }
+
+  Client client_{Server()};
+  DaemonState daemon_;
+  Plan plan_;
+};
+
+TEST_F(EditingInForce, IsPutBackIfTheCopyCannotTakeThePlace) {
+  const CommandLine attach{"attach", "gold", "port", "7"};
+  const CommandLine protect{"profile", "set", "gold", "protect", "on"};
+  for (const CommandLine& meanwhile : {protect, attach}) {
+    does({meanwhile});
+    const std::vector<std::string> before = configuration();
+    const std::string profile = shown({"-o", "profile", "list"});
+    EXPECT_EQ(failure(),
+              "\"exit\": EDIT_FAILED: the edited copy could not take the profile's place; "
+              "\"l2cpctl profile show\" tells whether somebody has attached or protected the "
+              "profile; the profile is in force where it was; 2 of 3 commands were carried out");
+    EXPECT_EQ(configuration(), before);
+    EXPECT_EQ(shown({"-o", "profile", "list"}), profile);
+    EXPECT_EQ(daemonState(client_).uses, daemon_.uses);
+    does({{"profile", "set", "gold", "protect", "off"}});
+  }
+}
+
+TEST_F(EditingInForce, SaysWhatCannotBePutBack) {
+  does({{"load", World::file("meanwhile",
+                             "no apply business interface 5\n"
+                             "attach gold port 5 vlan 200\n")}});
+  EXPECT_THAT(
+      failure(),
+      HasSubstr("or protected the profile; not put back: \"apply business interface 5\": "));
+  EXPECT_EQ(shown({"-o", "service-profile", "list"}),
+            "name=business vlan_profile=metro l2cp_profile=gold interfaces=3\n"
+            "name=idle vlan_profile='' l2cp_profile=gold interfaces=''\n");
+}
+
 // ---- Names ----
 
 TEST_F(Applying, SavesAndLoadsAnyNameThatTheLanguageCanWrite) {
