@@ -41,6 +41,7 @@ class EditingCycle {
     const auto edit = client_.module<rpc_l2cp_profile_edit_1>(wireText(profile_));
     accept(edit->error);
     copy_ = static_cast<const char*>(edit->name);
+    known_.l2cpProfiles[copy_] = rules_;
   }
 
   const std::string& profile() const { return profile_; }
@@ -54,7 +55,7 @@ class EditingCycle {
       removal->profile = copy_;
       undo = script::Entry{copy_, removal->protocol, rules_.at(removal->protocol)};
     }
-    carry(command, client_);
+    carry(command, client_, known_);
     if (undo) undo_.push_back(*undo);
   }
 
@@ -101,6 +102,7 @@ class EditingCycle {
   std::string profile_;
   const Rules& rules_;
   std::string copy_;
+  State known_;
   std::vector<script::Command> undo_;
 };
 
@@ -130,7 +132,7 @@ class Run {
     if (profile != nullptr && plan_.edited.contains(profile->name)) {
       cycle_.emplace(profile->name, current_.l2cpProfiles.at(profile->name), client_);
     } else if (!cycle_) {
-      if (!isThere(command)) carry(command, client_);
+      if (!isThere(command)) carry(command, client_, current_);
     } else if (std::holds_alternative<script::Exit>(command)) {
       cycle_->commit();
       cycle_.reset();

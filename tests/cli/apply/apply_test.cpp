@@ -570,6 +570,82 @@ TEST_F(EditingInForce, SaysWhatCannotBePutBack) {
             "name=idle vlan_profile='' l2cp_profile=gold interfaces=''\n");
 }
 
+/// A plan carried out, and how many requests that took.
+class Requests : public DaemonTest {
+ protected:
+  std::size_t toLead(const std::string& from, const std::string& to) {
+    shown({"apply", World::file("from", from)});
+    const std::string file = World::file("to", to);
+    Client client{Server()};
+    const DaemonState before = daemonState(client);
+    State wanted = before.state;
+    for (const char* name : {"A", "B"}) wanted.protocols.erase(name);
+    wanted.l2cpProfiles.clear();
+    script::Reader reader;
+    std::istringstream lines(to);
+    for (std::string line; std::getline(lines, line);)
+      EXPECT_EQ(wanted.take(reader.read(line)), "");
+    Notes notes;
+    const std::size_t others = client.requests();
+    perform(planFor(before.state, wanted), before.state, client, notes);
+    const std::size_t count = client.requests() - others;
+    EXPECT_EQ(shown({"diff", file}), "");
+    EXPECT_EQ(daemonState(client).uses, counted(wanted));
+    return count;
+  }
+
+ private:
+  // Every rule counts once.
+  static std::map<std::string, std::uint32_t> counted(const State& state) {
+    std::map<std::string, std::uint32_t> uses;
+    for (const auto& [name, definition] : state.protocols) uses[name];
+    for (const auto& [name, rules] : state.l2cpProfiles) {
+      for (const auto& [protocol, rule] : rules) ++uses[protocol];
+    }
+    return uses;
+  }
+};
+
+TEST_F(Requests, AreAsFewAsWhatDiffers) {
+  const std::string empty = "l2cp-profile gold\nexit\n";
+  const std::string peer = "l2cp-profile gold\n protocol LLDP rule peer\n protocol CDP rule peer\n";
+  const std::string tunnel =
+      "l2cp-profile gold\n protocol LLDP rule tunnel\n protocol CDP rule peer\n";
+  EXPECT_EQ(toLead(peer, tunnel), 1u);
+  EXPECT_EQ(toLead(peer, empty), 2u);
+  EXPECT_EQ(toLead(empty, peer), 2u);
+  EXPECT_EQ(toLead(empty, ""), 1u);
+  // One that takes the rules away, so that they stop counting as uses.
+  EXPECT_EQ(toLead(peer, ""), 2u);
+  EXPECT_EQ(
+      toLead("l2protocol A mac any ethertype 0x88f7\n", "l2protocol A mac any ethertype 0x88f8\n"),
+      1u);
+  EXPECT_EQ(
+      toLead("l2protocol A mac any ethertype 0x88f7\n", "l2protocol B mac any ethertype 0x88f7\n"),
+      2u);
+}
+
+TEST_F(Requests, FindOutWhatHasChangedMeanwhile) {
+  does({{"load", World::file("f",
+                             "l2protocol A mac any\nl2cp-profile gold\n"
+                             " protocol LLDP rule peer\nexit\n"
+                             "service-profile business\nexit\n")}});
+  Client client{Server()};
+  const DaemonState before = daemonState(client);
+  does({{"profile", "rule", "delete", "gold", "LLDP"},
+        {"profile", "rule", "add", "gold", "CDP", "peer"}});
+  carry(script::Entry{"gold", "LLDP", script::Rule::tunnel}, client, before.state);
+  carry(script::Entry{"gold", "CDP", script::Rule::tunnel}, client, before.state);
+  const std::string rules = "protocol=CDP rule=tunnel\nprotocol=LLDP rule=tunnel\n";
+  EXPECT_EQ(shown({"-o", "profile", "rule", "list", "gold"}), rules);
+  // What cannot be deleted after all keeps its rules.
+  const DaemonState now = daemonState(client);
+  does({{"load", World::file("g", "service-profile business\n l2cp-profile gold\nexit\n")}});
+  EXPECT_THROW(carry(script::NoL2cpProfile{"gold"}, client, now.state), Refused);
+  EXPECT_EQ(shown({"-o", "profile", "rule", "list", "gold"}), rules);
+  EXPECT_EQ(daemonState(client).uses, now.uses);
+}
+
 // ---- Names ----
 
 TEST_F(Applying, SavesAndLoadsAnyNameThatTheLanguageCanWrite) {
