@@ -91,7 +91,8 @@ class Planner {
   }
 
   // Whether the editing procedures can replace a profile wherever it is in force and stays so. They
-  // take it off interfaces and apply it there again, which puts it behind what else is on the port.
+  // take it off interfaces and apply it there again, which can put it behind what else is on the
+  // port.
   bool canBeEdited(const std::string& profile) const {
     if (profile == unchangeable) return false;
     const auto unnamed = current_.services.find(std::string(unchangeable));
