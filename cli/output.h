@@ -35,6 +35,9 @@ class Output {
       : stream_(stream), format_(format), colours_(colours), sink_(sink), notes_(notes) {}
 
   Notes& notes() { return notes_; }
+  /// For progress beside answers that are given one by one: null where those go to a terminal, and
+  /// tell as much there.
+  Notes* notesBesideAnswers() { return sink_ == Sink::file ? &notes_ : nullptr; }
 
   /// Any number of things: in JSON an array of objects.
   void list(const Table& things);

@@ -109,10 +109,7 @@ class EditingCycle {
 class Run {
  public:
   Run(const Plan& plan, const State& current, Client& client, Notes& notes)
-      : plan_(plan), current_(current), client_(client), notes_(notes) {}
-  ~Run() { notes_.endProgress(); }
-  Run(const Run&) = delete;
-  Run& operator=(const Run&) = delete;
+      : plan_(plan), current_(current), client_(client), progress_(&notes) {}
 
   void run() {
     for (const script::Command& command : plan_.commands) {
@@ -122,7 +119,7 @@ class Run {
         fail(command, failure);
       }
       ++carried_;
-      notes_.progress(fmt::format("command {} of {}", carried_, plan_.commands.size()));
+      progress_.at(fmt::format("command {} of {}", carried_, plan_.commands.size()));
     }
   }
 
@@ -188,7 +185,7 @@ class Run {
   const Plan& plan_;
   const State& current_;
   Client& client_;
-  Notes& notes_;
+  Progress progress_;
   std::optional<EditingCycle> cycle_;
   std::set<std::string> made_;  ///< service profiles
   std::size_t carried_ = 0;
