@@ -1,6 +1,7 @@
 #include "classifier/capture.h"
 
 #include <pcap/pcap.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <cerrno>
@@ -52,6 +53,15 @@ std::optional<Frame> Reader::next() {
           Error{path_ + ": frame " + std::to_string(frames_ + 1) + ": " + pcap_geterr(file_.get())};
       return std::nullopt;
   }
+}
+
+std::optional<double> Reader::share() const {
+  FILE* stream = pcap_file(file_.get());
+  struct stat status {};
+  if (fstat(fileno(stream), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size == 0) {
+    return std::nullopt;
+  }
+  return static_cast<double>(ftello(stream)) / static_cast<double>(status.st_size);
 }
 
 }  // namespace capture

@@ -45,6 +45,9 @@ class Reader {
   /// Why `next` stopped before the end of the file: null when it did not.
   const Error* error() const { return error_ ? &*error_ : nullptr; }
 
+  /// How much of the file has been read, from 0 to 1: nothing of what has no size, such as a pipe.
+  std::optional<double> share() const;
+
  private:
   struct Close {
     void operator()(pcap* file) const;

@@ -45,7 +45,7 @@ rpc_l2cp_rule wireRule(script::Rule rule) { return static_cast<rpc_l2cp_rule>(ru
 // Takes commands by value: requests want names that could be written to.
 class Carrier {
  public:
-  explicit Carrier(Client& client) : client_(client) {}
+  Carrier(Client& client, const State& known) : client_(client), known_(known) {}
 
   void operator()(const script::Nothing& /*command*/) const {}
   void operator()(const script::Exit& /*command*/) const {}
@@ -58,8 +58,10 @@ class Carrier {
     proto.mac = wireMac(command.mac);
     proto.ether_type = command.etherType;
     proto.sub_type = command.subType;
+    const auto known = known_.protocols.find(command.name);
+    if (known != known_.protocols.end()) return change(command, known->second);
     const rpc_l2cp_error error = client_.module<rpc_l2cp_proto_add_1>(proto);
-    if (error == RPC_L2CP_ERR_PROTO_EXISTS) return change(command);
+    if (error == RPC_L2CP_ERR_PROTO_EXISTS) return change(command, definitionOf(command.name));
     accept(error, {{RPC_L2CP_ERR_INVALID, advice::protocolNameTooLong}});
   }
   void operator()(script::NoProtocol command) const {
@@ -76,6 +78,8 @@ class Carrier {
   }
   void operator()(script::NoL2cpProfile command) const {
     char* const name = moduleName(command.name);
+    const auto known = known_.l2cpProfiles.find(command.name);
+    if (known != known_.l2cpProfiles.end()) return remove(name, known->second);
     if (!isEditingCopy(command.name)) clear(name);
     accept(client_.module<rpc_l2cp_profile_del_1>(name),
            {{RPC_L2CP_ERR_PROFILE_IN_USE, advice::profileInUseOrNamed}});
@@ -84,9 +88,17 @@ class Carrier {
     char* const profile = moduleName(command.profile);
     char* const protocol = moduleName(command.protocol);
     const rpc_l2cp_rule rule = wireRule(command.rule);
-    rpc_l2cp_error error = client_.module<rpc_l2cp_profile_proto_add_1>(profile, protocol, rule);
+    const auto add = [&] {
+      return client_.module<rpc_l2cp_profile_proto_add_1>(profile, protocol, rule);
+    };
+    const auto set = [&] {
+      return client_.module<rpc_l2cp_profile_proto_set_1>(profile, protocol, rule);
+    };
+    rpc_l2cp_error error = knowsRule(command) ? set() : add();
     if (error == RPC_L2CP_ERR_PROTO_IN_USE) {
-      error = client_.module<rpc_l2cp_profile_proto_set_1>(profile, protocol, rule);
+      error = set();
+    } else if (error == RPC_L2CP_ERR_PROTO_NOT_IN_PROFILE) {
+      error = add();
     }
     // Of a profile that cannot be changed, what it is already may be said.
     if (error == RPC_L2CP_OK || ruleOf(profile, command.protocol) == rule) return;
@@ -179,26 +191,51 @@ class Carrier {
     if (result != already) acceptResult(result, meanings);
   }
 
-  // Makes a protocol that is there what the command says, with no more requests than that takes.
-  void change(script::Protocol& command) const {
+  Definition definitionOf(const std::string& protocol) const {
     const auto all = client_.module<rpc_l2cp_proto_get_all_1>();
     accept(all->error);
     const std::span protocols(all->list.list_val, all->list.list_len);
     const auto found =
         std::find_if(protocols.begin(), protocols.end(),
-                     [&](const rpc_l2cp_proto& proto) { return proto.name == command.name; });
+                     [&](const rpc_l2cp_proto& proto) { return proto.name == protocol; });
     if (found == protocols.end()) accept(RPC_L2CP_ERR_PROTO_NOT_FOUND);
     const std::span mac(found->mac.rpc_l2cp_mac_t_val, found->mac.rpc_l2cp_mac_t_len);
+    Definition definition{{}, found->ether_type, found->sub_type};
+    std::copy_n(mac.begin(), std::min(mac.size(), definition.mac.size()), definition.mac.begin());
+    return definition;
+  }
+
+  // Makes a protocol that is there what the command says, with no more requests than that takes.
+  void change(script::Protocol& command, const Definition& before) const {
     char* const name = wireText(command.name);
-    if (!std::equal(mac.begin(), mac.end(), command.mac.begin(), command.mac.end())) {
+    if (before.mac != command.mac) {
       accept(client_.module<rpc_l2cp_proto_set_mac_1>(name, wireMac(command.mac)));
     }
-    if (found->ether_type != command.etherType) {
+    if (before.etherType != command.etherType) {
       accept(client_.module<rpc_l2cp_proto_set_ether_type_1>(name, command.etherType));
     }
-    if (found->sub_type != command.subType) {
+    if (before.subType != command.subType) {
       accept(client_.module<rpc_l2cp_proto_set_sub_type_1>(name, command.subType));
     }
+  }
+
+  bool knowsRule(const script::Entry& entry) const {
+    const auto profile = known_.l2cpProfiles.find(entry.profile);
+    return profile != known_.l2cpProfiles.end() && profile->second.contains(entry.protocol);
+  }
+
+  // Deletes a profile with its rules. One that cannot be deleted after all keeps them.
+  void remove(char* name, const Rules& rules) const {
+    constexpr Meaning inUseOrNamed{RPC_L2CP_ERR_PROFILE_IN_USE, advice::profileInUseOrNamed};
+    if (!rules.empty())
+      accept(client_.module<rpc_l2cp_profile_proto_del_all_1>(name), {inUseOrNamed});
+    const rpc_l2cp_error error = client_.module<rpc_l2cp_profile_del_1>(name);
+    if (error == RPC_L2CP_OK) return;
+    for (const auto& [known, rule] : rules) {
+      std::string protocol = known;
+      client_.module<rpc_l2cp_profile_proto_add_1>(name, wireText(protocol), wireRule(rule));
+    }
+    accept(error, {inUseOrNamed});
   }
 
   // Removes a profile's rules, which would otherwise go on counting as uses of their protocols, but
@@ -250,11 +287,14 @@ class Carrier {
   }
 
   Client& client_;
+  const State& known_;
 };
 
 }  // namespace
 
-void carry(const script::Command& command, Client& client) { std::visit(Carrier(client), command); }
+void carry(const script::Command& command, Client& client, const State& known) {
+  std::visit(Carrier(client, known), command);
+}
 
 bool isEditingCopy(std::string_view profile) {
   constexpr std::string_view prefix = "temp_l2cp_prof_";

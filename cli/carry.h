@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "cli/apply/state.h"
 #include "cli/client.h"
 #include "script/script.h"
 
@@ -14,7 +15,10 @@ namespace cli {
 ///
 /// Throws Refused if the daemon says no, with nothing changed, NotReached, and LocalError for a
 /// name that no request can carry.
-void carry(const script::Command& command, Client& client);
+///
+/// What is known of the daemon's protocols and profiles saves the requests that would find it out.
+/// It may be out of date: that is refused, or found out after all.
+void carry(const script::Command& command, Client& client, const State& known = {});
 
 /// Whether a profile has the name of a copy that is being edited. The rules that it was copied with
 /// do not count as uses of their protocols.

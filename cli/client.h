@@ -3,6 +3,7 @@
 #include <rpc/rpc.h>
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <type_traits>
@@ -69,6 +70,9 @@ class Client {
     return call<stub>(control_, controlProgram, arguments...);
   }
 
+  /// How many have been sent.
+  std::size_t requests() const { return requests_; }
+
  private:
   static constexpr RpcProgram moduleProgram{L2CP_PROGRAM, L2CP_VERSION};
   static constexpr RpcProgram controlProgram{CONTROL_PROGRAM, CONTROL_VERSION};
@@ -80,6 +84,7 @@ class Client {
   template <auto stub, class... Arguments>
   auto call(Handle& handle, const RpcProgram& program, Arguments... arguments) {
     if (!handle) handle = connect(program);
+    ++requests_;
     const auto* result = stub(arguments..., handle.get());
     if (result == nullptr) failed(handle, program);
     using Result = std::remove_cvref_t<decltype(*result)>;
@@ -93,6 +98,7 @@ class Client {
   Server server_;
   Handle module_;
   Handle control_;
+  std::size_t requests_ = 0;
 };
 
 /// The stubs take texts that they could write to, although they never do.

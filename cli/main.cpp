@@ -14,16 +14,20 @@ std::string_view variable(const char* name) {
   return value == nullptr ? "" : value;
 }
 
+cli::Sink sinkOf(int stream) {
+  if (isatty(stream) != 1) return cli::Sink::file;
+  return variable("TERM") == "dumb" ? cli::Sink::plainTerminal : cli::Sink::terminal;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   // A daemon or a reader of the output that goes away is told about, not died of.
   std::signal(SIGPIPE, SIG_IGN);
   const cli::Surroundings surroundings{
-      .terminal = isatty(STDOUT_FILENO) == 1 && variable("TERM") != "dumb",
+      .answers = sinkOf(STDOUT_FILENO),
+      .messages = sinkOf(STDERR_FILENO),
       .plainWanted = !variable("NO_COLOR").empty(),
-      .redirected = isatty(STDOUT_FILENO) != 1,
-      .watched = isatty(STDERR_FILENO) == 1 && variable("TERM") != "dumb",
       .interactive = isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1};
   return cli::run({argv + 1, argv + argc}, std::cout, std::cerr, surroundings);
 }

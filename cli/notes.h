@@ -34,4 +34,23 @@ class Notes {
   Clock::time_point next_ = Clock::time_point::max();
 };
 
+/// How far work has got. What is shown of it goes with this object.
+class Progress {
+ public:
+  /// Null for work that shows none.
+  explicit Progress(Notes* notes) : notes_(notes) {}
+  ~Progress() {
+    if (notes_ != nullptr) notes_->endProgress();
+  }
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  void at(std::string_view text) {
+    if (notes_ != nullptr) notes_->progress(text);
+  }
+
+ private:
+  Notes* notes_;
+};
+
 }  // namespace cli

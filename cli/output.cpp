@@ -169,7 +169,7 @@ void Output::lines(std::span<const std::string> lines) {
 }
 
 void Output::script(std::span<const std::string> lines) {
-  if (format_ != Format::table || !redirected_) return this->lines(lines);
+  if (format_ != Format::table || sink_ != Sink::file) return this->lines(lines);
   for (const std::string& each : lines) line(each);
 }
 

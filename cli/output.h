@@ -19,20 +19,25 @@ enum class Format : std::uint8_t {
   prettyJson,  ///< the same, indented
 };
 
+/// What a stream of the program goes to.
+enum class Sink : std::uint8_t {
+  file,           ///< or a pipe: what is read back need not be safe for a terminal
+  plainTerminal,  ///< knows no colours and is not drawn on
+  terminal,
+};
+
 /// Everything that the program tells goes through here. A command gives one answer, with one of the
 /// operations below, and leaves its form to them.
 class Output {
  public:
-  /// What is redirected goes to no terminal, so that commands of a script may be as they are.
-  Output(std::ostream& stream, Format format, bool colours, bool redirected = false,
+  Output(std::ostream& stream, Format format, bool colours, Sink sink = Sink::plainTerminal,
          Notes notes = {})
-      : stream_(stream),
-        format_(format),
-        colours_(colours),
-        redirected_(redirected),
-        notes_(notes) {}
+      : stream_(stream), format_(format), colours_(colours), sink_(sink), notes_(notes) {}
 
   Notes& notes() { return notes_; }
+  /// For progress beside answers that are given one by one: null where those go to a terminal, and
+  /// tell as much there.
+  Notes* notesBesideAnswers() { return sink_ == Sink::file ? &notes_ : nullptr; }
 
   /// Any number of things: in JSON an array of objects.
   void list(const Table& things);
@@ -50,7 +55,7 @@ class Output {
   /// Text in lines: in JSON an object with an array of them.
   void lines(std::span<const std::string> lines);
 
-  /// The same for lines of the command language, which can be read back when they are redirected.
+  /// The same for lines of the command language, which can be read back from a file.
   void script(std::span<const std::string> lines);
 
   /// Things that are not known together, and then a single one: in JSON an object with an array and
@@ -68,9 +73,7 @@ class Output {
 
   Format format() const { return format_; }
   bool colours() const { return colours_; }
-  /// Whether it goes to a terminal, which can be drawn on. It does not unless that is said.
-  bool terminal() const { return terminal_; }
-  void setTerminal(bool terminal) { terminal_ = terminal; }
+  Sink sink() const { return sink_; }
 
  private:
   bool isJson() const { return format_ == Format::json || format_ == Format::prettyJson; }
@@ -85,8 +88,7 @@ class Output {
   std::ostream& stream_;
   Format format_;
   bool colours_;
-  bool terminal_ = false;
-  bool redirected_;
+  Sink sink_;
   Notes notes_;
   bool hasRows_ = false;
 };

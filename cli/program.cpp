@@ -89,7 +89,7 @@ Format formatOf(const Flags& flags, Format before) {
 bool useColours(const Options& options, const Surroundings& surroundings) {
   switch (options.colours) {
     case Colours::automatic:
-      return surroundings.terminal && !surroundings.plainWanted;
+      return surroundings.answers == Sink::terminal && !surroundings.plainWanted;
     case Colours::always:
       return true;
     case Colours::never:
@@ -188,9 +188,8 @@ void carryOutLine(const std::vector<std::string>& arguments, const Setting& sett
   Options options = setting.defaults;
   const std::vector<std::string> words = takeOptions(arguments, options);
   const Surroundings& around = setting.surroundings;
-  Output output(setting.out, options.format, useColours(options, around), around.redirected,
-                Notes(setting.err, around.watched));
-  output.setTerminal(around.terminal);
+  Output output(setting.out, options.format, useColours(options, around), around.answers,
+                Notes(setting.err, around.messages == Sink::terminal));
   if (options.version) {
     output.line("l2cpctl " L2CPCTL_VERSION);
   } else if (sameServer(options.server, setting.defaults.server)) {

@@ -11,10 +11,9 @@ namespace cli {
 
 /// What the program finds around it.
 struct Surroundings {
-  bool terminal = false;     ///< its answers go to a terminal that knows colours
-  bool plainWanted = false;  ///< NO_COLOR is set and not empty
-  bool redirected = false;   ///< its answers go to no terminal
-  bool watched = false;      ///< its messages go to a terminal
+  Sink answers = Sink::plainTerminal;   ///< what they go to
+  Sink messages = Sink::plainTerminal;  ///< the same
+  bool plainWanted = false;             ///< NO_COLOR is set and not empty
   bool interactive = false;  ///< somebody sits before it: its input and output are a terminal
 };
 

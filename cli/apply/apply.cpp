@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "cli/apply/confirmation.h"
@@ -11,8 +12,10 @@
 #include "cli/apply/planRun.h"
 #include "cli/apply/scriptFile.h"
 #include "cli/apply/stateDifference.h"
+#include "cli/carry.h"
 #include "cli/command.h"
 #include "cli/failure.h"
+#include "cli/refusal.h"
 #include "cli/value.h"
 
 namespace cli {
@@ -35,6 +38,30 @@ namespace {
       fmt::format("{}: {} lines are wrong; nothing was done", file.name, mistakes.size()));
 }
 
+// Why a script cannot say something about a profile that is no part of the configuration.
+std::string refusalOf(const std::string& profile, const DaemonState& daemon) {
+  if (isEditingCopy(profile)) return "profiles of such names are copies that are being edited";
+  if (daemon.dynamicProfiles.contains(profile)) {
+    return "the profile is dynamic, and so is no part of the configuration; make it static with "
+           "\"l2cpctl profile set NAME dynamic off\" or choose another name";
+  }
+  return {};
+}
+
+std::string refusalOf(const script::Command& command, const DaemonState& daemon) {
+  if (const auto* profile = std::get_if<script::L2cpProfile>(&command)) {
+    return refusalOf(profile->name, daemon);
+  }
+  if (const auto* removal = std::get_if<script::NoL2cpProfile>(&command)) {
+    return refusalOf(removal->name, daemon);
+  }
+  if (const auto* attach = std::get_if<script::Attach>(&command)) {
+    return refusalOf(attach->profile, daemon);
+  }
+  const auto* detach = std::get_if<script::NoAttach>(&command);
+  return detach == nullptr ? std::string() : refusalOf(detach->profile, daemon);
+}
+
 // The state that the file describes. Built-in protocols that it does not name stay as they are.
 State stateOf(const ScriptFile& file, const DaemonState& daemon, Notes& notes) {
   State state;
@@ -43,8 +70,14 @@ State stateOf(const ScriptFile& file, const DaemonState& daemon, Notes& notes) {
   }
   std::vector<script::Script::Mistake> mistakes = file.script.mistakes;
   for (const auto& [line, command] : file.script.statements) {
+    const std::string outside = refusalOf(command, daemon);
+    // Taken all the same, so that no other line is wrong because of this one.
     const std::string refusal = state.take(command);
-    if (!refusal.empty()) mistakes.push_back({line, refusal});
+    if (!outside.empty()) {
+      mistakes.push_back({line, outside});
+    } else if (!refusal.empty()) {
+      mistakes.push_back({line, refusal});
+    }
   }
   if (!mistakes.empty()) refuse(file, std::move(mistakes), notes);
   return state;
@@ -122,13 +155,18 @@ void showSummary(const Plan& plan, Output& output) {
 
 // ---- Commands ----
 
-void undo(const State& before, Client& client, Notes& notes) {
+void undo(const DaemonState& before, Client& client, Notes& notes) {
   const DaemonState now = daemonState(client);
-  perform(planFor(now.state, before, now.portsWithGaps), now.state, client, notes);
+  perform(planFor(now.state, before.state, now.portsWithGaps), now.state, client, notes);
+  // No line of a script says this, and a protocol that was made again lacks it.
+  for (std::string name : before.protectedProtocols) {
+    if (now.protectedProtocols.contains(name)) continue;
+    accept(client.module<rpc_l2cp_proto_set_protect_1>(wireText(name), TRUE));
+  }
 }
 
 // Undoes what was done and tells why.
-[[noreturn]] void giveUp(ExitStatus status, std::string_view why, const State& before,
+[[noreturn]] void giveUp(ExitStatus status, std::string_view why, const DaemonState& before,
                          Context& context) {
   try {
     undo(before, context.client, context.output.notes());
@@ -139,12 +177,12 @@ void undo(const State& before, Client& client, Notes& notes) {
   throw BatchFailure(status, fmt::format("{}; the configuration is as it was before", why));
 }
 
-void applyWithConfirmation(const Plan& plan, const State& before, Context& context) {
+void applyWithConfirmation(const Plan& plan, const DaemonState& before, Context& context) {
   Notes& notes = context.output.notes();
   const std::chrono::seconds time = context.options.confirm;
   Confirmation confirmation;
   try {
-    perform(plan, before, context.client, notes);
+    perform(plan, before.state, context.client, notes);
   } catch (const BatchFailure& failure) {
     if (failure.status() != ExitStatus::partly) throw;
     giveUp(ExitStatus::refused, failure.what(), before, context);
@@ -173,7 +211,7 @@ void apply(Context& context) {
   const Plan plan = planFor(daemon.state, wanted, daemon.portsWithGaps);
   if (options.dryRun) return context.output.script(textOf(plan));
   if (confirms && !plan.commands.empty()) {
-    applyWithConfirmation(plan, daemon.state, context);
+    applyWithConfirmation(plan, daemon, context);
   } else {
     perform(plan, daemon.state, context.client, context.output.notes());
   }
@@ -206,8 +244,10 @@ constexpr Command applyCommands[] = {
      "What is in force and stays so is left alone where that can be; shown are the number of\n"
      "commands and the attachments that were interrupted.\n"
      "--dry-run  shows the commands instead of carrying them out\n"
-     "--confirm  undoes everything unless Enter comes on standard input within that time; its end\n"
-     "           and SIGHUP, SIGINT and SIGTERM undo it as well, and the status is 4",
+     "--confirm  undoes everything unless Enter comes on standard input within that time; its "
+     "end,\n"
+     "           another line than y or yes, and SIGHUP, SIGINT, SIGQUIT and SIGTERM undo it as\n"
+     "           well, and the status is 4",
      "l2cpctl apply site.l2cp --confirm 60", apply}};
 
 }  // namespace

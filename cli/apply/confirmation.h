@@ -9,8 +9,9 @@
 
 namespace cli {
 
-/// Whether what was done shall stay. While an object of this class lives, SIGHUP, SIGINT and
-/// SIGTERM do not end the program: they answer no, also before the question.
+/// Whether what was done shall stay. While an object of this class lives, SIGHUP, SIGINT, SIGQUIT
+/// and SIGTERM do not end the program: they answer no, also before the question. Nothing stops it
+/// but SIGSTOP: what is to be undone in time cannot wait.
 class Confirmation {
  public:
   /// Throws LocalError if the system has nothing to wait for signals with.
@@ -19,10 +20,14 @@ class Confirmation {
   Confirmation(const Confirmation&) = delete;
   Confirmation& operator=(const Confirmation&) = delete;
 
-  /// Waits for a line on standard input. Returns an empty text if one came, else why none did.
+  /// Waits for a line on standard input. Returns an empty text if it is empty or says yes, else why
+  /// that is no confirmation.
   std::string_view wait(std::chrono::seconds time, Notes& notes);
 
  private:
+  /// Takes the signals that have come.
+  bool shallEnd() const;
+
   sigset_t before_{};
   int signals_ = -1;
 };

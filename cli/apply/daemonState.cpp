@@ -67,6 +67,7 @@ class Inquiry {
     for (const rpc_l2cp_proto& proto : std::span(all->list.list_val, all->list.list_len)) {
       state().protocols[proto.name] = {macOf(proto.mac), proto.ether_type, proto.sub_type};
       result_.uses[proto.name] = proto.use_count;
+      if (proto.protect != FALSE) result_.protectedProtocols.insert(proto.name);
     }
     for (const script::Command& command : runningConfiguration(CONTROL_CONFIG_ALL).commands) {
       if (const auto* proto = std::get_if<script::Protocol>(&command)) {
@@ -92,6 +93,7 @@ class Inquiry {
     const auto all = client_.module<rpc_l2cp_profile_get_all_1>();
     accept(all->error);
     for (const rpc_l2cp_profile& profile : std::span(all->list.list_val, all->list.list_len)) {
+      if (profile.dynamic != FALSE) result_.dynamicProfiles.insert(profile.name);
       if (profile.dynamic != FALSE || isEditingCopy(profile.name)) continue;
       if (profile.protect != FALSE) result_.protectedProfiles.insert(profile.name);
       const auto found = written.find(profile.name);

@@ -16,7 +16,9 @@ struct DaemonState {
   State state;
   /// The protocols that a script need not name: what the running configuration leaves out.
   std::set<std::string> builtIn;
+  std::set<std::string> protectedProtocols;
   std::set<std::string> protectedProfiles;
+  std::set<std::string> dynamicProfiles;
   std::map<std::string, std::uint32_t> uses;  ///< of protocols, as the module counts them
   std::set<std::uint32_t> portsWithGaps;
 };

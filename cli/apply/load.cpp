@@ -20,12 +20,10 @@ class Load {
   Load(Context& context, const ScriptFile& file)
       : client_(context.client),
         notes_(context.output.notes()),
+        progress_(&notes_),
         keepGoing_(context.options.keepGoing),
         file_(file),
         mistake_(file.script.mistakes.begin()) {}
-  ~Load() { notes_.endProgress(); }
-  Load(const Load&) = delete;
-  Load& operator=(const Load&) = delete;
 
   void run() {
     if (!keepGoing_) refuseMistakes();
@@ -71,7 +69,7 @@ class Load {
     } catch (const Failure& failure) {
       refused(line, command, failure);
     }
-    notes_.progress(
+    progress_.at(
         fmt::format("{}: line {} of {}", file_.name, line, file_.script.statements.back().line));
   }
 
@@ -98,6 +96,7 @@ class Load {
 
   Client& client_;
   Notes& notes_;
+  Progress progress_;
   bool keepGoing_;
   const ScriptFile& file_;
   std::vector<script::Script::Mistake>::const_iterator mistake_;

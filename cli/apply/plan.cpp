@@ -91,7 +91,8 @@ class Planner {
   }
 
   // Whether the editing procedures can replace a profile wherever it is in force and stays so. They
-  // take it off interfaces and apply it there again, which puts it behind what else is on the port.
+  // take it off interfaces and apply it there again, which can put it behind what else is on the
+  // port.
   bool canBeEdited(const std::string& profile) const {
     if (profile == unchangeable) return false;
     const auto unnamed = current_.services.find(std::string(unchangeable));
@@ -132,14 +133,7 @@ class Planner {
   }
 
   void planPorts() {
-    std::set<std::uint32_t> numbers;
-    for (const State* state : {&current_, &wanted_}) {
-      for (const auto& [port, attachments] : state->ports) numbers.insert(port);
-      for (const auto& [service, interfaces] : state->applications) {
-        numbers.insert(interfaces.begin(), interfaces.end());
-      }
-    }
-    for (const std::uint32_t port : numbers) {
+    for (const std::uint32_t port : portsOf(current_, wanted_)) {
       ports_.push_back(planPort(current_, wanted_, port, changes_, gaps_.contains(port)));
       for (const Attachment& attachment : ports_.back().interrupted) {
         plan_.interruptions.push_back({port, attachment});

@@ -259,6 +259,17 @@ Attachment State::attachedBy(std::string_view service, std::int32_t interface) c
   return attachment;
 }
 
+std::set<std::uint32_t> portsOf(const State& one, const State& other) {
+  std::set<std::uint32_t> numbers;
+  for (const State* state : {&one, &other}) {
+    for (const auto& [port, attachments] : state->ports) numbers.insert(port);
+    for (const auto& [service, interfaces] : state->applications) {
+      numbers.insert(interfaces.begin(), interfaces.end());
+    }
+  }
+  return numbers;
+}
+
 bool canMeet(const Attachment& one, const Attachment& other) {
   // The classifier takes no VLAN id above the one for whole ports, and goes without that condition.
   const auto holdsForAll = [](const Attachment& each) { return each.vid >= script::wholePort; };

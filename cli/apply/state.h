@@ -68,6 +68,9 @@ struct State {
   Attachment attachedBy(std::string_view service, std::int32_t interface) const;
 };
 
+/// The numbers of all ports and interfaces on which something is in force in one of the two.
+std::set<std::uint32_t> portsOf(const State& one, const State& other);
+
 /// Whether both can hold for the same frame, so that their order decides.
 bool canMeet(const Attachment& one, const Attachment& other);
 

@@ -163,14 +163,7 @@ class Difference {
   }
 
   void ports() {
-    std::set<std::uint32_t> numbers;
-    for (const State* state : {&current_, &wanted_}) {
-      for (const auto& [port, attachments] : state->ports) numbers.insert(port);
-      for (const auto& [service, interfaces] : state->applications) {
-        numbers.insert(interfaces.begin(), interfaces.end());
-      }
-    }
-    for (const std::uint32_t port : numbers) {
+    for (const std::uint32_t port : portsOf(current_, wanted_)) {
       onPort(PortLines(current_, port), PortLines(wanted_, port));
     }
   }

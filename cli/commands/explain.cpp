@@ -2,10 +2,8 @@
 
 #include <cstdint>
 #include <string>
-#include <variant>
 #include <vector>
 
-#include "classifier/capture.h"
 #include "cli/command.h"
 #include "cli/commands/entry.h"
 #include "cli/commands/frame.h"
@@ -125,64 +123,44 @@ Table counterTable(const Path& path) {
   return table;
 }
 
-class Explainer {
- public:
-  Explainer(Context& context, std::uint32_t port) : context_(context), port_(port) {}
-
-  void add(const capture::Frame& frame) {
-    if (!batch_.fits(frame)) send();
-    batch_.add(frame);
+void explainBatch(FrameBatch& batch, std::uint32_t port, Context& context) {
+  std::vector<control_frame> wire = batch.wire();
+  const auto result = context.client.control<control_explain_1>(
+      port, control_explained_frames{static_cast<u_int>(wire.size()), wire.data()});
+  const std::span explanations(result->explanations.explanations_val,
+                               result->explanations.explanations_len);
+  batch.expectOneForEach(explanations.size(), "explanations");
+  for (std::size_t i = 0; i < explanations.size(); ++i) {
+    const Path path = pathOf(*result, explanations[i]);
+    const Table parts[] = {entryTable(path), counterTable(path)};
+    context.output.each(frameThing(batch.frames()[i], explanations[i].fate, path), parts);
   }
-
-  void send() {
-    if (batch_.empty()) return;
-    std::vector<control_frame> wire = batch_.wire();
-    const auto result = context_.client.control<control_explain_1>(
-        port_, control_explained_frames{static_cast<u_int>(wire.size()), wire.data()});
-    const std::span explanations(result->explanations.explanations_val,
-                                 result->explanations.explanations_len);
-    batch_.expectOneForEach(explanations.size(), "explanations");
-    for (std::size_t i = 0; i < explanations.size(); ++i) {
-      const Path path = pathOf(*result, explanations[i]);
-      const Table parts[] = {entryTable(path), counterTable(path)};
-      context_.output.each(frameThing(batch_.frames()[i], explanations[i].fate, path), parts);
-    }
-    batch_.clear();
-    context_.output.flush();
-  }
-
- private:
-  Context& context_;
-  std::uint32_t port_;
-  FrameBatch batch_{CONTROL_EXPLAINED_MAX};
-};
+  context.output.flush();
+}
 
 void explainFrame(Context& context, const std::string& portWord) {
   std::string digits = context.words.take("DIGITS");
   while (!context.words.empty()) digits += ' ' + context.words.take("DIGITS");
   const std::vector<std::uint8_t> bytes = parseFrame(digits);
-  Explainer explainer(context, portNumber(portWord, context.client));
-  explainer.add({.number = 1, .bytes = bytes});
+  const std::uint32_t port = portNumber(portWord, context.client);
+  FrameBatch batch(1);
+  batch.add({.number = 1, .bytes = bytes});
   context.output.beginEach();
-  explainer.send();
+  explainBatch(batch, port, context);
   context.output.endEach();
 }
 
 void explainCapture(Context& context, const std::string& portWord) {
   const std::string path = context.words.take("FILE");
   context.words.end();
-  auto opened = capture::Reader::open(path);
-  if (const auto* error = std::get_if<capture::Error>(&opened)) {
-    throw LocalError(safeText(error->text));
-  }
-  auto& reader = std::get<capture::Reader>(opened);
-
-  Explainer explainer(context, portNumber(portWord, context.client));
+  FrameFile file(path);
+  const std::uint32_t port = portNumber(portWord, context.client);
   context.output.beginEach();
-  while (const auto frame = reader.next()) explainer.add(*frame);
-  explainer.send();
+  file.forBatches(
+      CONTROL_EXPLAINED_MAX, [&](FrameBatch& batch) { explainBatch(batch, port, context); },
+      context.output.notesBesideAnswers());
   context.output.endEach();
-  if (reader.error() != nullptr) throw LocalError(safeText(reader.error()->text));
+  file.expectWhole();
 }
 
 void explain(Context& context) {

@@ -3,10 +3,8 @@
 #include <array>
 #include <cstdint>
 #include <string>
-#include <variant>
 #include <vector>
 
-#include "classifier/capture.h"
 #include "cli/command.h"
 #include "cli/commands/frame.h"
 #include "cli/commands/frameBatch.h"
@@ -47,22 +45,15 @@ class Feed {
  public:
   Feed(Context& context, std::uint32_t port) : context_(context), port_(port) {}
 
-  void add(const capture::Frame& frame) {
-    if (!batch_.fits(frame)) send();
-    batch_.add(frame);
-  }
-
-  // Sends what has been added and shows what became of it.
-  void send() {
-    if (batch_.empty()) return;
-    std::vector<control_frame> wire = batch_.wire();
+  // Sends frames and shows what became of them.
+  void send(FrameBatch& batch) {
+    std::vector<control_frame> wire = batch.wire();
     const auto result = context_.client.control<control_feed_1>(
         port_, control_frames{static_cast<u_int>(wire.size()), wire.data()});
     accept(result->error);
     const std::span verdicts(result->verdicts.verdicts_val, result->verdicts.verdicts_len);
-    batch_.expectOneForEach(verdicts.size(), "verdicts");
-    for (std::size_t i = 0; i < verdicts.size(); ++i) show(batch_.frames()[i], verdicts[i]);
-    batch_.clear();
+    batch.expectOneForEach(verdicts.size(), "verdicts");
+    for (std::size_t i = 0; i < verdicts.size(); ++i) show(batch.frames()[i], verdicts[i]);
     context_.output.flush();
   }
 
@@ -115,7 +106,6 @@ class Feed {
 
   Context& context_;
   std::uint32_t port_;
-  FrameBatch batch_{CONTROL_FRAMES_MAX};
   std::array<FateTotal, 4> totals_{{{CONTROL_FATE_DISCARD, "discard", Style::red},
                                     {CONTROL_FATE_PEER, "peer", Style::cyan},
                                     {CONTROL_FATE_TUNNEL, "tunnel", Style::green},
@@ -126,18 +116,15 @@ void feed(Context& context) {
   const std::string portWord = context.words.take("PORT");
   const std::string path = context.words.take("FILE");
   context.words.end();
-  auto opened = capture::Reader::open(path);
-  if (const auto* error = std::get_if<capture::Error>(&opened)) {
-    throw LocalError(safeText(error->text));
-  }
-  auto& reader = std::get<capture::Reader>(opened);
-
+  FrameFile file(path);
+  Output& output = context.output;
   Feed frames(context, portNumber(portWord, context.client));
   frames.begin();
-  while (const auto frame = reader.next()) frames.add(*frame);
-  frames.send();
+  file.forBatches(
+      CONTROL_FRAMES_MAX, [&](FrameBatch& batch) { frames.send(batch); },
+      context.options.quiet ? &output.notes() : output.notesBesideAnswers());
   frames.end();
-  if (reader.error() != nullptr) throw LocalError(safeText(reader.error()->text));
+  file.expectWhole();
 }
 
 constexpr Command commands[] = {

@@ -263,7 +263,7 @@ class Display {
     } else {
       inside.show(refreshThing(refresh), places);
     }
-    if (table && output_.terminal()) {
+    if (table && output_.sink() == Sink::terminal) {
       output_.text(drawn(block.str(), first_));
     } else {
       output_.text(table && !first_ ? "\n" : "");

@@ -176,6 +176,30 @@ TEST_F(Capture, NothingFollowsTheEnd) {
   EXPECT_EQ(reader.error(), nullptr);
 }
 
+TEST_F(Capture, TellsHowMuchOfAFileHasBeenRead) {
+  constexpr double head = 24;
+  const double frame = 16 + static_cast<double>(first.size());
+  auto opened = capture::Reader::open(write("a", pcap({first, first}).content()));
+  auto& reader = std::get<capture::Reader>(opened);
+  EXPECT_TRUE(reader.next());
+  EXPECT_EQ(reader.share(), (head + frame) / (head + 2 * frame));
+  EXPECT_TRUE(reader.next());
+  EXPECT_EQ(reader.share(), 1.0);
+}
+
+TEST_F(Capture, CannotTellHowMuchOfAPipeHasBeenRead) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const Bytes content = pcap({first}).content();
+  ASSERT_EQ(::write(ends[1], content.data(), content.size()), static_cast<ssize_t>(content.size()));
+  close(ends[1]);
+  auto opened = capture::Reader::open("/proc/self/fd/" + std::to_string(ends[0]));
+  close(ends[0]);
+  auto& reader = std::get<capture::Reader>(opened);
+  EXPECT_TRUE(reader.next());
+  EXPECT_EQ(reader.share(), std::nullopt);
+}
+
 TEST_F(Capture, MissingFileIsSaid) {
   EXPECT_EQ(openError(folder / "missing"),
             (folder / "missing").string() + ": No such file or directory");

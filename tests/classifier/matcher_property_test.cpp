@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <random>
 #include <span>
 #include <string>
 #include <utility>
@@ -16,6 +15,7 @@
 
 #include "classifier/table.h"
 #include "platform/acl_ioctl.h"
+#include "tests/classifier/random_choices.h"
 #include "tests/classifier/requests.h"
 #include "tests/support/frame_builder.h"
 
@@ -24,7 +24,6 @@ namespace {
 using classifier::Fate;
 using classifier::Table;
 using support::Bytes;
-using support::FrameBuilder;
 using support::Mac;
 
 // The definition
@@ -160,18 +159,11 @@ struct Model {
   }
 };
 
-// Random tables and frames, from small sets of values so that they meet often
+// Random tables and frames
 
-class World {
+class World : public RandomChoices {
  public:
-  explicit World(unsigned seed) : random_(seed) { model.selectors["true"] = {}; }
-
-  template <class Range>
-  auto pick(const Range& range) {
-    return *std::next(std::begin(range), below(static_cast<int>(std::size(range))));
-  }
-  int below(int bound) { return std::uniform_int_distribution(0, bound - 1)(random_); }
-  bool oneIn(int count) { return below(count) == 0; }
+  explicit World(unsigned seed) : RandomChoices(seed) { model.selectors["true"] = {}; }
 
   void addSelector() {
     const std::string name = "s" + std::to_string(model.selectors.size());
@@ -281,27 +273,6 @@ class World {
     }
   }
 
-  Bytes frame() {
-    FrameBuilder frame;
-    frame.ethernet(pick(macs), {2});
-    const int tags = oneIn(3) ? 0 : oneIn(8) ? below(11) : 1 + below(2);
-    for (int i = 0; i < tags; ++i) {
-      frame.tag(oneIn(2) ? 0x8100 : 0x88a8, pick(vlans), static_cast<std::uint8_t>(below(16)));
-    }
-    if (oneIn(3)) {
-      frame.length(static_cast<std::uint16_t>(pick(std::vector{0, 8, 38, 0x5ff})));
-      if (oneIn(4)) {
-        frame.llc(0xaa, oneIn(2) ? 0xaa : 0x42, 0x03);
-      } else {
-        frame.snap({0, 0, static_cast<std::uint8_t>(below(2))}, pick(types));
-      }
-    } else {
-      frame.etherType(pick(types));
-    }
-    for (int count = below(6); count > 0; --count) frame.payload({pick(values)});
-    return frame.bytes();
-  }
-
   void check(std::span<const std::uint8_t> bytes) {
     const ModelEntry* expected = model.meet(bytes);
     const classifier::Verdict verdict = table.classify(7, bytes);
@@ -332,22 +303,13 @@ class World {
   std::size_t met = 0;
 
  private:
-  const std::vector<Mac> macs = {{0x01, 0x80, 0xc2, 0, 0, 0x00},
-                                 {0x01, 0x80, 0xc2, 0, 0, 0x0e},
-                                 {0x01, 0x00, 0x0c, 0xcc, 0xcc, 0xcc},
-                                 {0x02, 0x00, 0x00, 0, 0, 0x0e}};
   const std::vector<Mac> macMasks = {{0xff, 0xff, 0xff, 0xff, 0xff, 0xff},
                                      {0xff, 0xff, 0xff, 0xff, 0xff, 0xf0},
                                      {0x01},
                                      {0, 0, 0, 0, 0, 0xff},
                                      {}};
-  const std::vector<std::uint16_t> vlans = {0, 1, 2, 100, 101, 4094, 4095, 4095};
-  const std::vector<std::uint16_t> types = {0x88cc, 0x8809, 0x2000, 0x0111, 0x8100, 0x0600, 0x0026};
   const std::vector<std::uint32_t> offsets = {0, 0, 0, 1, 2, 5, 0xffffffff};
   const std::vector<std::uint8_t> masks = {0xff, 0xff, 0x0f, 0x00};
-  const std::vector<std::uint8_t> values = {0x00, 0x01, 0x11, 0xaa, 0xff};
-
-  std::mt19937 random_;
 };
 
 class MatcherProperty : public testing::TestWithParam<unsigned> {};

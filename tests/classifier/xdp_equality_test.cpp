@@ -9,13 +9,13 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
-#include <random>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include "classifier/capture.h"
 #include "classifier/table.h"
+#include "tests/classifier/random_choices.h"
 #include "tests/classifier/requests.h"
 #include "tests/classifier/xdp_kernel.h"
 #include "tests/support/frame_builder.h"
@@ -29,22 +29,12 @@ using kernel_test::portText;
 using kernel_test::smallestFrame;
 using kernel_test::Xdp;
 using support::Bytes;
-using support::FrameBuilder;
 using support::Mac;
 
-// Random tables and frames, from small sets of values so that they meet often
-
 /// Sends each request to both sides, which have to answer alike.
-class Both {
+class Both : public RandomChoices {
  public:
-  Both(Kernel& kernel, unsigned seed) : kernel_(kernel), random_(seed) {}
-
-  int below(int bound) { return std::uniform_int_distribution(0, bound - 1)(random_); }
-  bool oneIn(int count) { return below(count) == 0; }
-  template <class Range>
-  auto pick(const Range& range) {
-    return range[static_cast<std::size_t>(below(static_cast<int>(std::size(range))))];
-  }
+  Both(Kernel& kernel, unsigned seed) : RandomChoices(seed), kernel_(kernel) {}
 
   void build() {
     // Small tables are the ones that have much in common, by which most frames pass.
@@ -104,27 +94,6 @@ class Both {
     }
   }
 
-  Bytes frame() {
-    FrameBuilder frame;
-    frame.ethernet(pick(macs), {2});
-    const int tags = oneIn(3) ? 0 : oneIn(6) ? below(11) : 1 + below(2);
-    for (int i = 0; i < tags; ++i) {
-      frame.tag(oneIn(2) ? 0x8100 : 0x88a8, pick(vlans), static_cast<std::uint8_t>(below(16)));
-    }
-    if (oneIn(3)) {
-      frame.length(static_cast<std::uint16_t>(pick(std::array{0, 8, 38, 0x5ff})));
-      if (oneIn(4)) {
-        frame.llc(0xaa, oneIn(2) ? 0xaa : 0x42, 0x03);
-      } else {
-        frame.snap({0, 0, static_cast<std::uint8_t>(below(2))}, pick(types));
-      }
-    } else {
-      frame.etherType(pick(types));
-    }
-    for (int count = below(6); count > 0; --count) frame.payload({pick(values)});
-    return frame.bytes();
-  }
-
   std::size_t frames = 0;
   std::size_t met = 0;
 
@@ -179,25 +148,15 @@ class Both {
     ASSERT_EQ(add(kernel_.request), add(software_));
   }
 
-  static constexpr std::array<Mac, 5> macs = {{{0x01, 0x80, 0xc2, 0, 0, 0x00},
-                                               {0x01, 0x80, 0xc2, 0, 0, 0x0e},
-                                               {0x01, 0x00, 0x0c, 0xcc, 0xcc, 0xcc},
-                                               {0x02, 0x00, 0x00, 0, 0, 0x0e},
-                                               {0x02, 0x00, 0x00, 0, 0, 0x0f}}};
   static constexpr std::array<Mac, 6> macMasks = {{{0xff, 0xff, 0xff, 0xff, 0xff, 0xff},
                                                    {0xff, 0xff, 0xff, 0xff, 0xff, 0xff},
                                                    {0xff, 0xff, 0xff, 0xff, 0xff, 0xf0},
                                                    {0x01},
                                                    {0, 0, 0, 0, 0, 0xff},
                                                    {}}};
-  static constexpr std::array<std::uint16_t, 8> vlans = {0, 1, 2, 100, 101, 4094, 4095, 4095};
-  static constexpr std::array<std::uint16_t, 7> types = {0x88cc, 0x8809, 0x2000, 0x0111,
-                                                         0x8100, 0x0600, 0x0026};
-  static constexpr std::array<std::uint8_t, 4> values = {0x00, 0x01, 0x7f, 0xff};
   static constexpr std::array<std::uint8_t, 4> masks = {0xff, 0x0f, 0x01, 0x00};
 
   Kernel& kernel_;
-  std::mt19937 random_;
   Table table_;
   Requests software_{table_};
   int entries_ = 0;

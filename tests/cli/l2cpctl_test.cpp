@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <pty.h>
 #include <rpc/pmap_clnt.h>
 #include <rpc/rpc.h>
 #include <sys/socket.h>
@@ -25,6 +24,7 @@
 #include "cli/program.h"
 #include "cli/refusal.h"
 #include "tests/cli/command_line.h"
+#include "tests/support/pseudo_terminal.h"
 #include "tests/system/fixture.h"
 
 namespace cli {
@@ -1216,32 +1216,16 @@ TEST_F(VlanProfiles, RefusalsSayWhatToDo) {
 
 class Colour : public DaemonTest {
  protected:
-  // Opens a terminal before the test enters its world, which has none. The program inherits it.
-  Colour() {
-    int master = -1;
-    int terminal = -1;
-    if (openpty(&master, &terminal, nullptr, nullptr, nullptr) != 0) return;
-    master_ = support::Descriptor(master);
-    terminal_ = support::Descriptor(terminal);
-  }
-
   // What the program shows of the profiles if its output is a terminal.
-  std::string onTerminal(const std::string& environment) const {
-    const support::Run run = support::run(
-        {"/bin/sh", "-c",
-         environment + " " L2CPCTL_PROGRAM " profile list >&" + std::to_string(terminal_.get())});
+  std::string onTerminal(const std::string& environment) {
+    const support::Run run = support::run({"/bin/sh", "-c",
+                                           environment + " " L2CPCTL_PROGRAM " profile list >&" +
+                                               std::to_string(terminal_.number())});
     EXPECT_EQ(run.status, 0) << run.output;
-    std::string shown(4096, '\0');
-    const ssize_t size = read(master_.get(), shown.data(), shown.size());
-    shown.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
-    return shown;
+    return terminal_.until("\n");
   }
 
-  bool hasTerminal() const { return terminal_.get() >= 0; }
-
- private:
-  support::Descriptor master_;
-  support::Descriptor terminal_;
+  support::PseudoTerminal terminal_;
 };
 
 TEST_F(Colour, IsForTerminalsUnlessItIsNotWanted) {
@@ -1251,8 +1235,8 @@ TEST_F(Colour, IsForTerminalsUnlessItIsNotWanted) {
     line.insert(line.begin(), {"--color", when});
     return line;
   };
-  const Surroundings terminal{.terminal = true, .plainWanted = false};
-  const Surroundings plainWanted{.terminal = true, .plainWanted = true};
+  const Surroundings terminal{.answers = Sink::terminal, .plainWanted = false};
+  const Surroundings plainWanted{.answers = Sink::terminal, .plainWanted = true};
   EXPECT_EQ(outcome(list).out, plain);
   EXPECT_EQ(outcome(list, plainWanted).out, plain);
   EXPECT_EQ(outcome(with(list, "never"), terminal).out, plain);
@@ -1264,7 +1248,7 @@ TEST_F(Colour, IsForTerminalsUnlessItIsNotWanted) {
 }
 
 TEST_F(Colour, DependsOnTheProgramsTerminalAndEnvironment) {
-  if (!hasTerminal()) GTEST_SKIP() << "no terminals here";
+  if (!terminal_.isThere()) GTEST_SKIP() << "no terminals here";
   EXPECT_THAT(onTerminal("TERM=xterm"), testing::StartsWith("\x1b[1mNAME"));
   EXPECT_THAT(onTerminal("TERM=xterm NO_COLOR="), testing::StartsWith("\x1b[1mNAME"));
   EXPECT_THAT(onTerminal("TERM=xterm NO_COLOR=1"), testing::StartsWith("NAME"));

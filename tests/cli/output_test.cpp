@@ -269,6 +269,16 @@ TEST(Writing, TellsWhenItCannotBeDone) {
   EXPECT_THROW(output.flush(), LocalError);
 }
 
+TEST(Writing, IsBesideProgressOnlyWhereAnswersTellLess) {
+  std::ostringstream stream;
+  const auto hasNotes = [&](Sink sink) {
+    return Output(stream, Format::table, false, sink).notesBesideAnswers() != nullptr;
+  };
+  EXPECT_TRUE(hasNotes(Sink::file));
+  EXPECT_FALSE(hasNotes(Sink::terminal));
+  EXPECT_FALSE(hasNotes(Sink::plainTerminal));
+}
+
 // ---- Things one by one, with parts ----
 
 std::string each(Format format, const std::vector<Thing>& all) {

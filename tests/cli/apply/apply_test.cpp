@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pty.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,6 +23,7 @@
 #include "cli/failure.h"
 #include "tests/cli/apply/random_state.h"
 #include "tests/cli/command_line.h"
+#include "tests/support/pseudo_terminal.h"
 #include "tests/support/script_lines.h"
 #include "tests/system/fixture.h"
 
@@ -39,7 +39,7 @@ using testing::StartsWith;
 
 // Of the running configuration, what it says, in an order that does not depend on the process.
 std::vector<std::string> configuration() {
-  std::istringstream text(outcome({"running-config", "show"}, {.redirected = true}).out);
+  std::istringstream text(outcome({"running-config", "show"}, {.answers = Sink::file}).out);
   std::vector<std::string> lines;
   for (std::string line; std::getline(text, line);) lines.push_back(line);
   return support::said(lines);
@@ -402,6 +402,33 @@ TEST_F(Applying, LeavesAloneWhatIsNoConfiguration) {
             "name=temp_l2cp_prof_1 protect=no dynamic=no attachments=0\n");
 }
 
+TEST_F(Applying, RefusesLinesAboutProfilesThatAreNoConfiguration) {
+  does({{"profile", "add", "learnt", "dynamic"}, {"profile", "add", "kept", "dynamic", "protect"}});
+  const std::string profiles = shown({"-o", "profile", "list"});
+  const std::string file = World::file("f.l2cp",
+                                       "l2cp-profile gold\nexit\n"
+                                       "l2cp-profile learnt\n protocol LLDP rule peer\nexit\n"
+                                       "attach learnt port 1\n"
+                                       "no l2cp-profile kept\n"
+                                       "l2cp-profile temp_l2cp_prof_7\nexit\n");
+  const std::string dynamic =
+      ": the profile is dynamic, and so is no part of the configuration; make it static with "
+      "\"l2cpctl profile set NAME dynamic off\" or choose another name\n";
+  for (const char* command : {"apply", "diff"}) {
+    const auto [status, out, err] = outcome({command, file});
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(err, "l2cpctl: " + file + ":3" + dynamic +      //
+                       "l2cpctl: " + file + ":6" + dynamic +  //
+                       "l2cpctl: " + file + ":7" + dynamic +  //
+                       "l2cpctl: " + file +
+                       ":8: profiles of such names are copies that are being edited\n"
+                       "l2cpctl: error: " +
+                       file + ": 4 lines are wrong; nothing was done\n");
+  }
+  EXPECT_EQ(shown({"-o", "profile", "list"}), profiles);
+}
+
 TEST_F(Applying, KnowsProfilesWithoutRulesAndWhereTheyAreInForce) {
   const std::string file =
       World::file("f.l2cp",
@@ -477,6 +504,148 @@ TEST_F(Applying, EndsAtWhatIsRefusedAfterAllAndSaysHowFarItGot) {
   EXPECT_EQ(daemonState(client).uses, daemon.uses);
 }
 
+/// A profile that is in force through service profiles, and the state and plan for editing it.
+class EditingInForce : public DaemonTest {
+ protected:
+  void SetUp() override {
+    DaemonTest::SetUp();
+    if (IsSkipped()) return;
+    does({{"load", World::file("site.l2cp",
+                               "l2cp-profile gold\n protocol LLDP rule peer\nexit\n"
+                               "vlan-profile metro\n interface 3 svid 100\n interface 5 svid 200\n"
+                               "exit\nservice-profile business\n vlan-profile metro\n"
+                               " l2cp-profile gold\nexit\nservice-profile idle\n"
+                               " l2cp-profile gold\nexit\n"
+                               "apply business interface 3\napply business interface 5\n")}});
+    daemon_ = daemonState(client_);
+    State wanted = daemon_.state;
+    wanted.l2cpProfiles.at("gold")["CDP"] = script::Rule::tunnel;
+    plan_ = planFor(daemon_.state, wanted);
+  }
+
+  // What is said at the end of the plan, which fails.
+  std::string failure() {
+    try {
+      Notes notes;
+      perform(plan_, daemon_.state, client_, notes);
+    } catch (const BatchFailure& failure) {
+      EXPECT_EQ(failure.status(), ExitStatus::partly);
+      return failure.what();
+    }
+    return {};
+  }
+
+  Client client_{Server()};
+  DaemonState daemon_;
+  Plan plan_;
+};
+
+TEST_F(EditingInForce, IsPutBackIfTheCopyCannotTakeThePlace) {
+  const CommandLine attach{"attach", "gold", "port", "7"};
+  const CommandLine protect{"profile", "set", "gold", "protect", "on"};
+  for (const CommandLine& meanwhile : {protect, attach}) {
+    does({meanwhile});
+    const std::vector<std::string> before = configuration();
+    const std::string profile = shown({"-o", "profile", "list"});
+    EXPECT_EQ(failure(),
+              "\"exit\": EDIT_FAILED: the edited copy could not take the profile's place; "
+              "\"l2cpctl profile show\" tells whether somebody has attached or protected the "
+              "profile; the profile is in force where it was; 2 of 3 commands were carried out");
+    EXPECT_EQ(configuration(), before);
+    EXPECT_EQ(shown({"-o", "profile", "list"}), profile);
+    EXPECT_EQ(daemonState(client_).uses, daemon_.uses);
+    does({{"profile", "set", "gold", "protect", "off"}});
+  }
+}
+
+TEST_F(EditingInForce, SaysWhatCannotBePutBack) {
+  does({{"load", World::file("meanwhile",
+                             "no apply business interface 5\n"
+                             "attach gold port 5 vlan 200\n")}});
+  EXPECT_THAT(
+      failure(),
+      HasSubstr("or protected the profile; not put back: \"apply business interface 5\": "));
+  EXPECT_EQ(shown({"-o", "service-profile", "list"}),
+            "name=business vlan_profile=metro l2cp_profile=gold interfaces=3\n"
+            "name=idle vlan_profile='' l2cp_profile=gold interfaces=''\n");
+}
+
+/// A plan carried out, and how many requests that took.
+class Requests : public DaemonTest {
+ protected:
+  std::size_t toLead(const std::string& from, const std::string& to) {
+    shown({"apply", World::file("from", from)});
+    const std::string file = World::file("to", to);
+    Client client{Server()};
+    const DaemonState before = daemonState(client);
+    State wanted = before.state;
+    for (const char* name : {"A", "B"}) wanted.protocols.erase(name);
+    wanted.l2cpProfiles.clear();
+    script::Reader reader;
+    std::istringstream lines(to);
+    for (std::string line; std::getline(lines, line);)
+      EXPECT_EQ(wanted.take(reader.read(line)), "");
+    Notes notes;
+    const std::size_t others = client.requests();
+    perform(planFor(before.state, wanted), before.state, client, notes);
+    const std::size_t count = client.requests() - others;
+    EXPECT_EQ(shown({"diff", file}), "");
+    EXPECT_EQ(daemonState(client).uses, counted(wanted));
+    return count;
+  }
+
+ private:
+  // Every rule counts once.
+  static std::map<std::string, std::uint32_t> counted(const State& state) {
+    std::map<std::string, std::uint32_t> uses;
+    for (const auto& [name, definition] : state.protocols) uses[name];
+    for (const auto& [name, rules] : state.l2cpProfiles) {
+      for (const auto& [protocol, rule] : rules) ++uses[protocol];
+    }
+    return uses;
+  }
+};
+
+TEST_F(Requests, AreAsFewAsWhatDiffers) {
+  const std::string empty = "l2cp-profile gold\nexit\n";
+  const std::string peer = "l2cp-profile gold\n protocol LLDP rule peer\n protocol CDP rule peer\n";
+  const std::string tunnel =
+      "l2cp-profile gold\n protocol LLDP rule tunnel\n protocol CDP rule peer\n";
+  EXPECT_EQ(toLead(peer, tunnel), 1u);
+  EXPECT_EQ(toLead(peer, empty), 2u);
+  EXPECT_EQ(toLead(empty, peer), 2u);
+  EXPECT_EQ(toLead(empty, ""), 1u);
+  // One that takes the rules away, so that they stop counting as uses.
+  EXPECT_EQ(toLead(peer, ""), 2u);
+  EXPECT_EQ(
+      toLead("l2protocol A mac any ethertype 0x88f7\n", "l2protocol A mac any ethertype 0x88f8\n"),
+      1u);
+  EXPECT_EQ(
+      toLead("l2protocol A mac any ethertype 0x88f7\n", "l2protocol B mac any ethertype 0x88f7\n"),
+      2u);
+}
+
+TEST_F(Requests, FindOutWhatHasChangedMeanwhile) {
+  does({{"load", World::file("f",
+                             "l2protocol A mac any\nl2cp-profile gold\n"
+                             " protocol LLDP rule peer\nexit\n"
+                             "service-profile business\nexit\n")}});
+  Client client{Server()};
+  const DaemonState before = daemonState(client);
+  does({{"profile", "rule", "delete", "gold", "LLDP"},
+        {"profile", "rule", "add", "gold", "CDP", "peer"}});
+  carry(script::Entry{"gold", "LLDP", script::Rule::tunnel}, client, before.state);
+  carry(script::Entry{"gold", "CDP", script::Rule::tunnel}, client, before.state);
+  const std::string rules = "protocol=CDP rule=tunnel\nprotocol=LLDP rule=tunnel\n";
+  EXPECT_EQ(shown({"-o", "profile", "rule", "list", "gold"}), rules);
+  // What cannot be deleted after all keeps its rules.
+  const DaemonState now = daemonState(client);
+  does({{"load", World::file("g", "service-profile business\n l2cp-profile gold\nexit\n")}});
+  EXPECT_THROW(carry(script::NoL2cpProfile{"gold"}, client, now.state), Refused);
+  EXPECT_EQ(shown({"-o", "profile", "rule", "list", "gold"}), rules);
+  EXPECT_EQ(daemonState(client).uses, now.uses);
+}
+
 // ---- Names ----
 
 TEST_F(Applying, SavesAndLoadsAnyNameThatTheLanguageCanWrite) {
@@ -495,7 +664,7 @@ TEST_F(Applying, SavesAndLoadsAnyNameThatTheLanguageCanWrite) {
           {"service-profile", "set", "--", name, "vlan-profile", name}});
   }
   const std::vector<std::string> before = configuration();
-  const std::string saved = outcome({"running-config", "show"}, {.redirected = true}).out;
+  const std::string saved = outcome({"running-config", "show"}, {.answers = Sink::file}).out;
   EXPECT_THAT(saved, HasSubstr("raw\xff\xfe"));
   EXPECT_THAT(shown({"running-config", "show"}),
               AllOf(HasSubstr("raw\\xff\\xfe"), testing::Not(HasSubstr("\xe2\x80\xae"))));
@@ -565,13 +734,26 @@ class Confirmed {
   support::Descriptor writer_;
 };
 
-TEST_F(Confirming, KeepsTheChangesAfterEnter) {
+TEST_F(Confirming, KeepsTheChangesAfterEnterOrAYes) {
+  for (const char* answer : {"\n", "y\n", " yes\r\nno\n"}) {
+    SCOPED_TRACE(answer);
+    shown({"apply", World::file("nothing", "")});
+    Confirmed apply(World::file("site.l2cp", site), "30");
+    ASSERT_TRUE(apply.isWaiting());
+    apply.write(answer);
+    EXPECT_EQ(apply.process().wait(), 0);
+    EXPECT_EQ(shown({"diff", World::file("site.l2cp", site)}), "");
+    EXPECT_THAT(apply.process().output().text(), HasSubstr("commands  14\n"));
+  }
+}
+
+TEST_F(Confirming, GoesOnAtSignalsThatWouldStopTheProgram) {
   Confirmed apply(World::file("site.l2cp", site), "30");
   ASSERT_TRUE(apply.isWaiting());
-  apply.write("yes\n");
+  for (const int number : {SIGTSTP, SIGTTIN, SIGTTOU}) apply.process().signal(number);
+  apply.write("\n");
   EXPECT_EQ(apply.process().wait(), 0);
   EXPECT_EQ(shown({"diff", World::file("site.l2cp", site)}), "");
-  EXPECT_THAT(apply.process().output().text(), HasSubstr("commands  14\n"));
 }
 
 class Undoing : public Confirming {
@@ -604,13 +786,35 @@ TEST_F(Undoing, HappensWhenTheInputEnds) {
   isUndone(apply, "the input ended without a confirmation");
 }
 
+TEST_F(Undoing, HappensAtAnotherAnswerThanYes) {
+  for (const std::string& answer : {std::string("no\n"), std::string(300, 'y') + '\n'}) {
+    Confirmed apply(World::file("site.l2cp", site), "30");
+    ASSERT_TRUE(apply.isWaiting());
+    apply.write(answer);
+    isUndone(apply, "the answer was neither Enter nor \"yes\"");
+  }
+}
+
+TEST_F(Undoing, ProtectsAgainWhatWasProtected) {
+  does({{"load", World::file("ptp", "l2protocol PTP mac any ethertype 0x88f7\n")},
+        {"protocol", "set", "PTP", "protect", "on"}});
+  const std::string before = shown({"-o", "protocol", "show", "PTP"});
+  EXPECT_THAT(before, HasSubstr("protect=yes"));
+  Confirmed apply(World::file("nothing", ""), "30");
+  ASSERT_TRUE(apply.isWaiting());
+  EXPECT_EQ(outcome({"protocol", "show", "PTP"}).status, 2);
+  apply.end();
+  EXPECT_EQ(apply.process().wait(), 4);
+  EXPECT_EQ(shown({"-o", "protocol", "show", "PTP"}), before);
+}
+
 TEST_F(Undoing, HappensWhenTheTimeIsOver) {
   Confirmed apply(World::file("site.l2cp", site), "1");
   isUndone(apply, "nobody confirmed it in time");
 }
 
 TEST_F(Undoing, HappensAtSignalsThatWouldEndTheProgram) {
-  for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
+  for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
     Confirmed apply(World::file("site.l2cp", site), "30");
     ASSERT_TRUE(apply.isWaiting());
     apply.process().signal(number);
@@ -618,34 +822,28 @@ TEST_F(Undoing, HappensAtSignalsThatWouldEndTheProgram) {
   }
 }
 
-/// Messages go to a terminal, which is opened before the test enters its world, which has none.
+/// Messages go to a terminal.
 class UndoingOnTerminal : public Undoing {
  protected:
-  UndoingOnTerminal() {
-    int master = -1;
-    int terminal = -1;
-    if (openpty(&master, &terminal, nullptr, nullptr, nullptr) != 0) return;
-    master_ = support::Descriptor(master);
-    terminal_ = support::Descriptor(terminal);
-  }
-
-  support::Descriptor master_;
-  support::Descriptor terminal_;
+  support::PseudoTerminal terminal_;
 };
 
 TEST_F(UndoingOnTerminal, CountsTheSecondsDown) {
-  if (terminal_.get() < 0) GTEST_SKIP() << "no terminals here";
+  if (!terminal_.isThere()) GTEST_SKIP() << "no terminals here";
   setenv("TERM", "xterm", 1);
-  Confirmed apply(World::file("site.l2cp", site), "2",
-                  "/proc/self/fd/" + std::to_string(terminal_.get()));
+  Confirmed apply(World::file("site.l2cp", site), "30",
+                  "/proc/self/fd/" + std::to_string(terminal_.number()));
+  // A busy machine may let a second pass unseen.
+  const auto secondsShown = [this] {
+    terminal_.until("\r\x1b[KPress Enter to keep the changes; ");
+    return std::stoi(terminal_.until(" s are left "));
+  };
+  const int first = secondsShown();
+  EXPECT_THAT(first, AllOf(testing::Ge(1), testing::Le(30)));
+  EXPECT_LT(secondsShown(), first);
+  apply.end();
+  terminal_.until("\r\x1b[Kl2cpctl: error: the input ended without a confirmation; ");
   EXPECT_EQ(apply.process().wait(), 4);
-  // All of it has been written.
-  std::string screen(4096, '\0');
-  const ssize_t size = read(master_.get(), screen.data(), screen.size());
-  screen.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
-  EXPECT_THAT(screen, AllOf(HasSubstr("Press Enter to keep the changes; 2 s are left"),
-                            HasSubstr("\r\x1b[KPress Enter to keep the changes; 1 s are left"),
-                            HasSubstr("\r\x1b[Kl2cpctl: error: nobody confirmed it in time")));
 }
 
 TEST_F(Confirming, WantsAFileAndSomethingToDo) {
@@ -697,11 +895,11 @@ TEST_F(Applying, LeadsFromAnyConfigurationToAnyOther) {
   RandomState wanted;
   int compared = 0;
   for (int i = 0; i < pairs && !HasFailure(); ++i) {
-    const std::string before = outcome({"running-config", "show"}, {.redirected = true}).out;
+    const std::string before = outcome({"running-config", "show"}, {.answers = Sink::file}).out;
     wanted = states.number(3) != 0 ? states.variationOf(wanted, builtIn) : states.next(builtIn);
     const std::string file = World::file("wanted.l2cp", wanted.script());
     SCOPED_TRACE("pair " + std::to_string(i) + "\nfrom\n" + before + "to\n" + wanted.script() +
-                 "by\n" + outcome({"apply", "--dry-run", file}, {.redirected = true}).out);
+                 "by\n" + outcome({"apply", "--dry-run", file}, {.answers = Sink::file}).out);
     const auto [status, out, err] = outcome({"apply", file});
     EXPECT_EQ(status, 0) << err;
     EXPECT_EQ(shown({"diff", file}), "");

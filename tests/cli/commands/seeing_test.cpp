@@ -2,8 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <pty.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +12,7 @@
 #include "cli/client.h"
 #include "cli/refusal.h"
 #include "tests/cli/command_line.h"
+#include "tests/support/pseudo_terminal.h"
 #include "tests/system/fixture.h"
 
 namespace cli {
@@ -770,53 +769,28 @@ TEST_F(Watching, DoesNotBeginWithoutADaemon) {
 
 class WatchingOnATerminal : public Watching {
  protected:
-  // Opens a terminal before the test enters its world, which has none.
-  WatchingOnATerminal() {
-    int master = -1;
-    int terminal = -1;
-    winsize window{.ws_row = 6, .ws_col = 80, .ws_xpixel = 0, .ws_ypixel = 0};
-    if (openpty(&master, &terminal, nullptr, nullptr, &window) != 0) return;
-    master_ = support::Descriptor(master);
-    terminal_ = support::Descriptor(terminal);
-  }
-
-  // What arrives there up to the given text for the given time, without carriage returns.
-  std::string shownUntil(std::string_view end, int times) const {
-    std::string shown;
-    const auto ended = [&] {
-      std::size_t at = 0;
-      for (int i = 0; i < times; ++i, at += end.size()) {
-        at = shown.find(end, at);
-        if (at == std::string::npos) return false;
-      }
-      return true;
-    };
-    const int limit = static_cast<int>(std::chrono::milliseconds(support::patience).count());
-    pollfd terminal{.fd = master_.get(), .events = POLLIN, .revents = 0};
-    while (!ended() && poll(&terminal, 1, limit) == 1) {
-      char bytes[4096];
-      const ssize_t size = read(master_.get(), bytes, sizeof(bytes));
-      if (size <= 0) break;
-      shown.append(bytes, static_cast<std::size_t>(size));
-      std::erase(shown, '\r');
-    }
+  // What is shown up to and with the given text, without carriage returns.
+  std::string shownUntil(const std::string& end) {
+    std::string shown = terminal_.until(end) + end;
+    std::erase(shown, '\r');
     return shown;
   }
 
-  support::Descriptor master_;
-  support::Descriptor terminal_;
+  static constexpr winsize window{.ws_row = 6, .ws_col = 80, .ws_xpixel = 0, .ws_ypixel = 0};
+  support::PseudoTerminal terminal_{&window};
 };
 
 TEST_F(WatchingOnATerminal, DrawsInPlaceAsMuchAsFits) {
-  if (terminal_.get() < 0) GTEST_SKIP() << "no terminals here";
+  if (!terminal_.isThere()) GTEST_SKIP() << "no terminals here";
   makeProfile("p", "LLDP", "tunnel");
   for (const char* port : {"1", "2", "3", "4"}) does({{"attach", "p", "port", port}});
   const support::Run run =
       support::run({"/bin/sh", "-c",
                     "TERM=xterm NO_COLOR=1 " L2CPCTL_PROGRAM " watch count 2 >&" +
-                        std::to_string(terminal_.get())});
+                        std::to_string(terminal_.number())});
   EXPECT_EQ(run.status, 0) << run.output;
-  const std::string drawn = shownUntil("\x1b[J", 2);
+  std::string drawn = shownUntil("\x1b[J");
+  drawn += shownUntil("\x1b[J");
   const std::string head = std::string(timePattern) +
                            "\x1b\\[K\n"
                            "\x1b\\[K\n"

@@ -1,11 +1,8 @@
 // The shell of the built program on a terminal: its keys, and that the terminal's end or a signal
 // leaves nothing behind.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <pty.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -13,7 +10,6 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <sstream>
@@ -21,6 +17,7 @@
 #include <vector>
 
 #include "cli/program.h"
+#include "tests/support/pseudo_terminal.h"
 #include "tests/system/fixture.h"
 
 namespace cli {
@@ -30,20 +27,10 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
-/// A terminal with somebody before it. There are none to be had within a test's world, so it is
-/// made before.
-class Terminal {
+/// The program on a terminal.
+class Terminal : public support::PseudoTerminal {
  public:
-  Terminal() {
-    int master = -1;
-    int slave = -1;
-    if (openpty(&master, &slave, nullptr, nullptr, nullptr) != 0) return;
-    // Others that hold it would keep the terminal there.
-    for (const int fd : {master, slave}) fcntl(fd, F_SETFD, FD_CLOEXEC);
-    master_ = support::Descriptor(master);
-    slave_ = support::Descriptor(slave);
-    tcgetattr(slave, &before_);
-  }
+  Terminal() { tcgetattr(number(), &before_); }
   ~Terminal() {
     if (process_ <= 0) return;
     kill(process_, SIGKILL);
@@ -51,8 +38,6 @@ class Terminal {
   }
   Terminal(const Terminal&) = delete;
   Terminal& operator=(const Terminal&) = delete;
-
-  bool isThere() const { return slave_.get() >= 0; }
 
   void start(const std::vector<std::string>& options = {}) {
     std::vector<std::string> words{L2CPCTL_PROGRAM};
@@ -64,45 +49,15 @@ class Terminal {
     if (process_ != 0) return;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     setsid();
-    ioctl(slave_.get(), TIOCSCTTY, 0);
-    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-      dup2(slave_.get(), stream);
-    }
-    master_.close();
-    slave_.close();
+    ioctl(number(), TIOCSCTTY, 0);
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(number(), stream);
+    close(number());
     setenv("TERM", "xterm", 1);
     setenv("NO_COLOR", "1", 1);
     setenv("XDG_STATE_HOME", "/run/state", 1);
     unsetenv("LC_ALL");
     execv(arguments[0], arguments.data());
     _exit(127);
-  }
-
-  void type(const std::string& keys) const {
-    ASSERT_EQ(write(master_.get(), keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
-  }
-
-  /// Waits until this is shown, behind what was waited for before. Returns what is shown up to
-  /// there.
-  std::string until(const std::string& text) {
-    std::size_t at = std::string::npos;
-    while ((at = shown_.find(text)) == std::string::npos) {
-      pollfd output{.fd = master_.get(), .events = POLLIN, .revents = 0};
-      std::array<char, 4096> bytes{};
-      const auto milliseconds = std::chrono::milliseconds(support::patience).count();
-      ssize_t count = 0;
-      if (poll(&output, 1, static_cast<int>(milliseconds)) == 1) {
-        count = read(master_.get(), bytes.data(), bytes.size());
-      }
-      if (count <= 0) {
-        ADD_FAILURE() << "\"" << text << "\" is not shown, but \"" << shown_ << "\"";
-        return shown_;
-      }
-      shown_.append(bytes.data(), static_cast<std::size_t>(count));
-    }
-    const std::string before = shown_.substr(0, at);
-    shown_.erase(0, at + text.size());
-    return before;
   }
 
   /// The exit status, as of a shell.
@@ -114,22 +69,18 @@ class Terminal {
   }
 
   void signal(int number) const { kill(process_, number); }
-  void hangUp() { master_.close(); }
 
   bool isAsBefore() const {
     termios now{};
-    tcgetattr(slave_.get(), &now);
+    tcgetattr(number(), &now);
     return now.c_iflag == before_.c_iflag && now.c_oflag == before_.c_oflag &&
            now.c_lflag == before_.c_lflag && now.c_cflag == before_.c_cflag &&
            std::equal(std::begin(now.c_cc), std::end(now.c_cc), std::begin(before_.c_cc));
   }
 
  private:
-  support::Descriptor master_;
-  support::Descriptor slave_;
   termios before_{};
   pid_t process_ = -1;
-  std::string shown_;
 };
 
 constexpr const char* top = "l2cp# ";
