@@ -19,7 +19,8 @@ demo: setup build ## Show a profile at work, in a network of its own
 	@scripts/world scripts/demo
 
 lab: setup build ## Build a switch of namespaces, and show control protocols cross it or not
-	@scripts/lab
+	@cmake --build --preset release --target lab
+	@scripts/lab/run
 
 test: setup check-format $(addprefix test-,$(PRESETS)) lint ## Check the format, test every preset, lint
 
