@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -19,9 +20,19 @@ cli::Sink sinkOf(int stream) {
   return variable("TERM") == "dumb" ? cli::Sink::plainTerminal : cli::Sink::terminal;
 }
 
+// Other files must not get the numbers of standard streams that are closed: what is written to
+// these would go there. Reading and writing them goes on to fail.
+void keepStandardStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(stream, F_GETFD) != -1) continue;
+    if (open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY) != stream) std::abort();
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  keepStandardStreams();
   // A daemon or a reader of the output that goes away is told about, not died of.
   std::signal(SIGPIPE, SIG_IGN);
   const cli::Surroundings surroundings{

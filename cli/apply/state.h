@@ -19,7 +19,11 @@ struct Definition {
   script::Mac mac{};
   std::uint16_t etherType = script::noEtherType;
   std::uint8_t subType = script::noSubType;
-  bool operator==(const Definition&) const = default;
+  /// A subtype without an EtherType is not matched, and no line can say it.
+  bool operator==(const Definition& other) const {
+    return mac == other.mac && etherType == other.etherType &&
+           (etherType == script::noEtherType || subType == other.subType);
+  }
 };
 
 /// What a service profile names; empty for none.

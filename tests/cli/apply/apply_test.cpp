@@ -210,20 +210,19 @@ TEST_F(Loading, SaysWhatIsSoAlreadyOfWhatCannotBeChanged) {
               HasSubstr(":4: NOTHING_THERE: "));
 }
 
-/// Standard input, as long as this lives.
+/// Has standard input be this text.
 class Input {
  public:
-  explicit Input(const std::string& text) : text_(text), before_(std::cin.rdbuf(text_.rdbuf())) {}
-  ~Input() {
-    std::cin.rdbuf(before_);
-    std::cin.clear();
+  explicit Input(const std::string& text) : before_(dup(STDIN_FILENO)) {
+    const support::Descriptor file(open(World::file("input", text).c_str(), O_RDONLY | O_CLOEXEC));
+    dup2(file.get(), STDIN_FILENO);
   }
+  ~Input() { dup2(before_.get(), STDIN_FILENO); }
   Input(const Input&) = delete;
   Input& operator=(const Input&) = delete;
 
  private:
-  std::istringstream text_;
-  std::streambuf* before_;
+  support::Descriptor before_;
 };
 
 TEST_F(Loading, ReadsStandardInput) {
@@ -251,6 +250,24 @@ TEST_F(WithoutDaemon, IsSaidByEachWithTheLineThatWasToBeCarriedOut) {
   EXPECT_THAT(notReached({"load", "--keep-going", file}), HasSubstr("nothing was carried out"));
   notReached({"diff", file});
   notReached({"apply", file});
+}
+
+// One that cannot be read is no empty one, which would delete everything.
+TEST_F(Loading, TellsOfStandardInputThatCannotBeRead) {
+  does({{"load", World::file("site.l2cp", site)}});
+  const std::vector<std::string> before = configuration();
+  for (const std::string command : {"load", "diff", "apply"}) {
+    const auto run = [&](const std::string& input) {
+      return support::run({"/bin/sh", "-c", L2CPCTL_PROGRAM " " + command + " - " + input});
+    };
+    const support::Run folder = run("</run");
+    EXPECT_EQ(folder.output, "l2cpctl: error: standard input: Is a directory\n");
+    EXPECT_EQ(folder.status, 1);
+    const support::Run closed = run("<&-");
+    EXPECT_EQ(closed.output, "l2cpctl: error: standard input: Bad file descriptor\n");
+    EXPECT_EQ(closed.status, 1);
+  }
+  EXPECT_EQ(configuration(), before);
 }
 
 // ---- Diff and apply ----
@@ -451,6 +468,17 @@ TEST_F(Applying, DeletesABuiltInProtocolOnlyIfToldTo) {
   EXPECT_THAT(shown({"-j", "apply", without}), HasSubstr("\"commands\":1,"));
   EXPECT_THAT(shown({"-j", "apply", without}), HasSubstr("\"commands\":0,"));
   EXPECT_EQ(outcome({"protocol", "show", "LLDP"}).status, 2);
+}
+
+TEST_F(Applying, FindsNoDifferenceInASubtypeThatIsNotMatched) {
+  does({{"protocol", "add", "PTP", "mac", "any", "subtype", "3"}});
+  const std::string file =
+      World::file("saved.l2cp", outcome({"running-config", "show"}, {.answers = Sink::file}).out);
+  EXPECT_EQ(shown({"diff", file}), "");
+  EXPECT_THAT(shown({"-j", "apply", file}), HasSubstr("\"commands\":0,"));
+  shown({"apply", World::file("f", "l2protocol PTP mac any ethertype 0x88f7\n")});
+  EXPECT_THAT(shown({"-o", "protocol", "show", "PTP"}),
+              HasSubstr(" ethertype=0x88f7 subtype=none"));
 }
 
 TEST_F(Applying, PutsWhatIsNewBehindWhatStaysAlsoWherePositionsAreFree) {
@@ -774,7 +802,6 @@ class Undoing : public Confirming {
     EXPECT_EQ(configuration(), before_);
   }
 
- private:
   std::vector<std::string> before_;
 };
 
@@ -827,6 +854,12 @@ class UndoingOnTerminal : public Undoing {
  protected:
   support::PseudoTerminal terminal_;
 };
+
+TEST_F(Undoing, HappensAlsoWhereNoMessageCanBeWritten) {
+  Confirmed apply(World::file("site.l2cp", site), "1", "&-");
+  EXPECT_EQ(apply.process().wait(), 4);
+  EXPECT_EQ(configuration(), before_);
+}
 
 TEST_F(UndoingOnTerminal, CountsTheSecondsDown) {
   if (!terminal_.isThere()) GTEST_SKIP() << "no terminals here";
