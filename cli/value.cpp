@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "cli/failure.h"
+#include "script/script.h"
 
 namespace cli {
 
@@ -80,6 +81,11 @@ std::string escaped(std::string_view text, std::string_view alsoEscaped) {
     result += bytes;
   }
   return result;
+}
+
+// What would be taken for a byte that is not text.
+bool startsEscape(std::string_view text) {
+  return text.size() >= 4 && text.starts_with("\\x") && isHexDigit(text[2]) && isHexDigit(text[3]);
 }
 
 std::uint32_t parseMarked(std::string_view text, std::string_view what, std::uint32_t marker) {
@@ -171,6 +177,16 @@ std::string parseName(std::string_view text, std::string_view what, std::size_t 
   return std::string(text);
 }
 
+std::string parseNewName(std::string_view text, std::string_view what, std::size_t longest) {
+  std::string name = parseName(text, what, longest);
+  if (!script::isWritable(name)) {
+    throw UsageError(
+        fmt::format("{} {} has a quotation mark in front of a blank, and could not be saved", what,
+                    quotedText(name)));
+  }
+  return name;
+}
+
 std::string safeText(std::string_view text) { return escaped(text, ""); }
 
 std::string quotedText(std::string_view text) { return '"' + escaped(text, "\"\\") + '"'; }
@@ -179,7 +195,7 @@ std::string unicodeText(std::string_view text) {
   std::string result;
   while (!text.empty()) {
     const std::size_t size = firstCodePoint(text).size;
-    if (size == 0) {
+    if (size == 0 || startsEscape(text)) {
       result += fmt::format("\\x{:02x}", static_cast<unsigned char>(text.front()));
     } else {
       result += text.substr(0, size);

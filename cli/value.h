@@ -48,6 +48,9 @@ std::uint8_t parseSubType(std::string_view text);
 /// A name of 1 to `longest` bytes without control characters.
 std::string parseName(std::string_view text, std::string_view what,
                       std::size_t longest = longestName);
+/// The same for a name that is to be given. One that no script can write would not be saved.
+std::string parseNewName(std::string_view text, std::string_view what,
+                         std::size_t longest = longestName);
 
 // ---- To text ----
 

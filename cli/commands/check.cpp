@@ -9,6 +9,7 @@
 #include <tuple>
 #include <vector>
 
+#include "cli/carry.h"
 #include "cli/command.h"
 #include "cli/commands/entry.h"
 #include "cli/commands/overlap.h"
@@ -54,6 +55,11 @@ constexpr Field<Finding> findingFields[] = {
     {{"advice"}, [](const Finding& of) { return textValue(of.advice); }}};
 constexpr Kind<Finding> findingKind{"finding", "findings", findingFields};
 
+// A name in a command line that a reader may take over as it is.
+std::string argumentText(std::string_view name) {
+  return (name.starts_with('-') ? "-- " : "") + shellText(name);
+}
+
 // For people, two lines each.
 std::string textOf(const std::vector<Finding>& findings) {
   std::string text;
@@ -72,6 +78,7 @@ class Checker {
     lookAtProfiles();
     lookAtProtocols();
     lookAtAttachments();
+    lookAtServices();
     return std::move(findings_);
   }
 
@@ -82,25 +89,18 @@ class Checker {
 
   // ---- Profiles ----
 
-  static bool isCopyName(std::string_view name) {
-    constexpr std::string_view beginning = "temp_l2cp_prof_";
-    if (!name.starts_with(beginning)) return false;
-    name.remove_prefix(beginning.size());
-    return !name.empty() && name.front() != '0' &&
-           name.find_first_not_of("0123456789") == std::string_view::npos;
-  }
-
   void lookAtProfiles() {
     const auto profiles = client_.module<rpc_l2cp_profile_get_all_1>();
     accept(profiles->error);
     for (const auto& profile : std::span(profiles->list.list_val, profiles->list.list_len)) {
-      if (isCopyName(profile.name)) {
+      if (isEditingCopy(profile.name)) {
         addCopy(profile.name, profile.use_count != 0);
       }
       const auto rules = client_.module<rpc_l2cp_profile_proto_get_all_1>(profile.name);
       // One that was deleted in the meantime has none.
       if (rules->error == RPC_L2CP_ERR_PROFILE_NOT_FOUND) continue;
       accept(rules->error);
+      if (rules->list.list_len == 0) withoutRules_.insert(profile.name);
       for (const auto& rule : std::span(rules->list.list_val, rules->list.list_len)) {
         named_.insert(rule.proto_name);
         rules_[{profile.name, rule.proto_name}] = ruleText(rule.rule);
@@ -117,7 +117,7 @@ class Checker {
                                 text, attached ? ", and it is attached" : ""),
          .advice = fmt::format("If nobody is editing, {}give it up with \"l2cpctl profile delete "
                                "{}\".",
-                               attached ? "detach it and " : "", text)});
+                               attached ? "detach it and " : "", argumentText(name))});
   }
 
   // ---- Protocols ----
@@ -138,7 +138,7 @@ class Checker {
                                  "counts begin anew. Or put another protocol in its place with "
                                  "\"l2cpctl protocol rename OTHER {}\"; delete profiles only after "
                                  "\"l2cpctl profile rule clear\".",
-                                 text)});
+                                 argumentText(protocol.name))});
     }
   }
 
@@ -150,12 +150,28 @@ class Checker {
     for (const auto& attachment :
          std::span(attachments->list.list_val, attachments->list.list_len)) {
       ports.insert(attachment.port);
-      if (attachment.listed == FALSE) {
-        unlisted_.emplace(attachment.port, attachment.vid, attachment.profile);
-      }
+      auto& known = attachment.listed == FALSE ? unlisted_ : attached_;
+      known.emplace(attachment.port, attachment.vid, attachment.profile);
+    }
+    for (const auto& [port, vid, profile] : attached_) {
+      if (withoutRules_.contains(profile)) addWithoutRules(port, vid, profile);
     }
     for (const auto& [port, vid, profile] : unlisted_) addUnlisted(port, vid, profile);
     for (const std::uint32_t port : ports) lookAtPort(port);
+  }
+
+  void addWithoutRules(std::uint32_t port, std::uint32_t vid, const std::string& profile) {
+    const auto number = static_cast<std::uint16_t>(vid);
+    const std::string text = nameText(profile);
+    add({.what = "no-rules",
+         .port = port,
+         .vid = number,
+         .profile = profile,
+         .problem = fmt::format("port {}, VLAN {}: {} is attached, but has no rules", port,
+                                vlanText(number), text),
+         .advice = fmt::format("Detach {}, give it rules with \"l2cpctl profile rule add\" and "
+                               "attach it again.",
+                               text)});
   }
 
   void addUnlisted(std::uint32_t port, std::uint32_t vid, const std::string& profile) {
@@ -170,7 +186,7 @@ class Checker {
          .advice = fmt::format("Detach it with \"l2cpctl detach {} port {} vlan {}\" (for that, "
                                "there has to be a profile of this name: add an empty one if need "
                                "be) and attach the profile that is wanted.",
-                               text, port, vid)});
+                               argumentText(profile), port, vid)});
   }
 
   void lookAtPort(std::uint32_t port) {
@@ -244,7 +260,7 @@ class Checker {
                                 port, profile, vid),
          .advice = fmt::format("Detach it with \"l2cpctl detach {} port {} vlan {}\" and attach it "
                                "on a VLAN from 0 to 4094.",
-                               profile, port, vid)});
+                               argumentText(entry.profile), port, vid)});
   }
 
   // Attachments to one port and VLAN share the actions of a protocol. When the one goes that they
@@ -267,6 +283,47 @@ class Checker {
              "was attached beside a profile that has it",
              port, vlanText(vid), profile, rule->second, nameText(entry.protocol), fate),
          .advice = fmt::format("Detach {} and attach it again.", profile)});
+  }
+
+  // ---- Service profiles ----
+
+  void lookAtServices() {
+    std::map<std::pair<std::string, std::int32_t>, std::int32_t> svids;
+    const auto vlans = client_.control<control_vlan_profile_list_1>();
+    for (const auto& profile : std::span(vlans->list.list_val, vlans->list.list_len)) {
+      for (const auto& [interface, svid] :
+           std::span(profile.svids.svids_val, profile.svids.svids_len)) {
+        svids[{profile.name, interface}] = svid;
+      }
+    }
+    const auto services = client_.control<control_service_profile_list_1>();
+    for (const auto& service : std::span(services->list.list_val, services->list.list_len)) {
+      for (const std::int32_t interface :
+           std::span(service.interfaces.interfaces_val, service.interfaces.interfaces_len)) {
+        const auto svid = svids.find({service.vlan_profile, interface});
+        if (*service.l2cp_profile == '\0' || svid == svids.end()) continue;
+        const auto port = static_cast<std::uint32_t>(interface);
+        const auto vid = static_cast<std::uint32_t>(svid->second);
+        if (!attached_.contains({port, vid, service.l2cp_profile})) {
+          addDetached(service.name, port, vid, service.l2cp_profile);
+        }
+      }
+    }
+  }
+
+  void addDetached(const std::string& service, std::uint32_t port, std::uint32_t vid,
+                   const std::string& profile) {
+    add({.what = "detached-profile",
+         .port = port,
+         .vid = static_cast<std::uint16_t>(vid),
+         .profile = profile,
+         .problem =
+             fmt::format("port {}, VLAN {}: the service profile {} is applied there, but its "
+                         "profile {} is not attached any more",
+                         port, vid, nameText(service), nameText(profile)),
+         .advice = fmt::format("Attach it with \"l2cpctl attach {} port {} vlan {}\"; then the "
+                               "service profile can be detached, too.",
+                               argumentText(profile), port, vid)});
   }
 
   // ---- Counters ----
@@ -351,6 +408,8 @@ class Checker {
   std::vector<Finding> findings_;
   std::set<std::string> named_;
   std::map<std::pair<std::string, std::string>, std::string> rules_;  ///< by profile and protocol
+  std::set<std::string> withoutRules_;
+  std::set<std::tuple<std::uint32_t, std::uint32_t, std::string>> attached_;
   std::set<std::tuple<std::uint32_t, std::uint32_t, std::string>> unlisted_;
   std::set<std::tuple<std::uint32_t, std::uint16_t, std::string>> refused_;
   std::set<std::tuple<std::string, std::string, std::string>> uncounted_;
@@ -376,6 +435,8 @@ constexpr Command commands[] = {
      "Each finding is said with what to do about it:\n"
      "editing-copy         a copy for editing that was left behind\n"
      "stuck-protocol       a protocol that cannot be deleted though no profile names it\n"
+     "no-rules             an attached profile that has no rules\n"
+     "detached-profile     a service profile is applied, but its profile was detached\n"
      "unlisted-attachment  in force what was renamed or replaced since\n"
      "no-position          an attachment for which the port had no positions left\n"
      "other-rule           a rule in force that is not the profile's own\n"

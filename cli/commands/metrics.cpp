@@ -24,7 +24,7 @@ std::string labelText(std::string_view value) {
   std::string text;
   while (true) {
     const std::size_t end = value.find('\n');
-    for (const char c : safeText(value.substr(0, end))) {
+    for (const char c : safeText(unicodeText(value.substr(0, end)))) {
       if (c == '\\' || c == '"') text += '\\';
       text += c;
     }

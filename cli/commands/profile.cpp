@@ -1,7 +1,10 @@
 #include "cli/commands/profile.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
+#include "cli/carry.h"
 #include "cli/command.h"
 #include "cli/commands/setting.h"
 #include "cli/commands/statistics.h"
@@ -81,7 +84,7 @@ void show(Context& context) {
 
 void add(Context& context) {
   Words& words = context.words;
-  std::string name = profileName(words);
+  std::string name = parseNewName(words.take("NAME"), "the name");
   rpc_l2cp_profile profile{};
   Keywords keywords({"protect", "dynamic"});
   while (!words.empty()) {
@@ -100,7 +103,7 @@ void remove(Context& context) {
 
 void rename(Context& context) {
   std::string oldName = parseName(context.words.take("OLD"), "the old name");
-  std::string newName = parseName(context.words.take("NEW"), "the new name");
+  std::string newName = parseNewName(context.words.take("NEW"), "the new name");
   context.words.end();
   accept(context.client.module<rpc_l2cp_profile_ren_1>(wireText(oldName), wireText(newName)),
          {{RPC_L2CP_ERR_FAILED,
@@ -187,7 +190,7 @@ void edit(Context& context) {
 
 void copy(Context& context) {
   std::string source = parseName(context.words.take("NAME"), "the name");
-  std::string target = parseName(context.words.take("NEW"), "the new name");
+  std::string target = parseNewName(context.words.take("NEW"), "the new name");
   context.words.end();
   accept(
       context.client.module<rpc_l2cp_profile_copy_1>(wireText(source), wireText(target)),
@@ -203,6 +206,12 @@ void commit(Context& context) {
   // The module makes empty profiles of names that it does not know here.
   statusOf(context, name);
   statusOf(context, working);
+  // Of two that are alike the module deletes the second, whichever profile that is.
+  if (working == name || !isEditingCopy(working)) {
+    throw LocalError(fmt::format(
+        "{} is no copy that \"l2cpctl profile edit\" has made of the profile; nothing was done",
+        quotedText(working)));
+  }
   accept(
       context.client.module<rpc_l2cp_profile_on_exit_1>(wireText(name), wireText(working)),
       {{RPC_L2CP_EDIT_FAILED,

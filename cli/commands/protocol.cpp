@@ -59,7 +59,7 @@ void show(Context& context) {
 
 void add(Context& context) {
   Words& words = context.words;
-  std::string name = protocolName(words);
+  std::string name = parseNewName(words.take("NAME"), "the name");
   Mac mac{};
   bool hasMac = false;
   rpc_l2cp_proto proto{};
@@ -94,7 +94,7 @@ void remove(Context& context) {
 
 void rename(Context& context) {
   std::string oldName = parseName(context.words.take("OLD"), "the old name");
-  std::string newName = parseName(context.words.take("NEW"), "the new name");
+  std::string newName = parseNewName(context.words.take("NEW"), "the new name");
   context.words.end();
   accept(context.client.module<rpc_l2cp_proto_ren_1>(wireText(oldName), wireText(newName)),
          {{RPC_L2CP_ERR_PROTO_NOT_FOUND,

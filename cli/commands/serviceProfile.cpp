@@ -46,7 +46,7 @@ void show(Context& context) {
 }
 
 void add(Context& context) {
-  std::string name = serviceProfileName(context.words);
+  std::string name = parseNewName(context.words.take("NAME"), "the name", longestServiceProfile);
   context.words.end();
   acceptResult(context.client.control<control_service_profile_add_1>(wireText(name)));
 }

@@ -54,7 +54,7 @@ void show(Context& context) {
 }
 
 void add(Context& context) {
-  std::string name = vlanProfileName(context.words);
+  std::string name = parseNewName(context.words.take("NAME"), "the name");
   context.words.end();
   acceptResult(context.client.control<control_vlan_profile_add_1>(wireText(name)));
 }

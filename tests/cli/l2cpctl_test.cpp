@@ -367,10 +367,10 @@ TEST_F(Profiles, KeepTheirRulesIfOnlyThoseDifferInTheCopy) {
 
 TEST_F(Profiles, ThatAreProtectedAreNotReplaced) {
   does({{"profile", "add", "p"},
-        {"profile", "copy", "p", "q"},
-        {"profile", "rule", "add", "q", "LLDP", "peer"},
+        {"profile", "copy", "p", "temp_l2cp_prof_1"},
+        {"profile", "rule", "add", "temp_l2cp_prof_1", "LLDP", "peer"},
         {"profile", "set", "p", "protect", "on"}});
-  EXPECT_EQ(refused({"profile", "commit", "p", "q"}),
+  EXPECT_EQ(refused({"profile", "commit", "p", "temp_l2cp_prof_1"}),
             "l2cpctl: error: EDIT_FAILED: the copy could not take the profile's place, or only "
             "part-way: the profile is protected, or attached other than by service profiles; look "
             "at both with \"l2cpctl profile show\"\n");
@@ -384,6 +384,20 @@ TEST_F(Profiles, ThatDoNotExistAreNotMadeByCommitting) {
   EXPECT_EQ(refused({"profile", "commit", "p", "x"}), notFound);
   EXPECT_EQ(refused({"profile", "commit", "x", "p"}), notFound);
   EXPECT_EQ(shown({"-o", "profile", "list"}), "name=p protect=no dynamic=no attachments=0\n");
+}
+
+TEST_F(Profiles, AreNotReplacedByThemselvesOrByOthersThatAreNoCopies) {
+  does({{"profile", "add", "p"}, {"profile", "add", "q"}, {"profile", "add", "temp_l2cp_prof_1"}});
+  const std::string before = shown({"profile", "list"});
+  for (const auto& [profile, copy] :
+       {std::pair("p", "p"), {"p", "q"}, {"temp_l2cp_prof_1", "temp_l2cp_prof_1"}}) {
+    const auto [status, out, err] = outcome({"profile", "commit", profile, copy});
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(err, "l2cpctl: error: \"" + std::string(copy) +
+                       "\" is no copy that \"l2cpctl profile edit\" has made of the profile; "
+                       "nothing was done\n");
+  }
+  EXPECT_EQ(shown({"profile", "list"}), before);
 }
 
 TEST_F(Profiles, RulesAreChangedDeletedAndCleared) {
@@ -1432,6 +1446,16 @@ TEST_F(Program, SaysThatItsOutputCannotBeWritten) {
       support::run({"/bin/sh", "-c", "\"$0\" protocol list >/dev/full", L2CPCTL_PROGRAM});
   EXPECT_EQ(full.status, 1);
   EXPECT_EQ(full.output, "l2cpctl: error: the output cannot be written\n");
+}
+
+// What is written to it must not reach the daemon, whose connections would have its number.
+TEST_F(Program, SaysThatAClosedOutputCannotBeWritten) {
+  for (const char* command : {"protocol list", "running-config show all"}) {
+    const support::Run closed =
+        support::run({"/bin/sh", "-c", L2CPCTL_PROGRAM " " + std::string(command) + " >&-"});
+    EXPECT_EQ(closed.status, 1);
+    EXPECT_EQ(closed.output, "l2cpctl: error: the output cannot be written\n");
+  }
 }
 
 TEST_F(Program, SurvivesAReaderThatGoesAway) {

@@ -125,6 +125,13 @@ const Wrong wrongProtocols[] = {
     {{"protocol", "delete", "x", "y"},
      "protocol delete: \"y\" is one word too many" SEE("protocol delete ")},
     {{"protocol", "rename", "x"}, "protocol rename: NEW is missing" SEE("protocol rename ")},
+    {{"protocol", "rename", "x", "a\" b"},
+     "protocol rename: the new name \"a\\\" b\" has a quotation mark in front of a blank, and "
+     "could "
+     "not be saved" SEE("protocol rename ")},
+    {{"profile", "add", "a\" "},
+     "profile add: the name \"a\\\" \" has a quotation mark in front of a blank, and could not be "
+     "saved" SEE("profile add ")},
     {{"protocol", "rename", "x", ""},
      "protocol rename: the new name is empty" SEE("protocol rename ")},
     {{"protocol", "set", "x"},

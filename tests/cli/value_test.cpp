@@ -201,6 +201,8 @@ TEST(UnicodeText, ReplacesOnlyBytesThatAreNotUtf8) {
   EXPECT_EQ(unicodeText("gr\xc3\xbc\xc3\x9f \x1b\n\xe2\x80\xae"),
             "gr\xc3\xbc\xc3\x9f \x1b\n\xe2\x80\xae");
   EXPECT_EQ(unicodeText("a\xff\xc3"), "a\\xff\\xc3");
+  EXPECT_EQ(unicodeText("a\\xff"), "a\\x5cxff");
+  EXPECT_EQ(unicodeText("a\\xf \\\\y\\"), "a\\xf \\\\y\\");
   EXPECT_EQ(unicodeText(""), "");
 }
 

@@ -293,6 +293,55 @@ TEST_F(Checking, FindsCopiesThatWereLeftBehind) {
   shown({"check"});
 }
 
+TEST_F(Checking, AdvisesCommandsThatAShellTakesAsTheyAre) {
+  for (const std::string name : {"$(reboot)", "it's", "-x"}) {
+    does({{"profile", "add", "--", name},
+          {"profile", "rule", "add", "--", name, "LLDP", "peer"},
+          {"attach", "--", name, "port", "3"},
+          {"profile", "rename", "--", name, "was " + name},
+          {"profile", "add", "--", name}});
+    const std::string findings = found({"check"});
+    const std::size_t begin = findings.find("l2cpctl detach ");
+    ASSERT_NE(begin, std::string::npos) << findings;
+    const std::string advised = findings.substr(begin, findings.find("\" (for", begin) - begin);
+    const support::Run run =
+        support::run({"/bin/sh", "-c", "l2cpctl() { " L2CPCTL_PROGRAM " \"$@\"; }; " + advised});
+    EXPECT_EQ(run.output, "") << advised;
+    EXPECT_EQ(shown({"-o", "port", "list"}), "");
+  }
+}
+
+TEST_F(Checking, FindsServiceProfilesWhoseProfileWasDetached) {
+  makeProfile("p", "LLDP", "peer");
+  does({{"vlan-profile", "add", "metro"},
+        {"vlan-profile", "set", "metro", "interface", "3", "svid", "4"},
+        {"service-profile", "add", "s"},
+        {"service-profile", "set", "s", "vlan-profile", "metro"},
+        {"service-profile", "set", "s", "l2cp-profile", "p"},
+        {"service-profile", "attach", "s", "interface", "3"}});
+  EXPECT_EQ(shown({"check"}), "0 findings\n");
+  does({{"detach", "p", "port", "3", "vlan", "4"}});
+  EXPECT_EQ(
+      found({"check"}),
+      "detached-profile: port 3, VLAN 4: the service profile s is applied there, but its "
+      "profile p is not attached any more\n"
+      "    Attach it with \"l2cpctl attach p port 3 vlan 4\"; then the service profile can be "
+      "detached, too.\n"
+      "\n"
+      "1 finding\n");
+  does({{"attach", "p", "port", "3", "vlan", "4"},
+        {"service-profile", "detach", "s", "interface", "3"}});
+}
+
+TEST_F(Checking, FindsAttachedProfilesWithoutRules) {
+  does({{"profile", "add", "p"}, {"attach", "p", "port", "3"}});
+  EXPECT_EQ(found({"check"}),
+            "no-rules: port 3, VLAN all: p is attached, but has no rules\n"
+            "    Detach p, give it rules with \"l2cpctl profile rule add\" and attach it again.\n"
+            "\n"
+            "1 finding\n");
+}
+
 TEST_F(Checking, FindsProtocolsThatDeletedProfilesHold) {
   makeProfile("p", "LLDP", "peer");
   makeProfile("q", "LLDP", "peer");
@@ -589,7 +638,7 @@ TEST_F(Metrics, AreReadByPrometheusWithTheNamesAsTheyAre) {
   }
   Client client({});
   for (std::string name :
-       {"a\"b", "a\\b", "a\\nb", "a\nb", "}{,=", "caf\xc3\xa9", "\xff", "\x1b[2J"}) {
+       {"a\"b", "a\\b", "a\\nb", "a\nb", "}{,=", "caf\xc3\xa9", "\xff", "\\xff", "\x1b[2J"}) {
     rpc_l2cp_proto proto{};
     proto.name = wireText(name);
     accept(client.module<rpc_l2cp_proto_add_1>(proto));
@@ -607,8 +656,9 @@ TEST_F(Metrics, AreReadByPrometheusWithTheNamesAsTheyAre) {
   const support::Run read = support::run(
       {"/bin/sh", "-c", L2CPCTL_PROGRAM " metrics | " + std::string(python) + " " + script});
   EXPECT_EQ(read.status, 0) << read.output;
-  for (const char* name : {"'a\"b'\n", "'a\\\\b'\n", "'a\\\\nb'\n", "'a\\nb'\n", "'}{,='\n",
-                           "'caf\\xe9'\n", "'\\\\xff'\n", "'\\\\x1b[2J'\n", "'LLDP'\n"}) {
+  for (const char* name :
+       {"'a\"b'\n", "'a\\\\b'\n", "'a\\\\nb'\n", "'a\\nb'\n", "'}{,='\n", "'caf\\xe9'\n",
+        "'\\\\xff'\n", "'\\\\x5cxff'\n", "'\\\\x1b[2J'\n", "'LLDP'\n"}) {
     EXPECT_THAT(read.output, HasSubstr(name));
   }
 }
