@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "cli/failure.h"
+#include "cli/interruption.h"
 #include "cli/value.h"
 
 namespace cli {
@@ -199,7 +200,7 @@ Handle Client::connect(const RpcProgram& program) const {
     try {
       return Attempt(server_, program).connectToProgram(address);
     } catch (const NotReached&) {
-      if (Clock::now() + pause > lastAttempt) throw;
+      if (isStopRequested() || Clock::now() + pause > lastAttempt) throw;
     }
     std::this_thread::sleep_for(pause);
   }

@@ -10,6 +10,7 @@ namespace cli {
 namespace {
 
 volatile std::sig_atomic_t arrived = 0;
+volatile std::sig_atomic_t stopRequested = 0;
 
 void remember(int /*signal*/) { arrived = 1; }
 
@@ -71,5 +72,18 @@ bool Interruption::outputClosed() {
   pollfd output = standardOutput();
   return poll(&output, 1, 0) > 0 && isClosed(output);
 }
+
+HeldSignals::HeldSignals() {
+  sigset_t held;
+  sigemptyset(&held);
+  for (const int number : {SIGHUP, SIGINT, SIGTERM}) sigaddset(&held, number);
+  pthread_sigmask(SIG_BLOCK, &held, &before_);
+}
+
+HeldSignals::~HeldSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+void requestStop() { stopRequested = 1; }
+void forgetStopRequest() { stopRequested = 0; }
+bool isStopRequested() { return stopRequested != 0; }
 
 }  // namespace cli

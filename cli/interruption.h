@@ -32,4 +32,25 @@ class Interruption {
   sigset_t oldMask_{};
 };
 
+/// While there is one of these, SIGHUP, SIGINT and SIGTERM wait: for work that must not end
+/// half-way.
+class HeldSignals {
+ public:
+  HeldSignals();
+  ~HeldSignals();
+  HeldSignals(const HeldSignals&) = delete;
+  HeldSignals& operator=(const HeldSignals&) = delete;
+
+ private:
+  sigset_t before_{};
+};
+
+// ---- In a program that goes on after signals ----
+
+/// Has the command that runs end before its next step. For signal handlers.
+void requestStop();
+/// Before a command.
+void forgetStopRequest();
+bool isStopRequested();
+
 }  // namespace cli

@@ -15,6 +15,7 @@
 #include "cli/carry.h"
 #include "cli/command.h"
 #include "cli/failure.h"
+#include "cli/interruption.h"
 #include "cli/refusal.h"
 #include "cli/value.h"
 
@@ -213,6 +214,7 @@ void apply(Context& context) {
   if (confirms && !plan.commands.empty()) {
     applyWithConfirmation(plan, daemon, context);
   } else {
+    const HeldSignals held;
     perform(plan, daemon.state, context.client, context.output.notes());
   }
   showSummary(plan, context.output);
@@ -242,7 +244,8 @@ constexpr Command applyCommands[] = {
      "copies that are being edited. A line that is wrong, or something that the module is sure to\n"
      "refuse, changes nothing. FILE \"-\" is standard input.\n"
      "What is in force and stays so is left alone where that can be; shown are the number of\n"
-     "commands and the attachments that were interrupted.\n"
+     "commands and the attachments that were interrupted. SIGHUP, SIGINT and SIGTERM wait for the "
+     "end.\n"
      "--dry-run  shows the commands instead of carrying them out\n"
      "--confirm  undoes everything unless Enter comes on standard input within that time; its "
      "end,\n"

@@ -8,6 +8,7 @@
 #include "cli/carry.h"
 #include "cli/command.h"
 #include "cli/failure.h"
+#include "cli/interruption.h"
 #include "cli/value.h"
 
 namespace cli {
@@ -63,6 +64,7 @@ class Load {
       ++left_;
       return;
     }
+    if (isStopRequested()) end(ExitStatus::usage, file_.message(line, "interrupted"));
     try {
       carry(command, client_);
       ++carried_;
@@ -82,7 +84,11 @@ class Load {
       skipping_ = script::entersMode(command);
       return;
     }
-    if (carried_ == 0) throw BatchFailure(failure.status(), text + "; nothing was carried out");
+    end(failure.status(), text);
+  }
+
+  [[noreturn]] void end(ExitStatus status, const std::string& text) const {
+    if (carried_ == 0) throw BatchFailure(status, text + "; nothing was carried out");
     throw BatchFailure(
         ExitStatus::partly,
         text + (left_ == 0 ? "; what stands before was carried out"

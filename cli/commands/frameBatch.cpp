@@ -6,6 +6,7 @@
 #include <variant>
 
 #include "cli/failure.h"
+#include "cli/interruption.h"
 #include "cli/value.h"
 
 namespace cli {
@@ -74,6 +75,7 @@ void FrameFile::forBatches(std::size_t mostFrames, const std::function<void(Fram
   Progress progress(notes);
   const auto sendBatch = [&] {
     if (batch.empty()) return;
+    if (isStopRequested()) throw LocalError("interrupted");
     send(batch);
     progress.at(fmt::format("{}: frame {}{}", name_, batch.frames().back().number, share()));
     batch.clear();

@@ -142,6 +142,11 @@ void Shell::atTop(LineWords words) {
   if (found.size() > 1) {
     throw UsageError(fmt::format("{} could be {}", quotedText(words.front()), alternatives(found)));
   }
+  const bool isCommand = words.front() == program || words.front().starts_with('-');
+  if (found.empty() && !isCommand) {
+    throw UsageError(fmt::format("{} is no command{}; there are: {}", quotedText(words.front()),
+                                 suggestion(words.front(), choices), fmt::join(choices, ", ")));
+  }
   const std::string_view first = found.empty() ? "" : found.front();
   if (first == "exit" || first == "quit") {
     Words(behindFirst(words)).end();

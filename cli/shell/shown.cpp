@@ -53,7 +53,10 @@ std::vector<std::string_view> verbsToShow(std::string_view noun) {
 }
 
 std::vector<std::string> shownBy(const std::vector<std::string>& words) {
-  if (words.empty()) throw UsageError("what to show is missing");
+  if (words.empty()) {
+    throw UsageError(
+        fmt::format("what to show is missing; there are: {}", fmt::join(nounsToShow(), ", ")));
+  }
   const std::string_view noun = nounOf(words.front());
   const auto verbs = verbsToShow(noun);
   const auto has = [&](std::string_view verb) {

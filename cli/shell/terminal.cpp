@@ -15,6 +15,7 @@
 #include <string>
 
 #include "cli/failure.h"
+#include "cli/interruption.h"
 #include "cli/shell/history.h"
 #include "cli/shell/lineStart.h"
 #include "cli/shell/shell.h"
@@ -32,13 +33,12 @@ volatile std::sig_atomic_t resized = 0;
 volatile std::sig_atomic_t ended = 0;  // by this signal
 
 extern "C" void noteSignal(int number) {
-  if (number == SIGINT) {
-    interrupted = 1;
-  } else if (number == SIGWINCH) {
+  if (number == SIGWINCH) {
     resized = 1;
-  } else {
-    ended = number;
+    return;
   }
+  (number == SIGINT ? interrupted : ended) = number;
+  requestStop();
 }
 
 /// Notes signals as long as it lives, but none that were ignored before.
@@ -307,7 +307,8 @@ void takeLines(Terminal& terminal, Shell& shell, std::ostream& err) {
         if (terminal.isGarbled()) {
           err << "l2cpctl: error: the line has bytes that are not UTF-8\n";
         } else {
-          shell.take(line);
+          forgetStopRequest();
+          if (ended == 0) shell.take(line);
         }
         break;
       case Terminal::End::interrupt:

@@ -312,9 +312,34 @@ TEST_F(Applying, IsShownBeforeItHappens) {
             "exit\n"
             "no l2protocol \"PTP\"\n"
             "! interrupted: gold port 3 vlan 100\n");
-  EXPECT_THAT(shown({"-j", "apply", "--dry-run", file}),
-              AllOf(StartsWith("{\"lines\":[\"no attach gold port 1\","),
-                    HasSubstr("\"! interrupted: gold port 3 vlan 100\"]}")));
+  EXPECT_EQ(shown({"-o", "apply", "--dry-run", file}),
+            "line='no attach gold port 1'\n"
+            "line='! in force, edited as a copy that takes its place at \"exit\":'\n"
+            "line='l2cp-profile gold'\n"
+            "line=' no protocol \"PTP\"'\n"
+            "line=' protocol \"CDP\" rule peer'\n"
+            "line=exit\n"
+            "line='no l2protocol \"PTP\"'\n"
+            "line='! interrupted: gold port 3 vlan 100'\n");
+  EXPECT_EQ(shown({"-j", "apply", "--dry-run", file}),
+            R"({"lines":["no attach gold port 1",)"
+            R"("! in force, edited as a copy that takes its place at \"exit\":",)"
+            R"("l2cp-profile gold"," no protocol \"PTP\""," protocol \"CDP\" rule peer","exit",)"
+            R"("no l2protocol \"PTP\"","! interrupted: gold port 3 vlan 100"]})"
+            "\n");
+  EXPECT_EQ(shown({"-p", "apply", "--dry-run", file}),
+            "{\n"
+            "  \"lines\": [\n"
+            "    \"no attach gold port 1\",\n"
+            "    \"! in force, edited as a copy that takes its place at \\\"exit\\\":\",\n"
+            "    \"l2cp-profile gold\",\n"
+            "    \" no protocol \\\"PTP\\\"\",\n"
+            "    \" protocol \\\"CDP\\\" rule peer\",\n"
+            "    \"exit\",\n"
+            "    \"no l2protocol \\\"PTP\\\"\",\n"
+            "    \"! interrupted: gold port 3 vlan 100\"\n"
+            "  ]\n"
+            "}\n");
   EXPECT_THAT(shown({"-o", "apply", "--dry-run", file}),
               StartsWith("line='no attach gold port 1'\n"));
   // Nothing has happened.
@@ -479,6 +504,25 @@ TEST_F(Applying, FindsNoDifferenceInASubtypeThatIsNotMatched) {
   shown({"apply", World::file("f", "l2protocol PTP mac any ethertype 0x88f7\n")});
   EXPECT_THAT(shown({"-o", "protocol", "show", "PTP"}),
               HasSubstr(" ethertype=0x88f7 subtype=none"));
+}
+
+TEST_F(Applying, IsNotLeftHalfWayBySignals) {
+  std::string script = "l2cp-profile gold\n protocol LLDP rule peer\nexit\n";
+  for (int port = 0; port < 2000; ++port) {
+    script += "attach gold port " + std::to_string(port) + "\n";
+  }
+  const std::string file = World::file("many.l2cp", script);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    support::Process apply({L2CPCTL_PROGRAM, "apply", file});
+    ASSERT_TRUE(support::eventually([] {
+      return !outcome({"-o", "profile", "ports", "gold"}).out.empty();
+    }));
+    apply.signal(number);
+    // The machine may have been too busy to send the signal in time.
+    EXPECT_THAT(apply.wait(), testing::AnyOf(128 + number, 0));
+    EXPECT_EQ(shown({"diff", file}), "");
+    shown({"apply", World::file("gold.l2cp", "l2cp-profile gold\nexit\n")});
+  }
 }
 
 TEST_F(Applying, PutsWhatIsNewBehindWhatStaysAlsoWherePositionsAreFree) {

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <csignal>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -663,13 +665,37 @@ TEST_F(Metrics, AreReadByPrometheusWithTheNamesAsTheyAre) {
   }
 }
 
+// Each line of a text between these, and what else stands between two.
+std::string eachLine(const std::string& text, const std::string& before, const std::string& after,
+                     const std::string& between = "") {
+  std::string all;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    all += (all.empty() ? "" : between) + before + line + after;
+  }
+  return all;
+}
+
+std::string replaced(std::string text, std::string_view what, std::string_view by) {
+  for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size()) {
+    text.replace(at, what.size(), by);
+  }
+  return text;
+}
+
 TEST_F(Metrics, AreLinesForPrograms) {
-  EXPECT_THAT(shown({"-j", "metrics"}),
-              StartsWith(R"({"lines":["# HELP l2cpd_info The daemon: 1 with its release, bridge )"
-                         R"(and classifier.","# TYPE l2cpd_info gauge","l2cpd_info{release=\")"));
-  EXPECT_THAT(shown({"-o", "metrics"}),
-              StartsWith("line='# HELP l2cpd_info The daemon: 1 with its release, bridge and "
-                         "classifier.'\nline='# TYPE l2cpd_info gauge'\n"));
+  makeProfile("my \"net\"", "LLDP", "tunnel");
+  does({{"attach", "my \"net\"", "port", "3"}});
+  const auto metrics = [](const CommandLine& line) {
+    return std::regex_replace(shown(line), std::regex("uptime_seconds [0-9]+"), "uptime_seconds 1");
+  };
+  const std::string text = metrics({"metrics"});
+  EXPECT_EQ(metrics({"-o", "metrics"}), eachLine(text, "line='", "'\n"));
+  const std::string escaped = replaced(replaced(text, "\\", "\\\\"), "\"", "\\\"");
+  EXPECT_EQ(metrics({"-j", "metrics"}),
+            "{\"lines\":[" + eachLine(escaped, "\"", "\"", ",") + "]}\n");
+  EXPECT_EQ(metrics({"-p", "metrics"}),
+            "{\n  \"lines\": [\n" + eachLine(escaped, "    \"", "\"", ",\n") + "\n  ]\n}\n");
 }
 
 TEST_F(Metrics, AreAllThereOrNone) {
@@ -724,6 +750,28 @@ TEST_F(Watching, ShowsCountersOfAllThatIsAttached) {
                            "\"name\":null,\"discard\":null,\"peer\":null,\"tunnel\":null,\"total\":"
                            "null,\"discard_rate\":null,\"peer_rate\":null,\"tunnel_rate\":null,"
                            "\"total_rate\":null\\}\\],\"vlans\":\\[\\]\\}\n"));
+  EXPECT_THAT(shown({"-p", "watch", "vlan", "all", "count", "1"}),
+              MatchesRegex("\\{\n"
+                           "  \"time\": \"" +
+                           std::string(timePattern) +
+                           "\",\n"
+                           "  \"daemon\": \"running\",\n"
+                           "  \"reason\": null,\n"
+                           "  \"ports\": \\[\\],\n"
+                           "  \"vlans\": \\[\n"
+                           "    \\{\n"
+                           "      \"vlan\": null,\n"
+                           "      \"discard\": 0,\n"
+                           "      \"peer\": 0,\n"
+                           "      \"tunnel\": 4,\n"
+                           "      \"total\": 4,\n"
+                           "      \"discard_rate\": null,\n"
+                           "      \"peer_rate\": null,\n"
+                           "      \"tunnel_rate\": null,\n"
+                           "      \"total_rate\": null\n"
+                           "    \\}\n"
+                           "  \\]\n"
+                           "\\}\n"));
 }
 
 TEST_F(Watching, ShowsRatesOfWhatHappensInBetween) {

@@ -11,8 +11,22 @@
 
 #include "cli/program.h"
 #include "cli/shell/shell.h"
+#include "rpc/l2cp.h"
 #include "tests/cli/shell/scripted_dialogue.h"
 #include "tests/system/fixture.h"
+
+namespace {
+// What happens right before a profile is copied for editing: the linker has the client call this.
+std::function<void()> beforeCopy;
+}  // namespace
+
+extern "C" rpcl2cpProfEditResult* __real_rpc_l2cp_profile_edit_1(char* name, CLIENT* client);
+extern "C" rpcl2cpProfEditResult* __wrap_rpc_l2cp_profile_edit_1(char* name, CLIENT* client);
+
+rpcl2cpProfEditResult* __wrap_rpc_l2cp_profile_edit_1(char* name, CLIENT* client) {
+  if (beforeCopy) beforeCopy();
+  return __real_rpc_l2cp_profile_edit_1(name, client);
+}
 
 namespace cli {
 namespace {
@@ -433,6 +447,28 @@ TEST_F(Editing, PutsBackWhatTheModuleLeavesHalfWay) {
   lines({"exit"});
   EXPECT_EQ(rules(), "protocol=CDP rule=peer\nprotocol=LLDP rule=peer\n");
   EXPECT_EQ(places(), std::string(inForce) + "port=9 vlan=all\n");
+}
+
+TEST_F(Editing, SaysWhatIsMissingIfOnlyTheSecondCycleFails) {
+  makeGold();
+  putInForce();
+  agreeTo({true, true, true});
+  lines({"l2cp-profile gold", "protocol CDP rule peer"});
+  beforeCopy = [] { shown({"attach", "gold", "port", "9"}); };
+  EXPECT_THAT(lines({"exit"}),
+              AllOf(HasSubstr("Replace it twice?\nProfile gold is now without the rules for CDP.\n"
+                              "l2cpctl: error: EDIT_FAILED: "),
+                    testing::Not(HasSubstr("Not put back"))));
+  beforeCopy = {};
+  EXPECT_EQ(rules(), "protocol=LLDP rule=peer\n");
+  EXPECT_EQ(places(), std::string(inForce) + "port=9 vlan=all\n");
+  // The edit goes on.
+  EXPECT_EQ(shell().prompt(), inMode);
+  EXPECT_THAT(lines({"show"}), HasSubstr("+protocol \"CDP\" rule peer\n"));
+  EXPECT_THAT(lines({"exit"}), HasSubstr("Profile gold is replaced.\n"));
+  EXPECT_EQ(rules(), "protocol=CDP rule=peer\nprotocol=LLDP rule=peer\n");
+  EXPECT_EQ(places(), std::string(inForce) + "port=9 vlan=all\n");
+  EXPECT_EQ(profiles(), "name=gold protect=no dynamic=no attachments=3\n");
 }
 
 TEST_F(Editing, AsksBeforeItOverwritesWhatOthersChanged) {

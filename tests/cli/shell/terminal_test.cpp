@@ -221,6 +221,22 @@ TEST_F(ShellOnTerminal, TakesControlCForTheLineAndThenForTheMode) {
   terminal.until(configuration);
 }
 
+TEST_F(ShellOnTerminal, EndsACommandAtControlCAndAtSignalsThatEndTheShell) {
+  std::string script;
+  for (int i = 0; i < 200000; ++i) script += "l2cp-profile gold\nexit\n";
+  support::World::file("long.l2cp", script);
+  terminal.type("load /run/long.l2cp\r");
+  terminal.until("\r\x1b[K/run/long.l2cp: line ");
+  terminal.type("\x03");
+  terminal.until(": interrupted; what stands before was carried out\r\n");
+  terminal.until(top);
+  terminal.type("load /run/long.l2cp\r");
+  terminal.until("\r\x1b[K/run/long.l2cp: line ");
+  terminal.signal(SIGTERM);
+  EXPECT_EQ(terminal.wait(), 128 + SIGTERM);
+  EXPECT_TRUE(terminal.isAsBefore());
+}
+
 TEST_F(ShellOnTerminal, TakesControlZForTheEndOfConfiguration) {
   enterGold();
   terminal.type("protocol CDP rule peer\r");
