@@ -167,6 +167,11 @@ std::string parseName(std::string_view text, std::string_view what, std::size_t 
     throw UsageError(fmt::format("{} {} is {} bytes long; {} is the most there can be", what,
                                  quotedText(text), text.size(), longest));
   }
+  return std::string(text);
+}
+
+std::string parseNewName(std::string_view text, std::string_view what, std::size_t longest) {
+  std::string name = parseName(text, what, longest);
   for (std::string_view rest = text; !rest.empty();) {
     const auto [value, size] = firstCodePoint(rest);
     if (size != 0 && isControl(value)) {
@@ -174,11 +179,6 @@ std::string parseName(std::string_view text, std::string_view what, std::size_t 
     }
     rest.remove_prefix(std::max<std::size_t>(size, 1));
   }
-  return std::string(text);
-}
-
-std::string parseNewName(std::string_view text, std::string_view what, std::size_t longest) {
-  std::string name = parseName(text, what, longest);
   if (!script::isWritable(name)) {
     throw UsageError(
         fmt::format("{} {} has a quotation mark in front of a blank, and could not be saved", what,

@@ -1,5 +1,6 @@
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cli/command.h"
@@ -24,6 +25,18 @@ void show(Context& context) {
   context.output.script(std::vector<std::string>(lines.begin(), lines.end()));
 }
 
+// What cannot be written stands in the script as a comment.
+void noteWhatIsLeftOut(Context& context) {
+  constexpr std::string_view leftOut = "! left out";
+  constexpr std::size_t mark = 2;
+  const auto config = context.client.control<control_running_config_1>(CONTROL_CONFIG_DIFFERENCES);
+  for (const std::string_view line : std::span(config->lines.lines_val, config->lines.lines_len)) {
+    const std::size_t begin = line.find_first_not_of(' ');
+    if (begin == std::string_view::npos || !line.substr(begin).starts_with(leftOut)) continue;
+    context.output.notes().note(safeText(line.substr(begin + mark)));
+  }
+}
+
 void save(Context& context) {
   context.words.end();
   const auto saved = context.client.control<control_save_1>();
@@ -33,6 +46,8 @@ void save(Context& context) {
   }
   accept(saved->error);
   context.output.show({"script", "scripts", {{"saved"}}, {{nameValue(saved->text)}}});
+  context.output.flush();
+  noteWhatIsLeftOut(context);
 }
 
 void defaults(Context& context) {
@@ -46,7 +61,8 @@ constexpr Command commands[] = {
      "\"dynamic\", the dynamic profiles alone.",
      "l2cpctl running-config show all", show},
     {"running-config save", "", "Saves it as the script that the daemon replays when it starts.",
-     "The file's name is shown. What was saved before is kept beside it, as NAME.old.",
+     "The file's name is shown. What was saved before is kept beside it, as NAME.old. What the\n"
+     "script cannot say is left out; standard error tells what that is.",
      "l2cpctl running-config save", save},
     {"running-config defaults", "",
      "Removes attachments, unprotected profiles and added protocols.",

@@ -41,9 +41,9 @@ void complete(Context& context) {
 
 constexpr Command commands[] = {
     {"complete", "[WORD ...]", "Lists what the last word of a command line can be.",
-     "That word may be the beginning of one, or empty. For a word of which there is no list, only\n"
-     "the MEANING is shown, as synopses have it. A daemon that is not reached has no names. "
-     "Shells\n"
+     "That word may be the beginning of one, or empty. A MEANING alone, as synopses have it, "
+     "stands\n"
+     "for what there is no list of. A daemon that is not reached has no names. Shells\n"
      "ask this when TAB is pressed; they put \"--\" in front of the first WORD.",
      "l2cpctl complete -- profile sh", complete}};
 

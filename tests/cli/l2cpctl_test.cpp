@@ -295,6 +295,21 @@ TEST_F(Profiles, AreFoundByTheirPosition) {
             "count from 0\n");
 }
 
+TEST_F(Profiles, OfNamesThatOnlyOthersGiveCanBeChanged) {
+  for (const std::string name : {"a\tb", "\x1b[2J", "c\xc2\x9b"}) {
+    Client client({});
+    std::string given = name;
+    rpc_l2cp_profile profile{};
+    profile.name = wireText(given);
+    accept(client.module<rpc_l2cp_profile_add_1>(profile));
+    does({{"profile", "rule", "add", name, "LLDP", "peer"},
+          {"attach", name, "port", "3"},
+          {"detach", name, "port", "3"},
+          {"profile", "rename", name, "ordinary"},
+          {"profile", "delete", "ordinary"}});
+  }
+}
+
 TEST_F(Profiles, RulesAreShownOneByOne) {
   does({{"profile", "add", "p"},
         {"profile", "rule", "add", "p", "LLDP", "discard"},
@@ -943,6 +958,24 @@ TEST_F(Daemon, SavesTheRunningConfiguration) {
   EXPECT_EQ(shown({"-j", "running-config", "save"}),
             std::string("{\"saved\":\"") + script + "\"}\n");
   EXPECT_EQ(access(script, F_OK), 0);
+}
+
+TEST_F(Daemon, TellsWhatCannotBeSaved) {
+  Client client({});
+  for (std::string name : {"a\" b", "empty"}) {
+    rpc_l2cp_profile profile{};
+    profile.name = wireText(name);
+    accept(client.module<rpc_l2cp_profile_add_1>(profile));
+  }
+  does({{"profile", "rule", "add", "a\" b", "LLDP", "peer"}, {"attach", "empty", "port", "3"}});
+  const auto [status, out, err] = outcome({"running-config", "save"});
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(out, "saved  /var/lib/l2cpd/startup.l2cp\n");
+  EXPECT_THAT(err,
+              testing::MatchesRegex(
+                  "l2cpctl: left out \\([^\n]*\\): l2cp-profile \"a\" b\"\n"
+                  "l2cpctl: left out \\(this script does not make the profile\\): attach empty "
+                  "port 3\n"));
 }
 
 TEST_F(Daemon, SaysWhyTheRunningConfigurationCannotBeSaved) {

@@ -129,17 +129,23 @@ TEST(Name, IsCountedInBytesNotCharacters) {
               testing::HasSubstr("34 bytes long"));
 }
 
+TEST(Name, ThatNoScriptCanWriteIsNotGiven) {
+  EXPECT_THAT(refusal([] { parseNewName("a\" b", "the name"); }),
+              testing::HasSubstr("has a quotation mark in front of a blank"));
+}
+
 TEST(Name, IsNotEmpty) {
   EXPECT_EQ(refusal([] { parseName("", "the profile"); }), "the profile is empty");
 }
 
-TEST(Name, WithControlCharactersIsRefused) {
-  EXPECT_EQ(refusal([] { parseName("a\nb", "the name"); }),
+TEST(Name, WithControlCharactersIsNotGiven) {
+  EXPECT_EQ(refusal([] { parseNewName("a\nb", "the name"); }),
             "the name \"a\\x0ab\" has a control character");
   for (const std::string& text : {"\x1b[31m"s, "a\0b"s, "\x7f"s, "tab\t"s, "\xc2\x85"s}) {
-    EXPECT_THAT(refusal([&] { parseName(text, "the name"); }),
+    EXPECT_THAT(refusal([&] { parseNewName(text, "the name"); }),
                 testing::EndsWith("has a control character"))
         << text;
+    EXPECT_EQ(parseName(text, "the name"), text);
   }
 }
 

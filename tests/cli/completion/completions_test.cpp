@@ -117,5 +117,47 @@ TEST_F(CompletionsWithoutDaemon, AreWordsAloneAndNothingIsSaid) {
   }
 }
 
+// What the program itself lists for these words.
+std::string listed(std::vector<std::string> options, const std::vector<std::string>& words) {
+  options.insert(options.end(), {"complete", "--"});
+  options.insert(options.end(), words.begin(), words.end());
+  std::ostringstream out;
+  std::ostringstream err;
+  EXPECT_EQ(cli::run(options, out, err), 0) << err.str();
+  return out.str();
+}
+
+TEST_F(Completions, AreListedInEveryForm) {
+  EXPECT_EQ(listed({}, {"profile", "s"}),
+            "WORD        MEANING\n"
+            "show        Shows a profile and its rules.\n"
+            "set         Changes one thing about a profile.\n"
+            "statistics  Asks for a profile's counters.\n"
+            "status      Shows whether a profile may be changed.\n");
+  EXPECT_EQ(listed({"-o"}, {"profile", "s"}),
+            "word=show meaning='Shows a profile and its rules.'\n"
+            "word=set meaning='Changes one thing about a profile.'\n"
+            "word=statistics meaning='Asks for a profile'\\''s counters.'\n"
+            "word=status meaning='Shows whether a profile may be changed.'\n");
+  EXPECT_EQ(listed({"-j"}, {"profile", "s"}),
+            R"([{"word":"show","meaning":"Shows a profile and its rules."},)"
+            R"({"word":"set","meaning":"Changes one thing about a profile."},)"
+            R"({"word":"statistics","meaning":"Asks for a profile's counters."},)"
+            R"({"word":"status","meaning":"Shows whether a profile may be changed."}])"
+            "\n");
+}
+
+TEST_F(Completions, TellWhatElseCanStandThere) {
+  EXPECT_EQ(listed({}, {"port", "show", ""}), "WORD  MEANING\n-     PORT\n");
+  EXPECT_EQ(listed({"-o"}, {"port", "show", ""}), "word='' meaning=PORT\n");
+  EXPECT_EQ(listed({"-p"}, {"port", "show", ""}),
+            "[\n"
+            "  {\n"
+            "    \"word\": null,\n"
+            "    \"meaning\": \"PORT\"\n"
+            "  }\n"
+            "]\n");
+}
+
 }  // namespace
 }  // namespace cli
