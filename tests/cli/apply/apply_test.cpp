@@ -45,20 +45,24 @@ std::vector<std::string> configuration() {
   return support::said(lines);
 }
 
-const char* const site =
-    "! the whole language\n"
-    "l2protocol \"PTP\" mac any ethertype 0x88f7 subtype 0x01\n"
-    "l2cp-profile gold\n"
-    " protocol LLDP rule tunnel\n"
-    " protocol \"PTP\" rule peer\n"
-    "exit\n"
+// Names gold for a VLAN of interface 3.
+const std::string business =
     "vlan-profile metro\n"
     " interface 3 svid 100\n"
     "exit\n"
     "service-profile business\n"
     " vlan-profile metro\n"
     " l2cp-profile gold\n"
-    "exit\n"
+    "exit\n";
+
+const std::string site =
+    "! the whole language\n"
+    "l2protocol \"PTP\" mac any ethertype 0x88f7 subtype 0x01\n"
+    "l2cp-profile gold\n"
+    " protocol LLDP rule tunnel\n"
+    " protocol \"PTP\" rule peer\n"
+    "exit\n" +
+    business +
     "attach gold port 1\n"
     "apply business interface 3\n";
 
@@ -272,19 +276,12 @@ TEST_F(Loading, TellsOfStandardInputThatCannotBeRead) {
 
 // ---- Diff and apply ----
 
-const char* const other =
+const std::string other =
     "l2cp-profile gold\n"
     " protocol LLDP rule tunnel\n"
     " protocol CDP rule peer\n"
-    "exit\n"
-    "vlan-profile metro\n"
-    " interface 3 svid 100\n"
-    "exit\n"
-    "service-profile business\n"
-    " vlan-profile metro\n"
-    " l2cp-profile gold\n"
-    "exit\n"
-    "apply business interface 3\n";
+    "exit\n" +
+    business + "apply business interface 3\n";
 
 TEST_F(Applying, IsShownBeforeItHappens) {
   does({{"load", World::file("site.l2cp", site)}});
@@ -415,7 +412,7 @@ TEST_F(Applying, ChangesNothingIfAProfileIsProtected) {
               HasSubstr("the file deletes the profile \"gold\", which is protected"));
   EXPECT_EQ(configuration(), before);
   // Where it is in force may be changed.
-  const std::string without = std::string(site).substr(0, std::string(site).find("attach gold"));
+  const std::string without = site.substr(0, site.find("attach gold"));
   EXPECT_THAT(shown({"-j", "apply", World::file("without", without)}),
               HasSubstr("\"commands\":2,"));
 }
