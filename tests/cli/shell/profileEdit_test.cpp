@@ -20,12 +20,14 @@ namespace {
 std::function<void()> beforeCopy;
 }  // namespace
 
-extern "C" rpcl2cpProfEditResult* __real_rpc_l2cp_profile_edit_1(char* name, CLIENT* client);
-extern "C" rpcl2cpProfEditResult* __wrap_rpc_l2cp_profile_edit_1(char* name, CLIENT* client);
+extern "C" rpcl2cpProfEditResult* copyProfile(char* name,
+                                              CLIENT* client) asm("__real_rpc_l2cp_profile_edit_1");
+extern "C" rpcl2cpProfEditResult* noteAndCopyProfile(char* name, CLIENT* client) asm(
+    "__wrap_rpc_l2cp_profile_edit_1");
 
-rpcl2cpProfEditResult* __wrap_rpc_l2cp_profile_edit_1(char* name, CLIENT* client) {
+rpcl2cpProfEditResult* noteAndCopyProfile(char* name, CLIENT* client) {
   if (beforeCopy) beforeCopy();
-  return __real_rpc_l2cp_profile_edit_1(name, client);
+  return copyProfile(name, client);
 }
 
 namespace cli {
