@@ -12,6 +12,7 @@
 #include "cli/carry.h"
 #include "cli/command.h"
 #include "cli/commands/entry.h"
+#include "cli/commands/finding.h"
 #include "cli/commands/overlap.h"
 #include "cli/failure.h"
 #include "cli/refusal.h"
@@ -29,45 +30,9 @@ constexpr std::size_t counterRoom = 39 - 9;
 constexpr std::uint32_t firstPosition = 200;
 constexpr std::uint32_t lastPosition = 298;
 
-struct Finding {
-  std::string_view what;
-  std::optional<std::uint32_t> port = std::nullopt;
-  std::optional<std::uint16_t> vid = std::nullopt;
-  std::string profile = {};
-  std::string protocol = {};
-  std::optional<std::uint32_t> entry = std::nullopt;
-  std::string problem = {};
-  std::string advice = {};
-};
-
-Value numberOrNothing(const std::optional<std::uint32_t>& number) {
-  return number ? numberValue(*number) : nothing("-", "");
-}
-
-constexpr Field<Finding> findingFields[] = {
-    {{"finding"}, [](const Finding& of) { return wordValue(of.what); }},
-    {{"port"}, [](const Finding& of) { return numberOrNothing(of.port); }},
-    {{"vlan"}, [](const Finding& of) { return of.vid ? vlanValue(*of.vid) : nothing("-", ""); }},
-    {{"profile"}, [](const Finding& of) { return nameOrNothing(of.profile); }},
-    {{"protocol"}, [](const Finding& of) { return nameOrNothing(of.protocol); }},
-    {{"entry"}, [](const Finding& of) { return numberOrNothing(of.entry); }},
-    {{"problem"}, [](const Finding& of) { return textValue(of.problem); }},
-    {{"advice"}, [](const Finding& of) { return textValue(of.advice); }}};
-constexpr Kind<Finding> findingKind{"finding", "findings", findingFields};
-
 // A name in a command line that a reader may take over as it is.
 std::string argumentText(std::string_view name) {
   return (name.starts_with('-') ? "-- " : "") + shellText(name);
-}
-
-// For people, two lines each.
-std::string textOf(const std::vector<Finding>& findings) {
-  std::string text;
-  for (const Finding& finding : findings) {
-    text += fmt::format("{}: {}\n    {}\n", finding.what, finding.problem, finding.advice);
-  }
-  if (!text.empty()) text += '\n';
-  return text + fmt::format("{} finding{}\n", findings.size(), findings.size() == 1 ? "" : "s");
 }
 
 class Checker {
@@ -421,7 +386,7 @@ void check(Context& context) {
   if (context.output.format() == Format::table) {
     context.output.text(textOf(findings));
   } else {
-    context.output.list(tableOf(findingKind, findings));
+    context.output.list(tableOf(findings));
   }
   context.output.flush();
   if (!findings.empty()) {
