@@ -28,14 +28,14 @@ void allowAllocations() { granted = -1; }
 }  // namespace
 
 // The C library's own allocator, under the name that it keeps for programs like this one.
-extern "C" void* __libc_malloc(std::size_t size);  // NOLINT(bugprone-reserved-identifier)
+extern "C" void* libcMalloc(std::size_t size) asm("__libc_malloc");
 
 extern "C" void* malloc(std::size_t size) noexcept {
   if (granted >= 0 && granted-- == 0) {
     refusedSize = size;
     return nullptr;
   }
-  return __libc_malloc(size);
+  return libcMalloc(size);
 }
 #endif
 

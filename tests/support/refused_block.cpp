@@ -8,7 +8,7 @@ void (*support::beforeRefusal)() = nullptr;
 
 #ifndef L2CP_SANITIZED
 // The C library's own allocator, under the name that it keeps for programs like this one.
-extern "C" void* __libc_malloc(std::size_t size);  // NOLINT(bugprone-reserved-identifier)
+extern "C" void* libcMalloc(std::size_t size) asm("__libc_malloc");
 
 extern "C" void* malloc(std::size_t size) noexcept {
   if (size != 0 && size == support::refusedBlock) {
@@ -20,6 +20,6 @@ extern "C" void* malloc(std::size_t size) noexcept {
     errno = ENOMEM;
     return nullptr;
   }
-  return __libc_malloc(size);
+  return libcMalloc(size);
 }
 #endif
