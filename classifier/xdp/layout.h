@@ -10,7 +10,7 @@ extern "C" {
 #endif
 
 enum {
-  L2CP_PORTS = 256,
+  L2CP_PORTS = 512,
   /// Packed entries of a port.
   L2CP_ENTRIES = 100,
   /// Counter changes of an entry.
