@@ -35,6 +35,9 @@ inline support::Mac group(int number) {
           static_cast<std::uint8_t>(number)};
 }
 
+/// Each of 128 numbers once.
+constexpr int disordered(int number) { return number * 37 % 128; }
+
 /// What entry `number` of a switch's port is about, without a tag for the whole port.
 inline support::Bytes controlFrame(int number, std::uint16_t vlan) {
   support::FrameBuilder frame;
@@ -57,13 +60,17 @@ class Switch {
     if (plane.addPort(port, {}) != 0) std::fputs("a port is refused\n", stderr);
   }
   void addEntries(const char* port, int count) {
-    for (int i = 0; i < count; ++i) addEntry(port, i);
+    for (int i = 0; i < count; ++i) addEntry(port, i, i);
   }
-  void addEntry(const char* port, int i) {
+  /// Neighbours have no more in common than all.
+  void addEntriesInDisorder(const char* port) {
+    for (int i = 0; i < entries; ++i) addEntry(port, i, disordered(i));
+  }
+  void addEntry(const char* port, int i, int number) {
     const std::string name = std::string(port) + ":" + std::to_string(i);
     request.addSelector(name);
     request.addVlan(name, vlan_, vlan_);
-    request.addDestination(name, group(i));
+    request.addDestination(name, group(number));
     request.addEtherType(name, etherType);
     request.addActionList(name);
     for (unsigned c = 0; c < 4; ++c) request.addCounterChange(name, c, "c" + std::to_string(c));

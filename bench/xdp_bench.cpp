@@ -67,6 +67,17 @@ void frames(bench::Switch& device, int drop) {
   bench::surplus(
       "last of 99 entries, four counters", "a program that drops", 75, rounds,
       [&] { return run(program, bench::controlFrame(bench::entries - 1, vlan)); }, baseline);
+  bench::Switch disorderly(vlan);
+  disorderly.addPort(1);
+  disorderly.plane.setInterface(1, loopback);
+  disorderly.addEntriesInDisorder("1");
+  bench::surplus(
+      "last of 99 entries in disorder", "a program that drops", 75, rounds,
+      [&] {
+        return run(disorderly.plane.programs().classify,
+                   bench::controlFrame(bench::disordered(bench::entries - 1), vlan));
+      },
+      baseline);
 }
 
 // As many as a profile with all built-in protocols has.

@@ -13,6 +13,8 @@ enum {
   L2CP_PORTS = 512,
   /// Packed entries of a port.
   L2CP_ENTRIES = 100,
+  /// Entries in a row that are looked at together: a divisor of their number.
+  L2CP_BLOCK = 10,
   /// Counter changes of an entry.
   L2CP_CHANGES = 16,
   /// As many as most entries have: they take the short way.
@@ -94,6 +96,8 @@ struct l2cp_table {
   /// What all entries have in common that a frame to an individual address (0) or to a group (1)
   /// can fit. A frame that does not fit this fits none of them.
   struct l2cp_match any[2];
+  /// What the entries of each block have in common. A frame that does not fit this fits none of them.
+  struct l2cp_match block[L2CP_ENTRIES / L2CP_BLOCK];
   struct l2cp_match match[L2CP_ENTRIES + 1];
   struct l2cp_outcome outcome[L2CP_ENTRIES + 1];
 };

@@ -109,21 +109,35 @@ bool packOutcome(const Rule& rule, l2cp_outcome& outcome, const PlaceOf& placeOf
   return true;
 }
 
+/// Takes out of `any` what the match has otherwise.
+void keepCommon(l2cp_match& any, const l2cp_match& match) {
+  for (std::size_t word = 0; word < 2; ++word) {
+    any.mask[word] &= match.mask[word] & ~(any.value[word] ^ match.value[word]);
+    any.value[word] &= any.mask[word];
+  }
+}
+
 /// What the matches have in common that frames can fit whose group bit is `groupBit`.
 l2cp_match common(std::span<const l2cp_match> matches, std::uint64_t groupBit) {
-  const l2cp_match group{.mask = {l2cpGroupBit(), 0}, .value = {groupBit, 0}};
   l2cp_match any = {.mask = {l2cpGroupBit(), 0}, .value = {groupBit ^ l2cpGroupBit(), 0}};
   bool isFirst = true;
   for (const l2cp_match& match : matches) {
-    if (((match.value[0] ^ group.value[0]) & match.mask[0] & group.mask[0]) != 0) continue;
+    if (((match.value[0] ^ groupBit) & match.mask[0] & l2cpGroupBit()) != 0) continue;
     if (isFirst) any = match;
     isFirst = false;
-    for (std::size_t word = 0; word < 2; ++word) {
-      any.mask[word] &= match.mask[word] & ~(any.value[word] ^ match.value[word]);
-      any.value[word] &= any.mask[word];
-    }
+    keepCommon(any, match);
   }
   return any;
+}
+
+/// The blocks of as many entries and the one behind the last.
+void packBlocks(l2cp_table& table, std::uint32_t count) {
+  for (std::uint32_t first = 0; first <= count && first < L2CP_ENTRIES; first += L2CP_BLOCK) {
+    l2cp_match& block = table.block[first / L2CP_BLOCK];
+    block = table.match[first];
+    const std::uint32_t end = std::min<std::uint32_t>(first + L2CP_BLOCK, count + 1);
+    for (std::uint32_t i = first + 1; i < end; ++i) keepCommon(block, table.match[i]);
+  }
 }
 
 }  // namespace
@@ -155,6 +169,7 @@ int pack(const Rules& rules, PackedTable& packed, const PlaceOf& placeOf) {
   table.any[1] = common(matches, l2cpGroupBit());
   table.match[count] = {};
   table.outcome[count] = {};
+  packBlocks(table, count);
   return 0;
 }
 

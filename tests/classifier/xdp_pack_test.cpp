@@ -218,6 +218,42 @@ TEST_F(Pack, AnEmptyTableHasNothingThatFramesFit) {
   EXPECT_FALSE(fits(result.any[1], destination(lldp)));
 }
 
+TEST_F(Pack, WhatFitsAnEntryFitsItsBlock) {
+  for (const std::uint32_t entries : {0U, 9U, 10U, 21U, 100U}) {
+    SCOPED_TRACE(entries);
+    for (std::uint32_t i = count; i < entries; ++i) {
+      const std::string name = add();
+      const auto low = static_cast<std::uint8_t>(i);
+      const Mac mask = i % 4 == 3 ? Mac{} : Mac{0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
+      ASSERT_EQ(request.addDestination(name, {1, 0x80, 0xc2, 0, 0, low}, mask), 0);
+      ASSERT_EQ(request.addVlan(name, static_cast<std::uint16_t>(100 + i / 14),
+                                static_cast<std::uint16_t>(100 + i / 14)),
+                0);
+    }
+    ASSERT_EQ(packed(), 0);
+    ASSERT_EQ(count, entries);
+    for (std::uint32_t i = 0; i <= entries && i < L2CP_ENTRIES; ++i) {
+      const l2cp_match& block = result.block[i / L2CP_BLOCK];
+      for (int word = 0; word < 2; ++word) {
+        EXPECT_EQ(block.mask[word] & ~result.match[i].mask[word], 0U) << i;
+        EXPECT_EQ(block.value[word], result.match[i].value[word] & block.mask[word]) << i;
+      }
+    }
+  }
+}
+
+TEST_F(Pack, ABlockHasTheVlanOfItsEntries) {
+  for (std::uint32_t i = 0; i < L2CP_BLOCK; ++i) {
+    const std::string name = add();
+    ASSERT_EQ(request.addVlan(name, 7, 7), 0);
+    ASSERT_EQ(request.addEtherType(name, static_cast<std::uint16_t>(0x8000 + i)), 0);
+  }
+  ASSERT_EQ(packed(), 0);
+  const std::uint64_t has = L2CP_HAS_VLAN | L2CP_HAS_TYPE;
+  EXPECT_EQ(result.block[0].mask[1], has | 0xffff);
+  EXPECT_EQ(result.block[0].value[1], has | 7);
+}
+
 // Counters
 
 class CounterPlaces : public testing::Test {
