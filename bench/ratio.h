@@ -110,8 +110,8 @@ void surplus(const std::string& what, const std::string& with, Nanoseconds goal,
     differences.push_back(cost - baselineCost);
   }
   const double difference = median(differences);
-  note(what, with, median(costs), median(baselineCosts), difference, goal > 0 ? "surplus" : "none",
-       goal);
+  note(what, with, median(costs), median(baselineCosts), difference,
+       goal > 0 ? "surplus" : "difference", goal);
   std::printf("%-46s %10.1f ns | %-30s %+10.1f ns |", what.c_str(), median(costs), with.c_str(),
               difference);
   if (goal > 0) std::printf("  at most %+.0f%s", goal, difference <= goal ? "" : "  MISSED");

@@ -4,6 +4,8 @@
 #include <bit>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
+#include <memory>
 #include <span>
 
 namespace classifier::xdp {
@@ -140,30 +142,47 @@ void packBlocks(l2cp_table& table, std::uint32_t count) {
   }
 }
 
+/// Writes the entries of a rule behind those that the table has. 0 or as `pack`.
+int packRule(const Rule& rule, PackedTable& packed, const PlaceOf& placeOf) {
+  std::uint32_t& count = packed.count;
+  l2cp_table& table = packed.table;
+  Pattern pattern;
+  for (const Condition& condition : rule.conditions) {
+    if (!std::visit([&](const auto& c) { return pattern.add(c); }, condition)) return -EINVAL;
+  }
+  bool hasRoom = true;
+  const std::uint32_t first = count;
+  pattern.forEachMatch([&](const l2cp_match& match) {
+    hasRoom = hasRoom && count < L2CP_ENTRIES;
+    if (hasRoom) table.match[count++] = match;
+  });
+  if (!hasRoom) return -ENOSPC;
+  if (first == count) return 0;
+  if (!packOutcome(rule, table.outcome[first], placeOf)) return -ENOSPC;
+  std::fill(table.outcome + first + 1, table.outcome + count, table.outcome[first]);
+  return 0;
+}
+
+bool isSame(const PackedTable::Packed& packed, const std::shared_ptr<const Rule>& rule) {
+  return !packed.rule.owner_before(rule) && !rule.owner_before(packed.rule);
+}
+
 }  // namespace
 
 int pack(const Rules& rules, PackedTable& packed, const PlaceOf& placeOf) {
-  std::uint32_t& count = packed.count;
-  l2cp_table& table = packed.table;
   const auto last = std::find_if_not(rules.rbegin(), rules.rend(),
                                      [](const auto& rule) { return doesNothing(*rule); });
-  count = 0;
-  for (const auto& rule : std::span(rules.begin(), last.base())) {
-    Pattern pattern;
-    for (const Condition& condition : rule->conditions) {
-      if (!std::visit([&](const auto& c) { return pattern.add(c); }, condition)) return -EINVAL;
-    }
-    bool hasRoom = true;
-    const std::uint32_t first = count;
-    pattern.forEachMatch([&](const l2cp_match& match) {
-      hasRoom = hasRoom && count < L2CP_ENTRIES;
-      if (hasRoom) table.match[count++] = match;
-    });
-    if (!hasRoom) return -ENOSPC;
-    if (first == count) continue;
-    if (!packOutcome(*rule, table.outcome[first], placeOf)) return -ENOSPC;
-    std::fill(table.outcome + first + 1, table.outcome + count, table.outcome[first]);
+  const std::span wanted(rules.begin(), last.base());
+  const auto [stale, fresh] = std::ranges::mismatch(packed.rules, wanted, isSame);
+  packed.count = stale == packed.rules.begin() ? 0 : std::prev(stale)->end;
+  packed.rules.erase(stale, packed.rules.end());
+  for (const auto& rule : std::span(fresh, wanted.end())) {
+    if (const int error = packRule(*rule, packed, placeOf); error != 0) return error;
+    packed.rules.push_back({rule, packed.count});
   }
+
+  l2cp_table& table = packed.table;
+  const std::uint32_t count = packed.count;
   const std::span matches(table.match, count);
   table.any[0] = common(matches, 0);
   table.any[1] = common(matches, l2cpGroupBit());

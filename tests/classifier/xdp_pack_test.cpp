@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <set>
@@ -216,6 +217,36 @@ TEST_F(Pack, AnEmptyTableHasNothingThatFramesFit) {
   ASSERT_EQ(packed(), 0);
   EXPECT_FALSE(fits(result.any[0], destination(station)));
   EXPECT_FALSE(fits(result.any[1], destination(lldp)));
+}
+
+TEST_F(Pack, MakesTheSameOfRulesWhateverItMadeBefore) {
+  const auto expectAsAnew = [&] {
+    ASSERT_EQ(packed(), 0);
+    classifier::xdp::PackedTable anew;
+    ASSERT_EQ(pack(table.rules(1), anew, [](Counter&) { return std::optional(5U); }), 0);
+    ASSERT_EQ(count, anew.count);
+    for (std::uint32_t i = 0; i <= count; ++i) {
+      EXPECT_EQ(std::memcmp(&result.match[i], &anew.table.match[i], sizeof(l2cp_match)), 0) << i;
+      EXPECT_EQ(result.outcome[i].fate, anew.table.outcome[i].fate) << i;
+    }
+  };
+  for (std::uint32_t i = 0; i < 6; ++i) {
+    const std::string name = add(i % 2 == 0 ? ACL_ACTION_DROP : ACL_ACTION_NO_L2CP);
+    ASSERT_EQ(request.addVlan(name, static_cast<std::uint16_t>(10 * i),
+                              static_cast<std::uint16_t>(10 * i + 6)),
+              0);
+    expectAsAnew();
+  }
+  ASSERT_EQ(request.deleteEntry("1", 0, 2), 0);
+  expectAsAnew();
+  ASSERT_EQ(request.addEtherType("3", 0x8809), 0);
+  expectAsAnew();
+  ASSERT_EQ(request.addPayload("4", 1, 0xff, 1), 0);
+  ASSERT_EQ(packed(), -EINVAL);
+  ASSERT_EQ(request.deleteEntry("1", 0, 4), 0);
+  expectAsAnew();
+  ASSERT_EQ(request.deleteEntry("1", 0, 0), 0);
+  expectAsAnew();
 }
 
 TEST_F(Pack, WhatFitsAnEntryFitsItsBlock) {
