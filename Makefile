@@ -6,7 +6,7 @@ JOBS ?= $(shell nproc)
 sources = $(shell git ls-files '*.cpp' '*.h' '*.bpf.c')
 
 .DEFAULT_GOAL := build
-.PHONY: build setup demo lab test test-% bench format check-format lint install packages check-packages clean help
+.PHONY: build setup demo lab test test-% bench plots format check-format lint install packages check-packages clean help
 
 build: setup ## Build programs into build/bin and libraries into build/lib
 	@cmake --preset release >/dev/null
@@ -29,10 +29,14 @@ test-%: ## Build and test one preset: test-release, test-asan or test-tsan
 	@cmake --build --preset $* -j $(JOBS)
 	@ctest --preset $* -j $$((4 * $(JOBS)))
 
-bench: setup ## Measure, each figure as a ratio within one run
+bench: ## Measure, each figure as a ratio within one run (installs what it compares with)
+	@scripts/setup --bench
 	@cmake --preset release >/dev/null
 	@cmake --build --preset release -j $(JOBS) --target programs benchmarks
 	@bench/run
+
+plots: bench ## Measure, and put the figures into docs/performance.md and its plots
+	@bench/report
 
 format: ## Format the sources
 	@clang-format -i $(sources)

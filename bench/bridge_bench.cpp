@@ -6,51 +6,46 @@
 #include <net/if.h>
 #include <sched.h>
 
-#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <optional>
+#include <exception>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
 
+#include "bench/nftables.h"
 #include "bench/ratio.h"
-#include "classifier/table.h"
+#include "bench/sender.h"
+#include "bench/switch.h"
 #include "classifier/xdp/attachment.h"
-#include "classifier/xdp/plane.h"
-#include "platform/acl_ioctl.h"
-#include "tests/classifier/requests.h"
 #include "tests/support/frame_builder.h"
-#include "tests/support/packet_socket.h"
 
 namespace {
 
-using classifier::Table;
+using bench::Nanoseconds;
 using classifier::xdp::Attachment;
 using classifier::xdp::Mode;
-using classifier::xdp::Plane;
 using classifier::xdp::Problem;
 using support::Bytes;
 using support::FrameBuilder;
-using support::PacketSocket;
 
 constexpr int rounds = 21;
-constexpr int framesPerRound = 20'000;
+constexpr std::uint32_t framesPerRound = 400 * bench::batch;
 constexpr std::uint32_t ports = 3;
-constexpr std::uint32_t entries = 99;
-constexpr support::Mac sender = {0x02, 0, 0, 0, 0, 1};
 constexpr support::Mac receiver = {0x02, 0, 0, 0, 0, 2};
-constexpr support::Mac group = {0x01, 0, 0x0c, 0xcc, 0xcc, 0xcc};
 
-bool makeNetwork() {
-  if (unshare(CLONE_NEWNET) != 0) return false;
-  return std::system(  // NOLINT(cert-env33-c): a benchmark's own words
-             "ip link add br0 type bridge mcast_snooping 0 && ip link set br0 up && "
-             "for i in 1 2 3; do ip link add p$i type veth peer name c$i && "
-             "ip link set p$i master br0 up && ip link set c$i up || exit 1; done") == 0;
+void makeNetwork() {
+  if (unshare(CLONE_NEWNET) != 0 ||
+      std::system(  // NOLINT(cert-env33-c): a benchmark's own words
+          "ip link add br0 type bridge mcast_snooping 0 && ip link set br0 up && "
+          "for i in 1 2 3; do ip link add p$i type veth peer name c$i && "
+          "ip link set p$i master br0 up && ip link set c$i up || exit 1; done") != 0) {
+    throw std::runtime_error("no bridge can be made here");
+  }
 }
 
 std::uint64_t received(std::string_view interface) {
@@ -67,105 +62,115 @@ std::uint64_t received(std::string_view interface) {
   return frames;
 }
 
-// The last of 99 entries of each port tunnels, the others are about other protocols.
+// The entries of each port tunnel.
 class Programs {
  public:
   Programs() {
-    table_.setDataPlane(&plane_);
-    for (std::uint32_t port = 1; port <= ports; ++port) addPort(port);
+    for (std::uint32_t port = 1; port <= ports; ++port) {
+      switch_.addPort(port);
+      switch_.plane.setInterface(port, interfaceOf(port));
+      switch_.addEntries(std::to_string(port).c_str(), bench::entries);
+    }
   }
 
-  // False if a program cannot be attached.
-  bool attach() {
+  // As long as what is returned lives.
+  std::vector<Attachment> attach(Mode mode) const {
+    std::vector<Attachment> attachments;
     for (std::uint32_t port = 1; port <= ports; ++port) {
-      auto made = Attachment::make(plane_.programs(), interfaceOf(port), {.mode = Mode::generic});
+      auto made = Attachment::make(switch_.plane.programs(), interfaceOf(port), {.mode = mode});
       if (const auto* problem = std::get_if<Problem>(&made)) {
-        std::printf("skipped: %s\n", problem->text.c_str());
-        return false;
+        throw std::runtime_error(problem->text);
       }
-      attachments_.push_back(std::get<Attachment>(std::move(made)));
+      attachments.push_back(std::get<Attachment>(std::move(made)));
     }
-    return true;
+    return attachments;
   }
-  void detach() { attachments_.clear(); }
 
  private:
   static std::uint32_t interfaceOf(std::uint32_t port) {
     return if_nametoindex(("p" + std::to_string(port)).c_str());
   }
 
-  void addPort(std::uint32_t port) {
-    plane_.addPort(port, {});
-    plane_.setInterface(port, interfaceOf(port));
-    const std::string text = std::to_string(port);
-    request_.addCounter(text);
-    for (std::uint32_t i = 0; i < entries; ++i) {
-      const std::string name = text + ":" + std::to_string(i);
-      request_.addSelector(name);
-      request_.addDestination(name, group);
-      request_.addEtherType(name, static_cast<std::uint16_t>(0x9000 + i));
-      request_.addActionList(name);
-      for (unsigned c = 0; c < 4; ++c) request_.addCounterChange(name, c, text);
-      request_.addAction(name, 9, ACL_ACTION_NO_L2CP);
-      if (request_.addEntry(text, 1, 200 + i, name, name) != 0) std::puts("an entry is refused");
-    }
-  }
+  bench::Switch switch_{bench::wholePort, ACL_ACTION_NO_L2CP};
+};
 
-  Plane plane_;
-  Table table_;
-  Requests request_{table_};
-  std::vector<Attachment> attachments_;
+// As many rules before the bridge as a port has entries.
+class Chain {
+ public:
+  Chain() {
+    nft_.run("add table bridge l2cp\n" + bench::addCounters("bridge l2cp", "c") +
+             "add chain bridge l2cp p { type filter hook prerouting priority 0 ; }\n" +
+             bench::addRules("bridge l2cp p", "accept"));
+  }
+  ~Chain() { nft_.run("delete table bridge l2cp"); }
+  Chain(const Chain&) = delete;
+  Chain& operator=(const Chain&) = delete;
+
+ private:
+  bench::Nftables nft_;
 };
 
 // The cost of each frame that arrives at the other cables' ends.
-bench::Nanoseconds send(const PacketSocket& socket, const Bytes& frame) {
+template <class Sender>
+Nanoseconds deliver(const Sender& send, const Bytes& frame) {
   const std::uint64_t before = received("c2") + received("c3");
-  const bench::Stopwatch watch;
-  for (int i = 0; i < framesPerRound; ++i) socket.send(frame);
-  const bench::Nanoseconds cost = watch.read();
+  const Nanoseconds cost = send(frame, framesPerRound) * framesPerRound;
   const std::uint64_t arrived = received("c2") + received("c3") - before;
   return cost / static_cast<double>(arrived > 0 ? arrived : 1);
+}
+
+void tunnels(const Programs& programs) {
+  const bench::Socket send("c1");
+  const Bytes frame = bench::controlFrame(bench::entries - 1, bench::wholePort);
+  const auto with = [&] {
+    const auto attached = programs.attach(Mode::generic);
+    return deliver(send, frame);
+  };
+  const char* what = "tunnel to two ports, last of 99 entries";
+  bench::compare(what, "flooded by the bridge", bench::atLeast(1.2), rounds, with,
+                 [&] { return deliver(send, frame); });
+  bench::compare(what, "flooded behind a chain of 99 rules", bench::atLeast(3), rounds, with, [&] {
+    const Chain chain;
+    return deliver(send, frame);
+  });
+}
+
+template <class Sender>
+void ordinary(const Programs& programs, const char* what, Mode mode, const Sender& send) {
+  const Bytes frame =
+      FrameBuilder().ethernet(receiver, bench::station).etherType(0x88b6).padTo(64).bytes();
+  bench::compare(
+      what, "without programs", bench::atLeast(0.9), rounds,
+      [&] {
+        const auto attached = programs.attach(mode);
+        return deliver(send, frame);
+      },
+      [&] { return deliver(send, frame); });
+}
+
+void run() {
+  makeNetwork();
+  const Programs programs;
+  // The bridge learns where the receiver is.
+  bench::Socket("c2")(
+      FrameBuilder().ethernet(bench::station, receiver).etherType(0x88b5).padTo(64).bytes(),
+      bench::batch);
+
+  tunnels(programs);
+  ordinary(programs, "ordinary unicast, generic mode, from a socket", Mode::generic,
+           bench::Socket("c1"));
+  bench::gatherFrames("p1");
+  const bench::Driver driver("c1");
+  ordinary(programs, "ordinary unicast, generic mode, live frames", Mode::generic, driver);
+  ordinary(programs, "ordinary unicast, native mode, live frames", Mode::native, driver);
 }
 
 }  // namespace
 
 int main() {
-  if (!makeNetwork()) {
-    std::puts("skipped: no bridge can be made here");
-    return 0;
-  }
-  std::optional<Programs> programs;
   try {
-    programs.emplace();
-  } catch (const classifier::xdp::PlaneError&) {
-    std::puts("skipped: programs cannot be loaded here");
-    return 0;
+    run();
+  } catch (const std::exception& problem) {
+    std::printf("skipped: %s\n", problem.what());
   }
-  if (!programs->attach()) return 0;
-  const Bytes protocol =
-      FrameBuilder().ethernet(group, sender).etherType(0x9000 + entries - 1).padTo(64).bytes();
-  const Bytes ordinary =
-      FrameBuilder().ethernet(receiver, sender).etherType(0x88b6).padTo(64).bytes();
-  const PacketSocket from("c1");
-  // The bridge learns where the receiver is.
-  PacketSocket("c2").send(
-      FrameBuilder().ethernet(group, receiver).etherType(0x88b5).padTo(64).bytes());
-
-  const auto with = [&](const Bytes& frame) {
-    return [&] {
-      programs->detach();
-      programs->attach();
-      return send(from, frame);
-    };
-  };
-  const auto without = [&](const Bytes& frame) {
-    return [&] {
-      programs->detach();
-      return send(from, frame);
-    };
-  };
-  bench::compare("tunnel to two ports, last of 99 entries", "flooded by the bridge",
-                 bench::atLeast(1.2), rounds, with(protocol), without(protocol));
-  bench::compare("ordinary unicast through the bridge, program on", "without the program",
-                 bench::atLeast(0.9), rounds, with(ordinary), without(ordinary));
 }

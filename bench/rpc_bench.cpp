@@ -12,16 +12,19 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <functional>
 #include <string>
 #include <vector>
 
+#include "bench/client.h"
 #include "bench/ratio.h"
 #include "rpc/l2cp.h"
 
 namespace {
+
+using bench::average;
+using bench::Client;
+using bench::fail;
+using bench::filterOf;
 
 constexpr int rounds = 31;
 constexpr int callsPerRound = 400;
@@ -30,71 +33,29 @@ constexpr timeval callTimeout{.tv_sec = 5, .tv_usec = 0};
 
 std::string profileName = "bench";
 constexpr unsigned int port = 7;
-
-[[noreturn]] void fail(const char* what) {
-  std::fprintf(stderr, "rpc_bench: %s\n", what);
-  std::exit(1);
-}
+constexpr unsigned short vlan = 100;
 
 // The filter of a procedure without argument or result.
 bool_t nothing(XDR* /*xdrs*/, ...) { return TRUE; }
 
-class Client {
- public:
-  explicit Client(const char* transport)
-      : handle_(clnt_create("127.0.0.1", L2CP_PROGRAM, L2CP_VERSION, transport)) {
-    if (handle_ == nullptr) fail(clnt_spcreateerror("no daemon"));
+void callNull(const Client& client) {
+  if (clnt_call(client.get(), NULLPROC, nothing, nullptr, nothing, nullptr, callTimeout) !=
+      RPC_SUCCESS) {
+    fail(clnt_sperror(client.get(), "null"));
   }
-  ~Client() { clnt_destroy(handle_); }
-  Client(const Client&) = delete;
-  Client& operator=(const Client&) = delete;
-
-  CLIENT* get() const { return handle_; }
-
-  // A generated stub's result, whose memory the library allocated.
-  template <class Result>
-  void use(Result* result, xdrproc_t filter) const {
-    if (result == nullptr) fail(clnt_sperror(handle_, "call"));
-    // Not clnt_freeres, which makes two system calls to free what needs none.
-    xdr_free(filter, reinterpret_cast<char*>(result));  // NOLINT: RPC's interface
-  }
-
-  void check(const rpc_l2cp_error* error) const {
-    if (error == nullptr) fail(clnt_sperror(handle_, "call"));
-    if (*error != RPC_L2CP_OK) fail("a request was refused");
-  }
-
-  void null() const {
-    if (clnt_call(handle_, NULLPROC, nothing, nullptr, nothing, nullptr, callTimeout) !=
-        RPC_SUCCESS) {
-      fail(clnt_sperror(handle_, "null"));
-    }
-  }
-
- private:
-  CLIENT* handle_;
-};
-
-bench::Nanoseconds average(int count, const std::function<void()>& call) {
-  const bench::Stopwatch watch;
-  for (int i = 0; i < count; ++i) call();
-  return watch.read() / count;
 }
 
 void compareTransport(const char* transport) {
   const Client client(transport);
-  const auto nullCost = [&] { return average(callsPerRound, [&] { client.null(); }); };
+  const auto nullCost = [&] { return average(callsPerRound, [&] { callNull(client); }); };
   const std::string suffix = std::string(", ") + transport;
   const std::string with = "null procedure" + suffix;
-  const auto filter = [](auto* function) {
-    return reinterpret_cast<xdrproc_t>(function);  // NOLINT: RPC's interface
-  };
 
   bench::compare(
       "proto_get" + suffix, with, bench::atLeast(0.95), rounds,
       [&] {
         return average(callsPerRound, [&] {
-          client.use(rpc_l2cp_proto_get_1(3, client.get()), filter(xdr_rpc_l2cp_proto));
+          client.use(rpc_l2cp_proto_get_1(3, client.get()), filterOf(xdr_rpc_l2cp_proto));
         });
       },
       nullCost);
@@ -102,7 +63,7 @@ void compareTransport(const char* transport) {
       "port_stat" + suffix, with, bench::atLeast(0.95), rounds,
       [&] {
         return average(callsPerRound, [&] {
-          client.use(rpc_l2cp_port_stat_1(port, client.get()), filter(xdr_rpc_l2cp_counters));
+          client.use(rpc_l2cp_port_stat_1(port, client.get()), filterOf(xdr_rpc_l2cp_counters));
         });
       },
       nullCost);
@@ -110,39 +71,26 @@ void compareTransport(const char* transport) {
       "proto_get_all, 14 protocols" + suffix, with, bench::atLeast(0.85), rounds,
       [&] {
         return average(callsPerRound, [&] {
-          client.use(rpc_l2cp_proto_get_all_1(client.get()), filter(xdr_rpc_l2cp_proto_all));
+          client.use(rpc_l2cp_proto_get_all_1(client.get()), filterOf(xdr_rpc_l2cp_proto_all));
         });
       },
       nullCost);
   bench::compare(
       "attach 14 protocols" + suffix, with, bench::atLeast(0.35), rounds,
       [&] {
-        bench::Nanoseconds total = 0;
-        for (int i = 0; i < attachmentsPerRound; ++i) {
-          const bench::Stopwatch watch;
-          client.check(rpc_l2cp_profile_port_attach_1(profileName.data(), port, 100, client.get()));
-          total += watch.read();
-          client.check(rpc_l2cp_profile_port_detach_1(profileName.data(), port, 100, client.get()));
-        }
-        return total / attachmentsPerRound;
+        return average(
+            attachmentsPerRound, [&] { client.attach(profileName.data(), port, vlan); },
+            [&] { client.detach(profileName.data(), port, vlan); });
       },
       nullCost);
 }
 
 void makeProfile() {
   const Client client("tcp");
-  rpc_l2cp_profile profile{};
-  profile.name = profileName.data();
-  client.check(rpc_l2cp_profile_add_1(profile, client.get()));
-  rpc_l2cp_proto_all* all = rpc_l2cp_proto_get_all_1(client.get());
-  if (all == nullptr) fail("no protocols");
-  for (u_int i = 0; i < all->list.list_len; ++i) {
-    client.check(rpc_l2cp_profile_proto_add_1(profileName.data(), all->list.list_val[i].name,
-                                              RPC_L2CP_RULE_DISCARD, client.get()));
-  }
+  client.makeProfile(profileName.data());
   // Makes the port's counters.
-  client.check(rpc_l2cp_profile_port_attach_1(profileName.data(), port, 100, client.get()));
-  client.check(rpc_l2cp_profile_port_detach_1(profileName.data(), port, 100, client.get()));
+  client.attach(profileName.data(), port, vlan);
+  client.detach(profileName.data(), port, vlan);
 }
 
 // ---- A bare UDP echo, the least that a request and its reply can cost ----
@@ -197,7 +145,7 @@ void compareNullWithEcho() {
   std::vector<char> request(40);
   bench::compare(
       "null procedure, udp", "bare echo, udp", bench::atLeast(0.75), rounds,
-      [&] { return average(callsPerRound, [&] { client.null(); }); },
+      [&] { return average(callsPerRound, [&] { callNull(client); }); },
       [&] {
         return average(callsPerRound, [&] {
           char reply[64];
@@ -247,7 +195,7 @@ void carryInMemory(List& list, bool_t (*filter)(XDR*, List*), std::vector<char>&
 template <class List>
 void compareList(const char* what, const Client& client, List* (*getAll)(CLIENT*),
                  bool_t (*filter)(XDR*, List*)) {
-  const auto xdr = reinterpret_cast<xdrproc_t>(filter);  // NOLINT: RPC's interface
+  const xdrproc_t xdr = filterOf(filter);
   std::vector<char> memory(std::size_t{1} << 20);
   const List list = *getAll(client.get());
   const double length = list.list.list_len;
@@ -266,21 +214,18 @@ void compareLists() {
   fillLists(client);
   compareList("proto_get_all", client, rpc_l2cp_proto_get_all_1, xdr_rpc_l2cp_proto_all);
   compareList("profile_get_all", client, rpc_l2cp_profile_get_all_1, xdr_rpc_l2cp_profile_all);
-  const auto filter = [](auto* function) {
-    return reinterpret_cast<xdrproc_t>(function);  // NOLINT: RPC's interface
-  };
   bench::compare(
       "500 profiles by position", "one profile_get_all", bench::noGoal(), listRounds,
       [&] {
         const bench::Stopwatch watch;
         for (u_int i = 0; i < listLength; ++i) {
-          client.use(rpc_l2cp_profile_get_1(i, client.get()), filter(xdr_rpc_l2cp_profile));
+          client.use(rpc_l2cp_profile_get_1(i, client.get()), filterOf(xdr_rpc_l2cp_profile));
         }
         return watch.read();
       },
       [&] {
         return average(5, [&] {
-          client.use(rpc_l2cp_profile_get_all_1(client.get()), filter(xdr_rpc_l2cp_profile_all));
+          client.use(rpc_l2cp_profile_get_all_1(client.get()), filterOf(xdr_rpc_l2cp_profile_all));
         });
       });
 }

@@ -4,43 +4,24 @@
 #include <bpf/bpf.h>
 #include <linux/bpf.h>
 
-#include <algorithm>
-#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
 #include <string>
-#include <vector>
 
 #include "bench/ratio.h"
-#include "classifier/table.h"
-#include "classifier/xdp/plane.h"
-#include "platform/acl_ioctl.h"
-#include "tests/classifier/requests.h"
+#include "bench/switch.h"
 #include "tests/support/frame_builder.h"
 
 namespace {
 
-using classifier::Table;
-using classifier::xdp::Plane;
 using support::Bytes;
 using support::FrameBuilder;
-using support::Mac;
 
 constexpr int rounds = 31;
 constexpr std::uint32_t framesPerRound = 200'000;
 constexpr std::uint32_t loopback = 1;
-constexpr std::uint32_t port = 1;
-constexpr Mac station = {0x02, 0, 0, 0, 0, 1};
-
-Mac group(int number) {
-  return {0x01,
-          0x80,
-          0xc2,
-          0,
-          static_cast<std::uint8_t>(number >> 8),
-          static_cast<std::uint8_t>(number)};
-}
+constexpr std::uint16_t vlan = 100;
 
 // Differences of nanoseconds drown in what others do on the processor meanwhile.
 bench::Nanoseconds processorTime() {
@@ -65,70 +46,16 @@ bench::Nanoseconds run(int program, const Bytes& frame) {
   return (processorTime() - begin) / framesPerRound;
 }
 
-int dropProgram() {
-  const std::array<bpf_insn, 2> drop = {
-      bpf_insn{.code = BPF_ALU64 | BPF_MOV | BPF_K, .dst_reg = 0, .src_reg = 0, .off = 0, .imm = 1},
-      bpf_insn{.code = BPF_JMP | BPF_EXIT, .dst_reg = 0, .src_reg = 0, .off = 0, .imm = 0}};
-  return bpf_prog_load(BPF_PROG_TYPE_XDP, "drop", "BSD", drop.data(), drop.size(), nullptr);
-}
-
-// A port whose entries are for group addresses, each with its own EtherType and four counters.
-class Switch {
- public:
-  Switch() {
-    plane.addPort(port, {});
-    plane.setInterface(port, loopback);
-    table.setDataPlane(&plane);
-    for (int i = 0; i < 4; ++i) request.addCounter("c" + std::to_string(i));
-  }
-
-  void addEntries(const char* text, int count) {
-    for (int i = 0; i < count; ++i) addEntry(text, i);
-  }
-
-  void addEntry(const char* text, int i) {
-    const std::string name = std::string(text) + ":" + std::to_string(i);
-    request.addSelector(name);
-    request.addVlan(name, 100, 100);
-    request.addDestination(name, group(i));
-    request.addEtherType(name, 0x88cc);
-    request.addActionList(name);
-    for (unsigned c = 0; c < 4; ++c) request.addCounterChange(name, c, "c" + std::to_string(c));
-    request.addAction(name, 9, ACL_ACTION_DROP);
-    if (request.addEntry(text, 1, static_cast<std::uint32_t>(200 + i), name, name) != 0) {
-      std::fputs("an entry is refused\n", stderr);
-    }
-  }
-  void deleteEntry(const char* text, int i) {
-    const std::string name = std::string(text) + ":" + std::to_string(i);
-    request.deleteEntry(text, 1, static_cast<std::uint32_t>(200 + i));
-    request.deleteSelector(name);
-    request.deleteActionList(name);
-  }
-
-  Plane plane;
-  Table table;
-  Requests request{table};
-};
-
 Bytes ordinary() {
   return FrameBuilder()
-      .ethernet(station, station)
-      .tag(0x8100, 100)
+      .ethernet(bench::station, bench::station)
+      .tag(0x8100, vlan)
       .etherType(0x0800)
       .padTo(64)
       .bytes();
 }
-Bytes control(int number) {
-  return FrameBuilder()
-      .ethernet(group(number), station)
-      .tag(0x8100, 100)
-      .etherType(0x88cc)
-      .padTo(64)
-      .bytes();
-}
 
-void frames(Switch& device, int drop) {
+void frames(bench::Switch& device, int drop) {
   const int program = device.plane.programs().classify;
   const auto baseline = [&] { return run(drop, ordinary()); };
   bench::surplus(
@@ -136,16 +63,27 @@ void frames(Switch& device, int drop) {
       [&] { return run(program, ordinary()); }, baseline);
   bench::surplus(
       "first of 99 entries, four counters", "a program that drops", 0, rounds,
-      [&] { return run(program, control(0)); }, baseline);
+      [&] { return run(program, bench::controlFrame(0, vlan)); }, baseline);
   bench::surplus(
       "last of 99 entries, four counters", "a program that drops", 75, rounds,
-      [&] { return run(program, control(98)); }, baseline);
+      [&] { return run(program, bench::controlFrame(bench::entries - 1, vlan)); }, baseline);
+  bench::Switch disorderly(vlan);
+  disorderly.addPort(1);
+  disorderly.plane.setInterface(1, loopback);
+  disorderly.addEntriesInDisorder("1");
+  bench::surplus(
+      "last of 99 entries in disorder", "a program that drops", 75, rounds,
+      [&] {
+        return run(disorderly.plane.programs().classify,
+                   bench::controlFrame(bench::disordered(bench::entries - 1), vlan));
+      },
+      baseline);
 }
 
 // As many as a profile with all built-in protocols has.
 constexpr int protocols = 14;
 
-bench::Nanoseconds attach(Switch& device) {
+bench::Nanoseconds attach(bench::Switch& device) {
   const bench::Stopwatch watch;
   device.addEntries("2", protocols);
   const bench::Nanoseconds cost = watch.read();
@@ -153,26 +91,26 @@ bench::Nanoseconds attach(Switch& device) {
   return cost;
 }
 
-bench::Nanoseconds readCounters(Switch& device) {
+bench::Nanoseconds readCounters(bench::Switch& device) {
   constexpr int reads = 1000;
   const bench::Stopwatch watch;
   for (int i = 0; i < reads; ++i) device.request.counter("c" + std::to_string(i % 4));
   return watch.read() / reads;
 }
 
-void requests(Switch& few) {
-  Switch many;
-  constexpr int ports = 250;
+void requests(bench::Switch& few) {
+  bench::Switch many(vlan);
+  constexpr int ports = 506;
   for (int i = 0; i < ports; ++i) {
-    many.plane.addPort(static_cast<std::uint32_t>(1000 + i), {});
-    many.addEntries(std::to_string(1000 + i).c_str(), 99);
+    many.addPort(static_cast<std::uint32_t>(1000 + i));
+    many.addEntries(std::to_string(1000 + i).c_str(), bench::entries);
   }
-  for (Switch* device : {&few, &many}) device->plane.addPort(2, {});
+  for (bench::Switch* device : {&few, &many}) device->addPort(2);
   bench::compare(
-      "attach 14 protocols, 24,750 entries elsewhere", "the same, 99 entries elsewhere",
+      "attach 14 protocols, 50,000 entries elsewhere", "the same, 99 entries elsewhere",
       bench::atMost(1.1), rounds, [&] { return attach(many); }, [&] { return attach(few); });
   bench::compare(
-      "read a counter, 24,750 entries elsewhere", "the same, 99 entries elsewhere",
+      "read a counter, 50,000 entries elsewhere", "the same, 99 entries elsewhere",
       bench::atMost(1.1), rounds, [&] { return readCounters(many); },
       [&] { return readCounters(few); });
 }
@@ -180,13 +118,15 @@ void requests(Switch& few) {
 }  // namespace
 
 int main() {
-  const int drop = dropProgram();
+  const int drop = bench::dropProgram();
   if (drop < 0) {
     std::puts("skipped: programs cannot be loaded here");
     return 0;
   }
-  Switch device;
-  device.addEntries("1", 99);
+  bench::Switch device(vlan);
+  device.addPort(1);
+  device.plane.setInterface(1, loopback);
+  device.addEntries("1", bench::entries);
   frames(device, drop);
   requests(device);
 }

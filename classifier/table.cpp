@@ -52,6 +52,9 @@ struct Table::Entry {
   std::uint64_t place;
   boost::intrusive_ptr<Selector> selector;
   boost::intrusive_ptr<ActionList> actionList;
+  /// Made when it is first asked for, of the objects as they were at that revision.
+  mutable std::shared_ptr<const Rule> rule = {};
+  mutable std::uint64_t ruleRevision = 0;
 
   static std::uint64_t placeOf(std::uint32_t kind, std::uint32_t index) {
     return std::uint64_t{kind} << 32 | index;
@@ -399,12 +402,19 @@ std::shared_ptr<const Rule> Table::ruleOf(const Entry& entry) {
                                            .counterChanges = std::move(counterChanges)});
 }
 
-Rules Table::rulesOf(const Port& port) {
+Rules Table::rulesOf(const Port& port) const {
   Rules rules;
   rules.reserve(port.entries.size());
-  for (const Entry& entry : port.entries) rules.push_back(ruleOf(entry));
+  for (const Entry& entry : port.entries) {
+    if (!entry.rule || entry.ruleRevision != objectsRevision_) {
+      entry.rule = ruleOf(entry);
+      entry.ruleRevision = objectsRevision_;
+    }
+    rules.push_back(entry.rule);
+  }
   // The entries come by ascending kind, which is to decide between equal indices.
-  std::ranges::stable_sort(rules, {}, [](const auto& rule) { return rule->index; });
+  const auto index = [](const auto& rule) { return rule->index; };
+  if (!std::ranges::is_sorted(rules, {}, index)) std::ranges::stable_sort(rules, {}, index);
   return rules;
 }
 
@@ -457,6 +467,7 @@ int Table::changeUsed(boost::intrusive_ptr<Object> Entry::*part, const Object& o
     const int error = follow(number, ports_.at(number));
     if (error == 0) continue;
     undo();
+    ++objectsRevision_;
     while (i-- > 0) plane_->replace(before[i].first, before[i].second);
     return error;
   }

@@ -129,7 +129,7 @@ class Table {
                  Undo undo);
 
   static std::shared_ptr<const Rule> ruleOf(const Entry& entry);
-  static Rules rulesOf(const Port& port);
+  Rules rulesOf(const Port& port) const;
 
   mutable BriefLock lock_;
   Registry<Selector> selectors_;

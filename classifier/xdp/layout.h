@@ -10,9 +10,11 @@ extern "C" {
 #endif
 
 enum {
-  L2CP_PORTS = 256,
+  L2CP_PORTS = 512,
   /// Packed entries of a port.
   L2CP_ENTRIES = 100,
+  /// Entries in a row that are looked at together: a divisor of their number.
+  L2CP_BLOCK = 10,
   /// Counter changes of an entry.
   L2CP_CHANGES = 16,
   /// As many as most entries have: they take the short way.
@@ -76,10 +78,11 @@ struct l2cp_match {
   __u64 value[2];
 };
 
+/// Aligned so that it is read in one piece.
 struct l2cp_change {
   __u32 counter;
   __s32 increment;
-};
+} __attribute__((aligned(8)));
 
 /// Changes that are not there are zero. Counter 0 is nobody's, so that they do no harm.
 struct l2cp_outcome {
@@ -94,6 +97,9 @@ struct l2cp_table {
   /// What all entries have in common that a frame to an individual address (0) or to a group (1)
   /// can fit. A frame that does not fit this fits none of them.
   struct l2cp_match any[2];
+  /// What the entries of each block have in common. A frame that does not fit this fits none of
+  /// them.
+  struct l2cp_match block[L2CP_ENTRIES / L2CP_BLOCK];
   struct l2cp_match match[L2CP_ENTRIES + 1];
   struct l2cp_outcome outcome[L2CP_ENTRIES + 1];
 };

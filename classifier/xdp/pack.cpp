@@ -4,6 +4,8 @@
 #include <bit>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
+#include <memory>
 #include <span>
 
 namespace classifier::xdp {
@@ -109,52 +111,84 @@ bool packOutcome(const Rule& rule, l2cp_outcome& outcome, const PlaceOf& placeOf
   return true;
 }
 
+/// Takes out of `any` what the match has otherwise.
+void keepCommon(l2cp_match& any, const l2cp_match& match) {
+  for (std::size_t word = 0; word < 2; ++word) {
+    any.mask[word] &= match.mask[word] & ~(any.value[word] ^ match.value[word]);
+    any.value[word] &= any.mask[word];
+  }
+}
+
 /// What the matches have in common that frames can fit whose group bit is `groupBit`.
 l2cp_match common(std::span<const l2cp_match> matches, std::uint64_t groupBit) {
-  const l2cp_match group{.mask = {l2cpGroupBit(), 0}, .value = {groupBit, 0}};
   l2cp_match any = {.mask = {l2cpGroupBit(), 0}, .value = {groupBit ^ l2cpGroupBit(), 0}};
   bool isFirst = true;
   for (const l2cp_match& match : matches) {
-    if (((match.value[0] ^ group.value[0]) & match.mask[0] & group.mask[0]) != 0) continue;
+    if (((match.value[0] ^ groupBit) & match.mask[0] & l2cpGroupBit()) != 0) continue;
     if (isFirst) any = match;
     isFirst = false;
-    for (std::size_t word = 0; word < 2; ++word) {
-      any.mask[word] &= match.mask[word] & ~(any.value[word] ^ match.value[word]);
-      any.value[word] &= any.mask[word];
-    }
+    keepCommon(any, match);
   }
   return any;
+}
+
+/// The blocks of as many entries and the one behind the last.
+void packBlocks(l2cp_table& table, std::uint32_t count) {
+  for (std::uint32_t first = 0; first <= count && first < L2CP_ENTRIES; first += L2CP_BLOCK) {
+    l2cp_match& block = table.block[first / L2CP_BLOCK];
+    block = table.match[first];
+    const std::uint32_t end = std::min<std::uint32_t>(first + L2CP_BLOCK, count + 1);
+    for (std::uint32_t i = first + 1; i < end; ++i) keepCommon(block, table.match[i]);
+  }
+}
+
+/// Writes the entries of a rule behind those that the table has. 0 or as `pack`.
+int packRule(const Rule& rule, PackedTable& packed, const PlaceOf& placeOf) {
+  std::uint32_t& count = packed.count;
+  l2cp_table& table = packed.table;
+  Pattern pattern;
+  for (const Condition& condition : rule.conditions) {
+    if (!std::visit([&](const auto& c) { return pattern.add(c); }, condition)) return -EINVAL;
+  }
+  bool hasRoom = true;
+  const std::uint32_t first = count;
+  pattern.forEachMatch([&](const l2cp_match& match) {
+    hasRoom = hasRoom && count < L2CP_ENTRIES;
+    if (hasRoom) table.match[count++] = match;
+  });
+  if (!hasRoom) return -ENOSPC;
+  if (first == count) return 0;
+  if (!packOutcome(rule, table.outcome[first], placeOf)) return -ENOSPC;
+  std::fill(table.outcome + first + 1, table.outcome + count, table.outcome[first]);
+  return 0;
+}
+
+bool isSame(const PackedTable::Packed& packed, const std::shared_ptr<const Rule>& rule) {
+  return !packed.rule.owner_before(rule) && !rule.owner_before(packed.rule);
 }
 
 }  // namespace
 
 int pack(const Rules& rules, PackedTable& packed, const PlaceOf& placeOf) {
-  std::uint32_t& count = packed.count;
-  l2cp_table& table = packed.table;
   const auto last = std::find_if_not(rules.rbegin(), rules.rend(),
                                      [](const auto& rule) { return doesNothing(*rule); });
-  count = 0;
-  for (const auto& rule : std::span(rules.begin(), last.base())) {
-    Pattern pattern;
-    for (const Condition& condition : rule->conditions) {
-      if (!std::visit([&](const auto& c) { return pattern.add(c); }, condition)) return -EINVAL;
-    }
-    bool hasRoom = true;
-    const std::uint32_t first = count;
-    pattern.forEachMatch([&](const l2cp_match& match) {
-      hasRoom = hasRoom && count < L2CP_ENTRIES;
-      if (hasRoom) table.match[count++] = match;
-    });
-    if (!hasRoom) return -ENOSPC;
-    if (first == count) continue;
-    if (!packOutcome(*rule, table.outcome[first], placeOf)) return -ENOSPC;
-    std::fill(table.outcome + first + 1, table.outcome + count, table.outcome[first]);
+  const std::span wanted(rules.begin(), last.base());
+  const auto [stale, fresh] = std::ranges::mismatch(packed.rules, wanted, isSame);
+  packed.count = stale == packed.rules.begin() ? 0 : std::prev(stale)->end;
+  packed.rules.erase(stale, packed.rules.end());
+  for (const auto& rule : std::span(fresh, wanted.end())) {
+    if (const int error = packRule(*rule, packed, placeOf); error != 0) return error;
+    packed.rules.push_back({rule, packed.count});
   }
+
+  l2cp_table& table = packed.table;
+  const std::uint32_t count = packed.count;
   const std::span matches(table.match, count);
   table.any[0] = common(matches, 0);
   table.any[1] = common(matches, l2cpGroupBit());
   table.match[count] = {};
   table.outcome[count] = {};
+  packBlocks(table, count);
   return 0;
 }
 

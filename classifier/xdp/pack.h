@@ -4,7 +4,9 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
+#include <vector>
 
 #include "classifier/rule.h"
 #include "classifier/xdp/layout.h"
@@ -19,6 +21,14 @@ using PlaceOf = std::function<std::optional<std::uint32_t>(Counter&)>;
 struct PackedTable {
   std::uint32_t count = 0;
   l2cp_table table = {};
+
+  /// A rule that is in the table, and the place behind its entries.
+  struct Packed {
+    std::weak_ptr<const Rule> rule;
+    std::uint32_t end;
+  };
+  /// Rules mostly come and go one by one: those that come first as they did the last time stay.
+  std::vector<Packed> rules = {};
 };
 
 /// Writes the rules into the table. Every condition is expressed in bits of the key, so that an

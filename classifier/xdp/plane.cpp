@@ -111,6 +111,7 @@ struct Plane::Maps {
     std::atomic_thread_fence(std::memory_order_seq_cst);
     l2cp_table& table = port.tables[next % 2];
     std::ranges::copy(packed.table.any, table.any);
+    std::ranges::copy(packed.table.block, table.block);
     std::copy_n(packed.table.match, packed.count + 1, table.match);
     std::copy_n(packed.table.outcome, packed.count + 1, table.outcome);
     generation.store(next, std::memory_order_release);

@@ -175,11 +175,15 @@ static __always_inline bool settle(const struct l2cp_port* port, __u32 generatio
 /// The position of the first entry that fits.
 __noinline __u32 walk(const struct l2cp_table* table, __u64 first, __u64 second) {
   if (!table) return L2CP_ENTRIES;
-  const struct l2cp_match* const match = table->match;
   const struct key key = {.first = first, .second = second};
-#pragma clang loop unroll_count(20)
-  for (__u32 position = 0; position < L2CP_ENTRIES; ++position) {
-    if (fits(&match[position], &key)) return position;
+#pragma clang loop unroll(disable)
+  for (__u32 block = 0; block < L2CP_ENTRIES / L2CP_BLOCK; ++block) {
+    if (!fits(&table->block[block], &key)) continue;
+    const struct l2cp_match* const match = &table->match[block * L2CP_BLOCK];
+#pragma unroll
+    for (__u32 i = 0; i < L2CP_BLOCK; ++i) {
+      if (fits(&match[i], &key)) return block * L2CP_BLOCK + i;
+    }
   }
   return L2CP_ENTRIES;
 }

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <set>
@@ -216,6 +217,72 @@ TEST_F(Pack, AnEmptyTableHasNothingThatFramesFit) {
   ASSERT_EQ(packed(), 0);
   EXPECT_FALSE(fits(result.any[0], destination(station)));
   EXPECT_FALSE(fits(result.any[1], destination(lldp)));
+}
+
+TEST_F(Pack, MakesTheSameOfRulesWhateverItMadeBefore) {
+  const auto expectAsAnew = [&] {
+    ASSERT_EQ(packed(), 0);
+    classifier::xdp::PackedTable anew;
+    ASSERT_EQ(pack(table.rules(1), anew, [](Counter&) { return std::optional(5U); }), 0);
+    ASSERT_EQ(count, anew.count);
+    for (std::uint32_t i = 0; i <= count; ++i) {
+      EXPECT_EQ(std::memcmp(&result.match[i], &anew.table.match[i], sizeof(l2cp_match)), 0) << i;
+      EXPECT_EQ(result.outcome[i].fate, anew.table.outcome[i].fate) << i;
+    }
+  };
+  for (std::uint32_t i = 0; i < 6; ++i) {
+    const std::string name = add(i % 2 == 0 ? ACL_ACTION_DROP : ACL_ACTION_NO_L2CP);
+    ASSERT_EQ(request.addVlan(name, static_cast<std::uint16_t>(10 * i),
+                              static_cast<std::uint16_t>(10 * i + 6)),
+              0);
+    expectAsAnew();
+  }
+  ASSERT_EQ(request.deleteEntry("1", 0, 2), 0);
+  expectAsAnew();
+  ASSERT_EQ(request.addEtherType("3", 0x8809), 0);
+  expectAsAnew();
+  ASSERT_EQ(request.addPayload("4", 1, 0xff, 1), 0);
+  ASSERT_EQ(packed(), -EINVAL);
+  ASSERT_EQ(request.deleteEntry("1", 0, 4), 0);
+  expectAsAnew();
+  ASSERT_EQ(request.deleteEntry("1", 0, 0), 0);
+  expectAsAnew();
+}
+
+TEST_F(Pack, WhatFitsAnEntryFitsItsBlock) {
+  for (const std::uint32_t entries : {0U, 9U, 10U, 21U, 100U}) {
+    SCOPED_TRACE(entries);
+    for (std::uint32_t i = count; i < entries; ++i) {
+      const std::string name = add();
+      const auto low = static_cast<std::uint8_t>(i);
+      const Mac mask = i % 4 == 3 ? Mac{} : Mac{0xff, 0xff, 0xff, 0xff, 0xff, 0xff};
+      ASSERT_EQ(request.addDestination(name, {1, 0x80, 0xc2, 0, 0, low}, mask), 0);
+      ASSERT_EQ(request.addVlan(name, static_cast<std::uint16_t>(100 + i / 14),
+                                static_cast<std::uint16_t>(100 + i / 14)),
+                0);
+    }
+    ASSERT_EQ(packed(), 0);
+    ASSERT_EQ(count, entries);
+    for (std::uint32_t i = 0; i <= entries && i < L2CP_ENTRIES; ++i) {
+      const l2cp_match& block = result.block[i / L2CP_BLOCK];
+      for (int word = 0; word < 2; ++word) {
+        EXPECT_EQ(block.mask[word] & ~result.match[i].mask[word], 0U) << i;
+        EXPECT_EQ(block.value[word], result.match[i].value[word] & block.mask[word]) << i;
+      }
+    }
+  }
+}
+
+TEST_F(Pack, ABlockHasTheVlanOfItsEntries) {
+  for (std::uint32_t i = 0; i < L2CP_BLOCK; ++i) {
+    const std::string name = add();
+    ASSERT_EQ(request.addVlan(name, 7, 7), 0);
+    ASSERT_EQ(request.addEtherType(name, static_cast<std::uint16_t>(0x8000 + i)), 0);
+  }
+  ASSERT_EQ(packed(), 0);
+  const std::uint64_t has = L2CP_HAS_VLAN | L2CP_HAS_TYPE;
+  EXPECT_EQ(result.block[0].mask[1], has | 0xffff);
+  EXPECT_EQ(result.block[0].value[1], has | 7);
 }
 
 // Counters

@@ -491,12 +491,12 @@ std::string manyPorts(int count) {
 }
 
 TEST(ConfigFile, WithMorePortsThanTheKernelHoldsIsRefusedWhereTheClassifierIsThere) {
-  EXPECT_EQ(accepted(manyPorts(257)).ports.size(), 257U);
-  const std::string most = "classifier = \"xdp\"\n" + manyPorts(256);
-  EXPECT_EQ(accepted(most).ports.size(), 256U);
-  EXPECT_EQ(accepted(most + "[[port]]\nnumber = 257\nname = \"a\"\n").ports.size(), 257U);
-  EXPECT_EQ(refusal("classifier = \"xdp\"\n" + manyPorts(257)),
-            "FILE:772: the classifier \"xdp\" holds 256 ports with an interface");
+  EXPECT_EQ(accepted(manyPorts(513)).ports.size(), 513U);
+  const std::string most = "classifier = \"xdp\"\n" + manyPorts(512);
+  EXPECT_EQ(accepted(most).ports.size(), 512U);
+  EXPECT_EQ(accepted(most + "[[port]]\nnumber = 513\nname = \"a\"\n").ports.size(), 513U);
+  EXPECT_EQ(refusal("classifier = \"xdp\"\n" + manyPorts(513)),
+            "FILE:1540: the classifier \"xdp\" holds 512 ports with an interface");
 }
 
 TEST(ConfigFile, ThatIsNoTomlIsRefusedWithItsPlace) {

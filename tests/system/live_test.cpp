@@ -520,28 +520,28 @@ TEST_F(Live, GenericModeIsUsedWhereTheDriverRefusesTheProgram) {
 
 TEST_F(Live, APortTooManyIsLeftOutWithItsReasonAndTriedAgainOnEachReload) {
   std::string most;
-  for (int i = 1; i <= 256; ++i) {
+  for (int i = 1; i <= 512; ++i) {
     const std::string number = std::to_string(i);
     most += "[[port]]\nnumber = " + number + "\ninterface = \"p" + number + "\"\n";
   }
-  const std::string oneMore = most + "[[port]]\nnumber = 257\ninterface = \"p257\"\n";
+  const std::string oneMore = most + "[[port]]\nnumber = 513\ninterface = \"p513\"\n";
   const std::string xdp = "classifier = \"xdp\"\n";
-  const std::string problem = "the classifier \"xdp\" holds 256 ports with an interface";
+  const std::string problem = "the classifier \"xdp\" holds 512 ports with an interface";
   if (!start(xdp + most)) return;
   const client::Control control("udp");
   World::file("l2cpd.toml", xdp + oneMore);
-  EXPECT_THAT(control.reload(), HasSubstr("/run/l2cpd.toml:772: " + problem));
-  EXPECT_EQ(state(257), "no such port");
+  EXPECT_THAT(control.reload(), HasSubstr("/run/l2cpd.toml:1540: " + problem));
+  EXPECT_EQ(state(513), "no such port");
   // A file that names another classifier has no such limit; the daemon keeps the one that it has.
   World::file("l2cpd.toml", oneMore);
   for (int i = 0; i < 2; ++i) {
-    EXPECT_THAT(control.reload(), HasSubstr("port 257: " + problem + "\n"));
-    EXPECT_EQ(state(257), problem);
-    EXPECT_EQ(state(256), "there is no such interface");
+    EXPECT_THAT(control.reload(), HasSubstr("port 513: " + problem + "\n"));
+    EXPECT_EQ(state(513), problem);
+    EXPECT_EQ(state(512), "there is no such interface");
   }
   World::file("l2cpd.toml", xdp + most);
   EXPECT_EQ(control.reload(), "");
-  EXPECT_EQ(state(257), "no such port");
+  EXPECT_EQ(state(513), "no such port");
 }
 
 TEST_F(Live, WithoutTheRightToLoadProgramsTheDaemonSaysWhatItNeeds) {
