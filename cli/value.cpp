@@ -162,7 +162,6 @@ std::uint8_t parseSubType(std::string_view text) {
 }
 
 std::string parseName(std::string_view text, std::string_view what, std::size_t longest) {
-  if (text.empty()) throw UsageError(fmt::format("{} is empty", what));
   if (text.size() > longest) {
     throw UsageError(fmt::format("{} {} is {} bytes long; {} is the most there can be", what,
                                  quotedText(text), text.size(), longest));
@@ -172,19 +171,13 @@ std::string parseName(std::string_view text, std::string_view what, std::size_t 
 
 std::string parseNewName(std::string_view text, std::string_view what, std::size_t longest) {
   std::string name = parseName(text, what, longest);
-  for (std::string_view rest = text; !rest.empty();) {
-    const auto [value, size] = firstCodePoint(rest);
-    if (size != 0 && isControl(value)) {
-      throw UsageError(fmt::format("{} {} has a control character", what, quotedText(text)));
-    }
-    rest.remove_prefix(std::max<std::size_t>(size, 1));
-  }
-  if (!script::isWritable(name)) {
-    throw UsageError(
-        fmt::format("{} {} has a quotation mark in front of a blank, and could not be saved", what,
-                    quotedText(name)));
-  }
-  return name;
+  if (name.empty()) throw UsageError(fmt::format("{} is empty", what));
+  if (script::isWritable(name)) return name;
+  // Quotation marks alone are in the way only in front of a blank.
+  std::erase(name, '"');
+  throw UsageError(fmt::format(
+      "{} {} has a {}, and could not be saved", what, quotedText(text),
+      script::isWritable(name) ? "quotation mark in front of a blank" : "control character"));
 }
 
 std::string safeText(std::string_view text) { return escaped(text, ""); }

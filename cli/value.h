@@ -45,11 +45,11 @@ Mac parseMac(std::string_view text);
 std::uint16_t parseEtherType(std::string_view text);
 std::uint8_t parseSubType(std::string_view text);
 
-/// A name of 1 to `longest` bytes. Scripts and other clients give some that this one would not.
+/// A name of something that is there: up to `longest` bytes, whichever they are. Scripts and other
+/// clients give names that this one would not give.
 std::string parseName(std::string_view text, std::string_view what,
                       std::size_t longest = longestName);
-/// The same for a name that is to be given: without control characters, and not one that no script
-/// can write, since that would not be saved.
+/// A name that is to be given: not empty, and one that scripts can write, or it would not be saved.
 std::string parseNewName(std::string_view text, std::string_view what,
                          std::size_t longest = longestName);
 

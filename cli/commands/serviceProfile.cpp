@@ -74,7 +74,8 @@ void set(Context& context) {
   Words& words = context.words;
   std::string name = serviceProfileName(words);
   const std::string_view which = words.choose({"vlan-profile", "l2cp-profile"});
-  std::string profile = parseName(words.take("PROFILE"), "the profile");
+  // An empty one would stand for none.
+  std::string profile = parseNewName(words.take("PROFILE"), "the profile");
   words.end();
   setProfile(context, name, which, profile);
 }

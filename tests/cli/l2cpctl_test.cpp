@@ -20,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "cli/carry.h"
 #include "cli/client.h"
 #include "cli/program.h"
 #include "cli/refusal.h"
@@ -295,21 +296,6 @@ TEST_F(Profiles, AreFoundByTheirPosition) {
             "count from 0\n");
 }
 
-TEST_F(Profiles, OfNamesThatOnlyOthersGiveCanBeChanged) {
-  for (const std::string name : {"a\tb", "\x1b[2J", "c\xc2\x9b"}) {
-    Client client({});
-    std::string given = name;
-    rpc_l2cp_profile profile{};
-    profile.name = wireText(given);
-    accept(client.module<rpc_l2cp_profile_add_1>(profile));
-    does({{"profile", "rule", "add", name, "LLDP", "peer"},
-          {"attach", name, "port", "3"},
-          {"detach", name, "port", "3"},
-          {"profile", "rename", name, "ordinary"},
-          {"profile", "delete", "ordinary"}});
-  }
-}
-
 TEST_F(Profiles, RulesAreShownOneByOne) {
   does({{"profile", "add", "p"},
         {"profile", "rule", "add", "p", "LLDP", "discard"},
@@ -413,6 +399,40 @@ TEST_F(Profiles, AreNotReplacedByThemselvesOrByOthersThatAreNoCopies) {
                        "nothing was done\n");
   }
   EXPECT_EQ(shown({"profile", "list"}), before);
+}
+
+// Scripts and other clients give names that commands would not give.
+TEST_F(Profiles, AreTakenByTheNamesThatTheyHave) {
+  Client client({});
+  for (const std::string name : {"", "a\tb", "\xc2\x9b", "a\" b", "\x1b[2J"}) {
+    SCOPED_TRACE(name);
+    for (const script::Command& command : std::initializer_list<script::Command>{
+             script::Protocol{name}, script::L2cpProfile{name},
+             script::Entry{name, name, script::Rule::peer}, script::Attach{name, 1}}) {
+      carry(command, client);
+    }
+    EXPECT_THAT(shown({"-o", "profile", "show", name}), HasSubstr(" attachments=1\n"));
+    EXPECT_THAT(shown({"-o", "protocol", "show", name}), HasSubstr(" rules=1\n"));
+    EXPECT_THAT(shown({"-o", "profile", "rule", "show", name, name}), HasSubstr(" rule=peer\n"));
+    does({{"detach", name, "port", "1"},
+          {"profile", "rule", "set", name, name, "tunnel"},
+          {"profile", "rule", "delete", name, name},
+          {"profile", "rename", name, "p"},
+          {"profile", "delete", "p"},
+          {"protocol", "delete", name}});
+  }
+  EXPECT_EQ(shown({"-o", "profile", "list"}), "");
+}
+
+TEST_F(Profiles, AreGivenNamesThatScriptsCanSay) {
+  for (const std::string name : {"a\tb", "\xc2\x9b"}) {
+    does({{"profile", "add", name}, {"profile", "rule", "add", name, "LLDP", "peer"}});
+  }
+  const std::string script = outcome({"running-config", "show"}, {.answers = Sink::file}).out;
+  does({{"running-config", "defaults"}, {"load", support::World::file("names.l2cp", script)}});
+  EXPECT_EQ(shown({"-j", "profile", "rule", "list", "a\tb"}),
+            R"([{"protocol":"LLDP","rule":"peer"}])"
+            "\n");
 }
 
 TEST_F(Profiles, RulesAreChangedDeletedAndCleared) {

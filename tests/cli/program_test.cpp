@@ -100,9 +100,10 @@ INSTANTIATE_TEST_SUITE_P(Options, WrongCommandLine, testing::ValuesIn(wrongOptio
 const Wrong wrongProtocols[] = {
     {{"protocol", "list", "x"}, "protocol list: \"x\" is one word too many" SEE("protocol list ")},
     {{"protocol", "show"}, "protocol show: NAME is missing" SEE("protocol show ")},
-    {{"protocol", "show", ""}, "protocol show: the name is empty" SEE("protocol show ")},
-    {{"protocol", "rename", "x", "a\tb"},
-     "protocol rename: the new name \"a\\x09b\" has a control character" SEE("protocol rename ")},
+    {{"protocol", "add", "", "mac", "any"}, "protocol add: the name is empty" SEE("protocol add ")},
+    {{"protocol", "add", "a\x1b", "mac", "any"},
+     "protocol add: the name \"a\\x1b\" has a control character, and could not be saved" SEE(
+         "protocol add ")},
     {{"protocol", "add", "x"}, "protocol add: \"mac\" is missing" SEE("protocol add ")},
     {{"protocol", "add", "x", "mac"}, "protocol add: MAC is missing" SEE("protocol add ")},
     {{"protocol", "add", "x", "mac", "any", "mac", "any"},
