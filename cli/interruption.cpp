@@ -12,7 +12,11 @@ namespace {
 volatile std::sig_atomic_t arrived = 0;
 volatile std::sig_atomic_t stopRequested = 0;
 
-void remember(int /*signal*/) { arrived = 1; }
+void remember(int signal) { arrived = signal; }
+
+auto handlerOf(const struct sigaction& action) {
+  return action.sa_handler;  // NOLINT(cppcoreguidelines-pro-type-union-access): its interface
+}
 
 // Asks for nothing: errors are told of in any case.
 pollfd standardOutput() { return {.fd = STDOUT_FILENO, .events = 0, .revents = 0}; }
@@ -26,35 +30,42 @@ bool isClosed(const pollfd& output) {
 // The signals are blocked but for the waiting itself, so that none slips in before it.
 Interruption::Interruption() {
   arrived = 0;
-  sigset_t both;
-  sigemptyset(&both);
-  sigaddset(&both, SIGINT);
-  sigaddset(&both, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &both, &oldMask_);
-  struct sigaction action {};
-  action.sa_handler = remember;  // NOLINT(cppcoreguidelines-pro-type-union-access): its interface
-  sigaction(SIGINT, &action, &oldInterrupt_);
-  sigaction(SIGTERM, &action, &oldTerminate_);
+  struct sigaction note {};
+  note.sa_handler = remember;  // NOLINT(cppcoreguidelines-pro-type-union-access): its interface
+  sigemptyset(&taken_);
+  for (std::size_t i = 0; i < numbers.size(); ++i) {
+    sigaction(numbers[i], nullptr, &before_[i]);
+    if (handlerOf(before_[i]) != SIG_IGN) sigaddset(&taken_, numbers[i]);
+  }
+  pthread_sigmask(SIG_BLOCK, &taken_, &oldMask_);
+  for (const int number : numbers) {
+    if (sigismember(&taken_, number) == 1) sigaction(number, &note, nullptr);
+  }
 }
 
 Interruption::~Interruption() {
-  // One that is waiting is for what has ended now.
+  // One that is waiting is for what has ended now, as is the one that ended the waiting.
   const timespec atOnce{};
-  sigset_t both;
-  sigemptyset(&both);
-  sigaddset(&both, SIGINT);
-  sigaddset(&both, SIGTERM);
-  while (sigtimedwait(&both, nullptr, &atOnce) > 0) {
+  sigset_t all;
+  sigemptyset(&all);
+  if (arrived != 0) sigaddset(&all, arrived);
+  for (int number = 0; (number = sigtimedwait(&taken_, nullptr, &atOnce)) > 0;) {
+    sigaddset(&all, number);
   }
-  sigaction(SIGINT, &oldInterrupt_, nullptr);
-  sigaction(SIGTERM, &oldTerminate_, nullptr);
+  for (std::size_t i = 0; i < numbers.size(); ++i) sigaction(numbers[i], &before_[i], nullptr);
   pthread_sigmask(SIG_SETMASK, &oldMask_, nullptr);
+  for (std::size_t i = 0; i < numbers.size(); ++i) {
+    if (sigismember(&all, numbers[i]) == 1 && handlerOf(before_[i]) != SIG_DFL) {
+      std::raise(numbers[i]);
+    }
+  }
 }
 
 Interruption::Reason Interruption::waitUntil(Clock::time_point time) const {
   sigset_t mask = oldMask_;
-  sigdelset(&mask, SIGINT);
-  sigdelset(&mask, SIGTERM);
+  for (const int number : numbers) {
+    if (sigismember(&taken_, number) == 1) sigdelset(&mask, number);
+  }
   while (true) {
     const auto left = std::max(time - Clock::now(), Clock::duration::zero());
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);

@@ -2,11 +2,13 @@
 
 #include <csignal>
 
+#include <array>
 #include <chrono>
 
 namespace cli {
 
-/// While there is one of these, SIGINT and SIGTERM do not end the program: they end its waiting.
+/// While there is one of these, SIGHUP, SIGINT and SIGTERM do not end the program, unless they were
+/// ignored anyway: they end its waiting. Whoever handled them before hears of them in the end.
 class Interruption {
  public:
   using Clock = std::chrono::steady_clock;
@@ -18,7 +20,7 @@ class Interruption {
 
   enum class Reason {
     time,         ///< it has come
-    signal,       ///< one of the two has arrived, also before
+    signal,       ///< one of them has arrived, also before
     closedOutput  ///< nobody reads the standard output any more
   };
   Reason waitUntil(Clock::time_point time) const;
@@ -27,8 +29,9 @@ class Interruption {
   static bool outputClosed();
 
  private:
-  struct sigaction oldInterrupt_ {};
-  struct sigaction oldTerminate_ {};
+  static constexpr std::array numbers{SIGHUP, SIGINT, SIGTERM};
+  std::array<struct sigaction, numbers.size()> before_{};
+  sigset_t taken_{};  ///< of these numbers, those that were not ignored
   sigset_t oldMask_{};
 };
 

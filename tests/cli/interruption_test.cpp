@@ -28,21 +28,57 @@ TEST_P(InterruptionBy, ASignalBeforeTheWaitingEndsItAtOnce) {
             Reason::signal);
 }
 
-TEST_P(InterruptionBy, SignalsDoWhatTheyDidBeforeWhenItIsOver) {
-  static volatile std::sig_atomic_t handled;
-  handled = 0;
-  const auto before = std::signal(GetParam(), [](int) { handled = 1; });
+/// Handles a signal by counting it.
+class Handled {
+ public:
+  explicit Handled(int number) : number_(number) {
+    count_ = 0;
+    before_ = std::signal(number, [](int) { count_ = count_ + 1; });
+  }
+  ~Handled() { std::signal(number_, before_); }
+  Handled(const Handled&) = delete;
+  Handled& operator=(const Handled&) = delete;
+
+  static int count() { return count_; }
+
+ private:
+  static inline volatile std::sig_atomic_t count_ = 0;
+  int number_;
+  void (*before_)(int);
+};
+
+TEST_P(InterruptionBy, ASignalIsHeardOfInTheEndByWhoHandledItBefore) {
+  const Handled handled(GetParam());
   {
     const Interruption interruption;
-    pthread_kill(pthread_self(), GetParam());
+    std::raise(GetParam());
+    EXPECT_EQ(interruption.waitUntil(Interruption::Clock::now() + std::chrono::minutes(5)),
+              Reason::signal);
+    EXPECT_EQ(Handled::count(), 0);
   }
-  EXPECT_EQ(handled, 0);
+  EXPECT_EQ(Handled::count(), 1);
+  { const Interruption interruption; }
+  EXPECT_EQ(Handled::count(), 1);
+  {
+    const Interruption interruption;
+    std::raise(GetParam());
+  }
+  EXPECT_EQ(Handled::count(), 2);
   std::raise(GetParam());
-  EXPECT_EQ(handled, 1);
+  EXPECT_EQ(Handled::count(), 3);
+}
+
+TEST_P(InterruptionBy, ASignalThatWasIgnoredIsNone) {
+  const auto before = std::signal(GetParam(), SIG_IGN);
+  {
+    const Interruption interruption;
+    std::raise(GetParam());
+    EXPECT_EQ(interruption.waitUntil(Interruption::Clock::now()), Reason::time);
+  }
   std::signal(GetParam(), before);
 }
 
-INSTANTIATE_TEST_SUITE_P(Signals, InterruptionBy, testing::Values(SIGINT, SIGTERM));
+INSTANTIATE_TEST_SUITE_P(Signals, InterruptionBy, testing::Values(SIGHUP, SIGINT, SIGTERM));
 
 TEST(Interruption, WithoutASignalWaitsForTheTime) {
   const Interruption interruption;

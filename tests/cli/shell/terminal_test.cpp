@@ -237,6 +237,22 @@ TEST_F(ShellOnTerminal, EndsACommandAtControlCAndAtSignalsThatEndTheShell) {
   EXPECT_TRUE(terminal.isAsBefore());
 }
 
+TEST_F(ShellOnTerminal, EndsWatchingAtControlCAndItselfAtSignalsThatEndIt) {
+  terminal.type("watch interval 3600\r");
+  terminal.until("VLAN");
+  terminal.type("\x03");
+  terminal.until(top);
+  for (const int number : {SIGTERM, SIGHUP}) {
+    terminal.type("watch interval 3600\r");
+    terminal.until("VLAN");
+    terminal.signal(number);
+    EXPECT_EQ(terminal.wait(), 128 + number);
+    EXPECT_TRUE(terminal.isAsBefore());
+    terminal.start();
+    terminal.until(top);
+  }
+}
+
 TEST_F(ShellOnTerminal, TakesControlZForTheEndOfConfiguration) {
   enterGold();
   terminal.type("protocol CDP rule peer\r");
