@@ -54,11 +54,7 @@ Interruption::~Interruption() {
   }
   for (std::size_t i = 0; i < numbers.size(); ++i) sigaction(numbers[i], &before_[i], nullptr);
   pthread_sigmask(SIG_SETMASK, &oldMask_, nullptr);
-  for (std::size_t i = 0; i < numbers.size(); ++i) {
-    if (sigismember(&all, numbers[i]) == 1 && handlerOf(before_[i]) != SIG_DFL) {
-      std::raise(numbers[i]);
-    }
-  }
+  passOn(all);
 }
 
 Interruption::Reason Interruption::waitUntil(Clock::time_point time) const {
@@ -82,6 +78,14 @@ Interruption::Reason Interruption::waitUntil(Clock::time_point time) const {
 bool Interruption::outputClosed() {
   pollfd output = standardOutput();
   return poll(&output, 1, 0) > 0 && isClosed(output);
+}
+
+void passOn(const sigset_t& signals) {
+  for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+    struct sigaction action {};
+    sigaction(number, nullptr, &action);
+    if (sigismember(&signals, number) == 1 && handlerOf(action) != SIG_DFL) std::raise(number);
+  }
 }
 
 HeldSignals::HeldSignals() {

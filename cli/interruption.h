@@ -35,6 +35,10 @@ class Interruption {
   sigset_t oldMask_{};
 };
 
+/// Has whoever handles these signals hear of them once more, now that somebody has answered them.
+/// To the program itself, where nobody handles them, they do nothing more.
+void passOn(const sigset_t& signals);
+
 /// While there is one of these, SIGHUP, SIGINT and SIGTERM wait: for work that must not end
 /// half-way.
 class HeldSignals {

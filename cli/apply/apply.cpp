@@ -211,13 +211,15 @@ void apply(Context& context) {
   if (confirms) checkCanBeUndone(daemon, wanted);
   const Plan plan = planFor(daemon.state, wanted, daemon.portsWithGaps);
   if (options.dryRun) return context.output.script(textOf(plan));
+  const HeldSignals held;
   if (confirms && !plan.commands.empty()) {
     applyWithConfirmation(plan, daemon, context);
   } else {
-    const HeldSignals held;
     perform(plan, daemon.state, context.client, context.output.notes());
   }
+  // What was done is told before a signal ends the program.
   showSummary(plan, context.output);
+  context.output.flush();
 }
 
 void diff(Context& context) {

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "cli/failure.h"
+#include "cli/interruption.h"
 
 namespace cli {
 
@@ -58,6 +59,7 @@ bool confirms(std::string_view line) {
 
 Confirmation::Confirmation() {
   const sigset_t set = handled();
+  sigemptyset(&ending_);
   signals_ = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
   if (signals_ < 0) throw LocalError("there is no descriptor to wait for signals with");
   pthread_sigmask(SIG_BLOCK, &set, &before_);
@@ -65,20 +67,22 @@ Confirmation::Confirmation() {
 
 Confirmation::~Confirmation() {
   // Those that have come have been answered.
-  signalfd_siginfo information{};
-  while (::read(signals_, &information, sizeof(information)) > 0) {
-  }
+  takeSignals();
   pthread_sigmask(SIG_SETMASK, &before_, nullptr);
   ::close(signals_);
+  passOn(ending_);
 }
 
-bool Confirmation::shallEnd() const {
+bool Confirmation::takeSignals() {
+  bool shallEnd = false;
   signalfd_siginfo information{};
   while (::read(signals_, &information, sizeof(information)) > 0) {
     const auto number = static_cast<int>(information.ssi_signo);
-    if (std::find(ending.begin(), ending.end(), number) != ending.end()) return true;
+    if (std::find(ending.begin(), ending.end(), number) == ending.end()) continue;
+    sigaddset(&ending_, number);
+    shallEnd = true;
   }
-  return false;
+  return shallEnd;
 }
 
 std::string_view Confirmation::wait(std::chrono::seconds time, Notes& notes) {
@@ -96,7 +100,7 @@ std::string_view Confirmation::wait(std::chrono::seconds time, Notes& notes) {
     const auto pause = std::min(left, left - (seconds - 1s) + 1ms);
     const int ready = ::poll(sources.data(), sources.size(), static_cast<int>(pause.count()));
     if (ready <= 0) continue;
-    if (sources[0].revents != 0 && shallEnd()) return "a signal came instead of a confirmation";
+    if (sources[0].revents != 0 && takeSignals()) return "a signal came instead of a confirmation";
     if (sources[1].revents == 0) continue;
     const Input input = readInput(line);
     if (input == Input::line) {

@@ -517,6 +517,7 @@ TEST_F(Applying, IsNotLeftHalfWayBySignals) {
     apply.signal(number);
     // The machine may have been too busy to send the signal in time.
     EXPECT_THAT(apply.wait(), testing::AnyOf(128 + number, 0));
+    EXPECT_THAT(apply.output().text(), HasSubstr("commands  "));
     EXPECT_EQ(shown({"diff", file}), "");
     shown({"apply", World::file("gold.l2cp", "l2cp-profile gold\nexit\n")});
   }

@@ -253,6 +253,23 @@ TEST_F(ShellOnTerminal, EndsWatchingAtControlCAndItselfAtSignalsThatEndIt) {
   }
 }
 
+TEST_F(ShellOnTerminal, EndsAtASignalThatComesInsteadOfAConfirmation) {
+  const std::string before = shown({"running-config", "show"});
+  support::World::file("nothing.l2cp", "");
+  terminal.type("apply /run/nothing.l2cp --confirm 60\r");
+  terminal.until("Press Enter to keep the changes");
+  terminal.type("\x03");
+  terminal.until("the configuration is as it was before\r\n");
+  terminal.until(top);
+  terminal.type("apply /run/nothing.l2cp --confirm 60\r");
+  terminal.until("Press Enter to keep the changes");
+  terminal.signal(SIGTERM);
+  terminal.until("the configuration is as it was before\r\n");
+  EXPECT_EQ(terminal.wait(), 128 + SIGTERM);
+  EXPECT_TRUE(terminal.isAsBefore());
+  EXPECT_EQ(shown({"running-config", "show"}), before);
+}
+
 TEST_F(ShellOnTerminal, TakesControlZForTheEndOfConfiguration) {
   enterGold();
   terminal.type("protocol CDP rule peer\r");
