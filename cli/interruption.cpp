@@ -18,6 +18,17 @@ auto handlerOf(const struct sigaction& action) {
   return action.sa_handler;  // NOLINT(cppcoreguidelines-pro-type-union-access): its interface
 }
 
+// Takes those that are waiting.
+sigset_t taken(const sigset_t& from) {
+  const timespec atOnce{};
+  sigset_t all;
+  sigemptyset(&all);
+  for (int number = 0; (number = sigtimedwait(&from, nullptr, &atOnce)) > 0;) {
+    sigaddset(&all, number);
+  }
+  return all;
+}
+
 // Asks for nothing: errors are told of in any case.
 pollfd standardOutput() { return {.fd = STDOUT_FILENO, .events = 0, .revents = 0}; }
 
@@ -45,13 +56,8 @@ Interruption::Interruption() {
 
 Interruption::~Interruption() {
   // One that is waiting is for what has ended now, as is the one that ended the waiting.
-  const timespec atOnce{};
-  sigset_t all;
-  sigemptyset(&all);
+  sigset_t all = taken(taken_);
   if (arrived != 0) sigaddset(&all, arrived);
-  for (int number = 0; (number = sigtimedwait(&taken_, nullptr, &atOnce)) > 0;) {
-    sigaddset(&all, number);
-  }
   for (std::size_t i = 0; i < numbers.size(); ++i) sigaction(numbers[i], &before_[i], nullptr);
   pthread_sigmask(SIG_SETMASK, &oldMask_, nullptr);
   passOn(all);
@@ -89,13 +95,15 @@ void passOn(const sigset_t& signals) {
 }
 
 HeldSignals::HeldSignals() {
-  sigset_t held;
-  sigemptyset(&held);
-  for (const int number : {SIGHUP, SIGINT, SIGTERM}) sigaddset(&held, number);
-  pthread_sigmask(SIG_BLOCK, &held, &before_);
+  sigemptyset(&held_);
+  for (const int number : {SIGHUP, SIGINT, SIGTERM}) sigaddset(&held_, number);
+  pthread_sigmask(SIG_BLOCK, &held_, &before_);
 }
 
 HeldSignals::~HeldSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+// Where somebody handles them, they wait again.
+void HeldSignals::answer() const { passOn(taken(held_)); }
 
 void requestStop() { stopRequested = 1; }
 void forgetStopRequest() { stopRequested = 0; }

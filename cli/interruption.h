@@ -48,7 +48,11 @@ class HeldSignals {
   HeldSignals(const HeldSignals&) = delete;
   HeldSignals& operator=(const HeldSignals&) = delete;
 
+  /// Those that have come need not end the program any more: it ends for another reason.
+  void answer() const;
+
  private:
+  sigset_t held_{};
   sigset_t before_{};
 };
 

@@ -212,10 +212,15 @@ void apply(Context& context) {
   const Plan plan = planFor(daemon.state, wanted, daemon.portsWithGaps);
   if (options.dryRun) return context.output.script(textOf(plan));
   const HeldSignals held;
-  if (confirms && !plan.commands.empty()) {
-    applyWithConfirmation(plan, daemon, context);
-  } else {
-    perform(plan, daemon.state, context.client, context.output.notes());
+  try {
+    if (confirms && !plan.commands.empty()) {
+      applyWithConfirmation(plan, daemon, context);
+    } else {
+      perform(plan, daemon.state, context.client, context.output.notes());
+    }
+  } catch (const Failure&) {
+    held.answer();
+    throw;
   }
   // What was done is told before a signal ends the program.
   showSummary(plan, context.output);

@@ -523,6 +523,27 @@ TEST_F(Applying, IsNotLeftHalfWayBySignals) {
   }
 }
 
+class WithDaemonThatGoes : public WorldTest {};
+
+TEST_F(WithDaemonThatGoes, ASignalMeanwhileDoesNotHideHowFarApplyGot) {
+  world().startDaemon();
+  std::string script = "l2cp-profile gold\n protocol LLDP rule peer\nexit\n";
+  for (int port = 0; port < 20000; ++port) {
+    script += "attach gold port " + std::to_string(port) + "\n";
+  }
+  support::Process apply({L2CPCTL_PROGRAM, "apply", World::file("many.l2cp", script)});
+  ASSERT_TRUE(support::eventually([] {
+    return !outcome({"-o", "profile", "ports", "gold"}).out.empty();
+  }));
+  world().daemon().signal(SIGSTOP);
+  apply.signal(SIGINT);
+  world().stopDaemon(SIGKILL);
+  EXPECT_EQ(apply.wait(), 4);
+  EXPECT_THAT(apply.output().text(),
+              testing::ContainsRegex(": l2cpd not reached [^\n]*; [0-9]+ of 20003 commands were "
+                                     "carried out\n"));
+}
+
 TEST_F(Applying, PutsWhatIsNewBehindWhatStaysAlsoWherePositionsAreFree) {
   const std::string profiles =
       "l2cp-profile a\n protocol LLDP rule peer\nexit\n"
