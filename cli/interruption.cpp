@@ -12,6 +12,9 @@ namespace {
 volatile std::sig_atomic_t arrived = 0;
 volatile std::sig_atomic_t stopRequested = 0;
 
+// By the Interruption that there is.
+const sigset_t* heldBack = nullptr;
+
 void remember(int signal) { arrived = signal; }
 
 auto handlerOf(const struct sigaction& action) {
@@ -49,12 +52,14 @@ Interruption::Interruption() {
     if (handlerOf(before_[i]) != SIG_IGN) sigaddset(&taken_, numbers[i]);
   }
   pthread_sigmask(SIG_BLOCK, &taken_, &oldMask_);
+  heldBack = &taken_;
   for (const int number : numbers) {
     if (sigismember(&taken_, number) == 1) sigaction(number, &note, nullptr);
   }
 }
 
 Interruption::~Interruption() {
+  heldBack = nullptr;
   // One that is waiting is for what has ended now, as is the one that ended the waiting.
   sigset_t all = taken(taken_);
   if (arrived != 0) sigaddset(&all, arrived);
@@ -107,6 +112,12 @@ void HeldSignals::answer() const { passOn(taken(held_)); }
 
 void requestStop() { stopRequested = 1; }
 void forgetStopRequest() { stopRequested = 0; }
-bool isStopRequested() { return stopRequested != 0; }
+bool isStopRequested() {
+  if (stopRequested != 0) return true;
+  sigset_t waiting;
+  if (heldBack == nullptr || sigpending(&waiting) != 0) return false;
+  sigandset(&waiting, &waiting, heldBack);
+  return sigisemptyset(&waiting) == 0;
+}
 
 }  // namespace cli

@@ -8,7 +8,8 @@
 namespace cli {
 
 /// While there is one of these, SIGHUP, SIGINT and SIGTERM do not end the program, unless they were
-/// ignored anyway: they end its waiting. Whoever handled them before hears of them in the end.
+/// ignored anyway: they end its waiting. There is one at a time. Whoever handled them before hears
+/// of them in the end.
 class Interruption {
  public:
   using Clock = std::chrono::steady_clock;
@@ -62,6 +63,7 @@ class HeldSignals {
 void requestStop();
 /// Before a command.
 void forgetStopRequest();
+/// Also true where an Interruption has a signal wait.
 bool isStopRequested();
 
 }  // namespace cli

@@ -68,6 +68,16 @@ TEST_P(InterruptionBy, ASignalIsHeardOfInTheEndByWhoHandledItBefore) {
   EXPECT_EQ(Handled::count(), 3);
 }
 
+TEST_P(InterruptionBy, ASignalHasOtherWaitingEndToo) {
+  {
+    const Interruption interruption;
+    EXPECT_FALSE(isStopRequested());
+    std::raise(GetParam());
+    EXPECT_TRUE(isStopRequested());
+  }
+  EXPECT_FALSE(isStopRequested());
+}
+
 TEST_P(InterruptionBy, ASignalThatWasIgnoredIsNone) {
   const auto before = std::signal(GetParam(), SIG_IGN);
   {

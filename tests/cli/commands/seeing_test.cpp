@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdint>
+#include <fstream>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -863,6 +865,26 @@ TEST_F(Watching, GoesOnWhenTheDaemonDoesNotAnswerForAWhile) {
 TEST_F(Watching, DoesNotBeginWithoutADaemon) {
   EXPECT_THAT(notReached({"-s", "192.0.2.1", "-t", "1", "watch"}),
               HasSubstr("l2cpd not reached at 192.0.2.1 "));
+}
+
+// Whether a process holds a signal back.
+bool holdsBack(pid_t process, int number) {
+  std::ifstream status("/proc/" + std::to_string(process) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (!line.starts_with("SigBlk:")) continue;
+    const std::uint64_t mask =
+        std::stoull(line.substr(line.find_first_not_of("SigBlk:\t ")), nullptr, 16);
+    return (mask >> (number - 1) & 1) != 0;
+  }
+  return false;
+}
+
+TEST_F(Watching, EndsWithASignalAlsoWhileItWaitsForADaemonThatIsStarting) {
+  support::Process watch({L2CPCTL_PROGRAM, "-s", "192.0.2.1", "--wait", "3600", "watch"});
+  ASSERT_TRUE(support::eventually([&] { return holdsBack(watch.id(), SIGINT); }));
+  watch.signal(SIGINT);
+  EXPECT_EQ(watch.wait(), 3);
+  EXPECT_THAT(watch.output().text(), HasSubstr("l2cpd not reached at 192.0.2.1 "));
 }
 
 class WatchingOnATerminal : public Watching {
