@@ -340,7 +340,8 @@ constexpr Command commands[] = {
      "Service profiles that use the profile are detached and attached again. A profile that is\n"
      "protected, or attached directly, is not replaced. A copy with the same protocols is "
      "discarded\n"
-     "and the profile left as it is, even if their rules differ.",
+     "and the profile left as it is, even if their rules differ. COPY has to have such a name as\n"
+     "\"l2cpctl profile edit\" gives.",
      "l2cpctl profile commit customer temp_l2cp_prof_1", commit},
     {"profile copy", "NAME NEW", "Copies a profile with its rules.",
      "The copy is neither protected nor dynamic. Its rules do not count as uses of their "
