@@ -76,6 +76,9 @@ class RandomStates {
   std::int32_t interface() { return static_cast<std::int32_t>(1 + number(3)); }
   std::uint32_t port() { return 1 + number(3); }
   std::uint16_t vid() { return chance(40) ? script::wholePort : svid(); }
+  std::uint16_t etherType() {
+    return chance(20) ? script::noEtherType : static_cast<std::uint16_t>(0x88f7 + number(2));
+  }
   std::uint16_t svid() { return static_cast<std::uint16_t>(10 + number(2)); }
 
   bool add(const script::Command& command) {
@@ -110,7 +113,7 @@ class RandomStates {
   void step() {
     switch (number(10)) {
       case 0:
-        add(script::Protocol{ownProtocol(), {}, static_cast<std::uint16_t>(0x88f7 + number(2))});
+        add(script::Protocol{ownProtocol(), {}, etherType()});
         break;
       case 1:
       case 2: {
