@@ -256,6 +256,24 @@ TEST_F(WithoutDaemon, IsSaidByEachWithTheLineThatWasToBeCarriedOut) {
   notReached({"apply", file});
 }
 
+TEST_F(Loading, EndsBetweenTwoLinesAtASignal) {
+  std::string script;
+  for (int i = 0; i < 200000; ++i) script += "l2cp-profile gold\nexit\n";
+  const std::string file = World::file("long.l2cp", script);
+  for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
+    does({{"running-config", "defaults"}});
+    support::Process load({L2CPCTL_PROGRAM, "load", file});
+    ASSERT_TRUE(support::eventually([] {
+      return !outcome({"-o", "profile", "list"}).out.empty();
+    }));
+    load.signal(number);
+    EXPECT_EQ(load.wait(), 4);
+    EXPECT_THAT(load.output().text(),
+                testing::MatchesRegex("l2cpctl: error: /run/long.l2cp:[0-9]+: interrupted; what "
+                                      "stands before was carried out\n"));
+  }
+}
+
 // One that cannot be read is no empty one, which would delete everything.
 TEST_F(Loading, TellsOfStandardInputThatCannotBeRead) {
   does({{"load", World::file("site.l2cp", site)}});
