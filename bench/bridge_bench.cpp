@@ -71,6 +71,7 @@ class Programs {
       switch_.plane.setInterface(port, interfaceOf(port));
       switch_.addEntries(std::to_string(port).c_str(), bench::entries);
     }
+    switch_.plane.showMembers();
   }
 
   // As long as what is returned lives.

@@ -192,7 +192,25 @@ void LivePorts::followLinks() {
   }
   purge(links);
   for (auto& [number, port] : ports_) place(number, port, links);
+  // A program that takes the place of one that was kept is to find the rules of its port and the
+  // way to all others from its first frame on.
+  showMembers();
+  for (auto& [number, port] : ports_) {
+    if (port.interface == 0 || port.attachment) continue;
+    attach(number, port);
+    if (port.attachment) noteHiddenTags(number, port);
+  }
   leaveNativeMode();
+  showMembers();
+}
+
+void LivePorts::showMembers() {
+  const int error = plane_.showMembers();
+  if (error != 0 && error != membersError_) {
+    hostlog::warning("xdp", "tunnelled frames go where they went before: {}",
+                     std::strerror(-error));
+  }
+  membersError_ = error;
 }
 
 void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>& links) {
@@ -215,8 +233,6 @@ void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>&
     return;
   }
   port.interface = link->number;
-  attach(number, port);
-  if (port.attachment) noteHiddenTags(number, port);
 }
 
 void LivePorts::attach(std::uint32_t number, Port& port) {

@@ -57,6 +57,7 @@ class LivePorts {
   std::string refusal(std::uint32_t number, const Config::Port& wanted);
   void removePort(std::uint32_t number);
   void place(std::uint32_t number, Port& port, const std::vector<classifier::xdp::Link>& links);
+  void showMembers();
   void attach(std::uint32_t number, Port& port);
   static void noteHiddenTags(std::uint32_t number, const Port& port);
   void detach(std::uint32_t number, Port& port, const std::string& reason);
@@ -76,4 +77,6 @@ class LivePorts {
   std::map<std::uint32_t, std::string> leftOut_;
   /// Native mode was tried, and not every port takes redirected frames.
   bool isNativeRefused_ = false;
+  /// What the kernel said last about where tunnelled frames are to go.
+  int membersError_ = 0;
 };

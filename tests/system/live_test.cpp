@@ -567,44 +567,72 @@ class Kept : public Live {
   static std::string keeping() {
     return config("startup = \"/run/startup.l2cp\"\n[xdp]\nkeep = true");
   }
+
+  /// With what it has now as startup script. How many frames were sent at c1, the last one not
+  /// counted.
+  std::uint64_t sendWhileTheDaemonIsKilledAndStarted() {
+    EXPECT_EQ(client::Control("tcp").save().first, CONTROL_OK);
+    std::atomic<bool> done = false;
+    std::atomic<std::uint64_t> sent = 0;
+    std::thread sending([&] {
+      const PacketSocket sender("c1");
+      for (; !done; ++sent) sender.send(cdp());
+      sender.send(last());
+    });
+    const auto moreFrames = [&] {
+      const std::uint64_t before = sent;
+      EXPECT_TRUE(eventually([&] { return sent > before + 1000; }));
+    };
+    moreFrames();
+    for (int round = 0; round < 3; ++round) {
+      if (round == 1) {
+        stop();
+      } else {
+        kill();
+      }
+      moreFrames();
+      EXPECT_TRUE(start(keeping()));
+      moreFrames();
+    }
+    done = true;
+    sending.join();
+    return sent;
+  }
 };
 
 TEST_F(Kept, FramesMeetTheRulesWithoutABreakWhileTheDaemonIsKilledAndStarted) {
   if (!start(keeping())) return;
   attach("d", RPC_L2CP_RULE_DISCARD);
-  ASSERT_EQ(client::Control("tcp").save().first, CONTROL_OK);
-  const PacketSocket receiver("c2");
-  std::atomic<bool> done = false;
-  std::atomic<int> sent = 0;
   // Were there a moment without rules, the bridge would forward what comes then.
-  std::thread sending([&] {
-    const PacketSocket sender("c1");
-    for (; !done; ++sent) sender.send(cdp());
-  });
-  const auto moreFrames = [&] {
-    const int before = sent;
-    EXPECT_TRUE(eventually([&] { return sent > before + 1000; }));
-  };
-  moreFrames();
-  for (int round = 0; round < 3; ++round) {
-    if (round == 1) {
-      stop();
-    } else {
-      kill();
-    }
-    moreFrames();
-    ASSERT_TRUE(start(keeping()));
-    moreFrames();
-  }
-  done = true;
-  sending.join();
-  int forwarded = 0;
-  while (const auto frame = receiver.next(std::chrono::milliseconds(0))) {
-    forwarded += *frame == cdp() ? 1 : 0;
-  }
-  EXPECT_EQ(forwarded, 0) << "of " << sent << " frames";
+  Tally second("c2");
+  const std::uint64_t sent = sendWhileTheDaemonIsKilledAndStarted();
+  EXPECT_EQ(second.frames(), 0U) << "of " << sent;
   EXPECT_EQ(send({lldp()}), Arrived{});
   EXPECT_GT(service().portStat(1).discard, 0U);
+}
+
+TEST_F(Kept, TunnelledFramesReachEachPortWhileTheDaemonIsKilledAndStarted) {
+  if (!start(keeping())) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  Tally second("c2");
+  Tally third("c3");
+  const std::uint64_t sent = sendWhileTheDaemonIsKilledAndStarted();
+  EXPECT_EQ(second.frames(), sent);
+  EXPECT_EQ(third.frames(), sent);
+}
+
+TEST_F(Kept, AnEndWhileProgramsGiveWayToOthersLeavesWhatDelivers) {
+  if (!start(keeping())) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  ASSERT_EQ(client::Control("tcp").save().first, CONTROL_OK);
+  for (const char* attached : {"port 1, p1: attached", "port 2, p2: attached"}) {
+    kill();
+    const support::Process& daemon = world().startDaemon({"-c", configPath}, false);
+    ASSERT_TRUE(daemon.output().waitFor(attached));
+    kill();
+    EXPECT_EQ(send({lldp()}), (Arrived{{"c2", {lldp()}}, {"c3", {lldp()}}}));
+    ASSERT_TRUE(start(keeping()));
+  }
 }
 
 TEST_F(Kept, ProgramsOfPortsThatAreNoMoreAreRemoved) {
