@@ -17,6 +17,7 @@
 using classifier::xdp::Attachment;
 using classifier::xdp::Link;
 using classifier::xdp::Mode;
+using classifier::xdp::Outlet;
 using classifier::xdp::Problem;
 using classifier::xdp::Vlans;
 
@@ -33,7 +34,7 @@ Vlans vlansOf(const Config::Port& port) {
 // is told to forward against the rule.
 std::uint16_t forwardedGroups(const Link& link, const std::vector<Link>& links) {
   const auto bridge = std::find_if(links.begin(), links.end(), [&](const Link& other) {
-    return link.master != 0 && other.number == link.master;
+    return link.bridge != 0 && other.number == link.bridge;
   });
   if (bridge == links.end()) return 0;
   const unsigned spanningTree = bridge->hasSpanningTree ? 0 : 1;
@@ -44,6 +45,18 @@ const Link* linkNamed(const std::string& name, const std::vector<Link>& links) {
   const auto found = std::find_if(links.begin(), links.end(),
                                   [&](const Link& candidate) { return candidate.name == name; });
   return found != links.end() ? &*found : nullptr;
+}
+
+const Link* linkNumbered(std::uint32_t number, const std::vector<Link>& links) {
+  const auto found = std::find_if(links.begin(), links.end(), [&](const Link& candidate) {
+    return candidate.number == number;
+  });
+  return found != links.end() ? &*found : nullptr;
+}
+
+std::optional<Outlet> outletOf(const Link& link) {
+  if (link.bridge == 0) return std::nullopt;
+  return Outlet{.bridge = link.bridge};
 }
 
 bool isMounted(const char* folder) {
@@ -194,17 +207,28 @@ void LivePorts::followLinks() {
   for (auto& [number, port] : ports_) place(number, port, links);
   // A program that takes the place of one that was kept is to find the rules of its port and the
   // way to all others from its first frame on.
-  showMembers();
+  showMembers(links);
   for (auto& [number, port] : ports_) {
     if (port.interface == 0 || port.attachment) continue;
     attach(number, port);
     if (port.attachment) noteHiddenTags(number, port);
   }
   leaveNativeMode();
-  showMembers();
+  showMembers(links);
 }
 
-void LivePorts::showMembers() {
+// A port takes part in tunnels as long as it has its program or has not been refused one yet.
+void LivePorts::showMembers(const std::vector<Link>& links) {
+  for (auto& [number, port] : ports_) {
+    const Link* link = port.problem.empty() ? linkNumbered(port.interface, links) : nullptr;
+    plane_.setOutlet(number, link != nullptr ? outletOf(*link) : std::nullopt);
+    const bool isAlone = link != nullptr && link->bridge == 0;
+    if (isAlone && !port.isAlone) {
+      hostlog::warning("xdp", "port {}, {}: is in no bridge: no frame is tunnelled from or to it",
+                       number, port.wanted.interface);
+    }
+    port.isAlone = isAlone;
+  }
   const int error = plane_.showMembers();
   if (error != 0 && error != membersError_) {
     hostlog::warning("xdp", "tunnelled frames go where they went before: {}",

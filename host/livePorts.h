@@ -50,6 +50,8 @@ class LivePorts {
     std::optional<classifier::xdp::Attachment> attachment = {};
     /// Why there is none; empty before the first attempt.
     std::string problem = {};
+    /// In no bridge.
+    bool isAlone = false;
   };
 
   /// Says why the port is left out, if it is.
@@ -57,7 +59,7 @@ class LivePorts {
   std::string refusal(std::uint32_t number, const Config::Port& wanted);
   void removePort(std::uint32_t number);
   void place(std::uint32_t number, Port& port, const std::vector<classifier::xdp::Link>& links);
-  void showMembers();
+  void showMembers(const std::vector<classifier::xdp::Link>& links);
   void attach(std::uint32_t number, Port& port);
   static void noteHiddenTags(std::uint32_t number, const Port& port);
   void detach(std::uint32_t number, Port& port, const std::string& reason);

@@ -141,7 +141,8 @@ void readBridgePort(Link& link, Bytes data) {
   });
 }
 
-void readInfo(Link& link, Bytes info) {
+/// Whether the interface is a bridge's port.
+bool readInfo(Link& link, Bytes info) {
   std::string kind;
   std::string masterKind;
   forEachAttribute(info, [&](std::uint16_t type, Bytes contents) {
@@ -151,16 +152,20 @@ void readInfo(Link& link, Bytes info) {
     if (type == IFLA_INFO_DATA && kind == "bridge") readBridge(link, contents);
     if (type == IFLA_INFO_SLAVE_DATA && masterKind == "bridge") readBridgePort(link, contents);
   });
+  return masterKind == "bridge";
 }
 
 Link readLink(Bytes contents) {
   Link link{.number = static_cast<std::uint32_t>(valueOf<ifinfomsg>(contents).ifi_index)};
+  std::uint32_t master = 0;
+  bool isBridgePort = false;
   forEachAttribute(contents.subspan(std::min(sizeof(ifinfomsg), contents.size())),
                    [&](std::uint16_t type, Bytes value) {
                      if (type == IFLA_IFNAME) link.name = textOf(value);
-                     if (type == IFLA_MASTER) link.master = valueOf<std::uint32_t>(value);
-                     if (type == IFLA_LINKINFO) readInfo(link, value);
+                     if (type == IFLA_MASTER) master = valueOf<std::uint32_t>(value);
+                     if (type == IFLA_LINKINFO) isBridgePort = readInfo(link, value);
                    });
+  if (isBridgePort) link.bridge = master;
   return link;
 }
 

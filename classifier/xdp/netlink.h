@@ -13,8 +13,8 @@ namespace classifier::xdp {
 struct Link {
   std::uint32_t number = 0;
   std::string name = {};
-  /// The number of the bridge, or of whatever else it belongs to; 0 for none.
-  std::uint32_t master = 0;
+  /// The number of the bridge that it is a port of; 0 for none.
+  std::uint32_t bridge = 0;
   /// Of a bridge and of a bridge's port: the groups 01-80-C2-00-00-0x that are forwarded against
   /// the rule, bit x for each.
   std::uint16_t forwardedGroups = 0;

@@ -32,6 +32,8 @@ constexpr int lowestVlan = 1;
 constexpr int highestVlan = 4094;
 
 using VlanSet = std::bitset<L2CP_VLANS>;
+/// In the map of memberships, by VLAN.
+using Places = std::array<std::uint16_t, L2CP_VLANS>;
 
 /// What the library has to say while a program is loaded. At other times its errors are answers.
 std::optional<std::string>& libraryTexts() {
@@ -98,6 +100,9 @@ struct Plane::Port {
   VlanSet vlans = {};
   std::uint32_t interface = 0;
   std::uint64_t arrival = 0;
+  std::optional<Outlet> outlet = {};
+
+  bool isOutlet() const { return outlet && interface != 0; }
 };
 
 struct Plane::Maps {
@@ -133,11 +138,10 @@ struct Plane::Maps {
     std::atomic_ref(*word).store(std::bit_cast<std::uint64_t>(value), std::memory_order_release);
   }
 
-  /// Those of a port by VLAN.
-  void putMemberships(std::uint32_t place, std::span<const std::uint16_t> byVlan) {
-    for (std::size_t vlan = 0; vlan < byVlan.size(); ++vlan) {
+  void putMemberships(std::uint32_t place, const Places& places) {
+    for (std::size_t vlan = 0; vlan < places.size(); ++vlan) {
       const std::atomic_ref shown(ports[place].memberships[vlan]);
-      shown.store(byVlan[vlan], std::memory_order_release);
+      shown.store(places[vlan], std::memory_order_release);
     }
   }
 
@@ -211,7 +215,7 @@ int Plane::removePort(std::uint32_t port) {
   if (const int error = setInterface(port, 0); error != 0) return error;
   const std::lock_guard lock(mutex_);
   const auto known = ports_.find(port);
-  maps_->putMemberships(known->second.place, std::array<std::uint16_t, L2CP_VLANS>{});
+  maps_->putMemberships(known->second.place, Places());
   maps_->freePlaces.push_back(known->second.place);
   ports_.erase(known);
   return 0;
@@ -246,6 +250,16 @@ int Plane::setInterface(std::uint32_t port, std::uint32_t interface) {
   return 0;
 }
 
+int Plane::setOutlet(std::uint32_t port, const std::optional<Outlet>& outlet) {
+  const std::lock_guard lock(mutex_);
+  Port* known = find(port);
+  if (known == nullptr) return -ENOENT;
+  if (known->outlet == outlet) return 0;
+  known->outlet = outlet;
+  areMembersShown_ = false;
+  return 0;
+}
+
 int Plane::setForwardedGroups(std::uint32_t port, std::uint16_t groups) {
   const std::lock_guard lock(mutex_);
   const Port* known = find(port);
@@ -262,15 +276,17 @@ void Plane::putVlans(Port& port, const Vlans& vlans) {
   areMembersShown_ = false;
 }
 
-std::vector<Members> Plane::membersByVlan() const {
-  std::map<Member, const Port*> inOrder;
+std::map<std::uint32_t, std::vector<Members>> Plane::membersByBridge() const {
+  std::map<std::uint32_t, const Port*> inOrder;
   for (const auto& [number, port] : ports_) {
-    if (port.interface != 0) inOrder.emplace(Member{port.interface, port.arrival}, &port);
+    if (port.isOutlet()) inOrder.emplace(port.interface, &port);
   }
-  std::vector<Members> all(L2CP_VLANS);
-  for (const auto& [member, port] : inOrder) {
-    for (std::size_t vlan = 0; vlan < all.size(); ++vlan) {
-      if (port->vlans[vlan]) all[vlan].push_back(member);
+  std::map<std::uint32_t, std::vector<Members>> all;
+  for (const auto& [interface, port] : inOrder) {
+    std::vector<Members>& byVlan = all[port->outlet->bridge];
+    byVlan.resize(L2CP_VLANS);
+    for (std::size_t vlan = 0; vlan < L2CP_VLANS; ++vlan) {
+      if (port->vlans[vlan]) byVlan[vlan].push_back({interface, port->arrival});
     }
   }
   return all;
@@ -279,14 +295,19 @@ std::vector<Members> Plane::membersByVlan() const {
 int Plane::showMembers() {
   const std::lock_guard lock(mutex_);
   if (areMembersShown_) return 0;
-  const std::vector<Members> members = membersByVlan();
-  const std::set<Members> wanted(members.begin(), members.end());
+  const auto members = membersByBridge();
+  std::set<Members> wanted;
+  for (const auto& [bridge, byVlan] : members) wanted.insert(byVlan.begin(), byVlan.end());
   if (const int error = maps_->memberships.add(wanted); error != 0) return error;
-  std::array<std::uint16_t, L2CP_VLANS> places{};
-  std::ranges::transform(members, places.begin(),
-                         [&](const Members& ofVlan) { return maps_->memberships.placeOf(ofVlan); });
+
+  std::map<std::uint32_t, Places> places;
+  for (const auto& [bridge, byVlan] : members) {
+    std::ranges::transform(byVlan, places[bridge].begin(), [&](const Members& ofVlan) {
+      return maps_->memberships.placeOf(ofVlan);
+    });
+  }
   for (const auto& [number, port] : ports_) {
-    auto own = places;
+    Places own = port.isOutlet() ? places.at(port.outlet->bridge) : Places();
     for (std::size_t vlan = 0; vlan < own.size(); ++vlan) {
       if (!port.vlans[vlan]) own[vlan] = 0;
     }

@@ -3,8 +3,10 @@
 /// The kernel as a data plane: the XDP program decides about frames where they arrive.
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -37,6 +39,14 @@ struct Vlans {
   bool operator==(const Vlans&) const = default;
 };
 
+/// A port from which tunnelled frames leave.
+struct Outlet {
+  /// The bridge that they stay in.
+  std::uint32_t bridge = 0;
+
+  bool operator==(const Outlet&) const = default;
+};
+
 class Plane : public DataPlane {
  public:
   /// Loads the program into the kernel; it goes with this object. Throws PlaneError.
@@ -60,8 +70,13 @@ class Plane : public DataPlane {
   /// follow with `showMembers`.
   int setInterface(std::uint32_t port, std::uint32_t interface);
 
-  /// Has tunnelled frames go where ports, VLANs and interfaces are now. Until then those of new
-  /// ports go nowhere. 0 or what the kernel says; then they go where they went before.
+  /// Has tunnelled frames of the other ports of its bridge leave through the port's interface, and
+  /// those that arrive there leave through them; with nothing, they go nowhere. 0 or -ENOENT. They
+  /// follow with `showMembers`.
+  int setOutlet(std::uint32_t port, const std::optional<Outlet>& outlet);
+
+  /// Has tunnelled frames go where interfaces, outlets and VLANs are now. 0 or what the kernel says;
+  /// then they go where they went before.
   int showMembers();
 
   /// The groups 01-80-C2-00-00-0x, bit x for each, that the bridge above the port forwards and of
@@ -80,7 +95,8 @@ class Plane : public DataPlane {
 
   Port* find(std::uint32_t port);
   void putVlans(Port& port, const Vlans& vlans);
-  std::vector<Members> membersByVlan() const;
+  /// Of each VLAN, in the order of their ids.
+  std::map<std::uint32_t, std::vector<Members>> membersByBridge() const;
 
   mutable std::mutex mutex_;
   std::unique_ptr<l2cp_program, Close> program_;

@@ -111,6 +111,16 @@ TEST_F(Xdp, TunnelsOnlyWithinThePortsVlans) {
   EXPECT_THAT(kernel->request.counter("p"), Optional(9));
 }
 
+TEST_F(Xdp, TunnelsNothingFromPortsThatTunnelledFramesDoNotLeave) {
+  addProtocol(*kernel, "p", ACL_ACTION_NO_L2CP);
+  ASSERT_EQ(kernel->request.addEntry(portText, 1, 200, "p", "p"), 0);
+  ASSERT_EQ(kernel->plane.setOutlet(port, std::nullopt), 0);
+  EXPECT_EQ(kernel->fate(tagged(100)), Fate::tunnel);
+  ASSERT_EQ(kernel->plane.showMembers(), 0);
+  EXPECT_EQ(kernel->fate(tagged(100)), Fate::discard);
+  EXPECT_EQ(kernel->plane.setOutlet(9, std::nullopt), -ENOENT);
+}
+
 TEST_F(Xdp, HoldsEveryVlan) {
   classifier::xdp::Vlans all;
   for (int vlan = 1; vlan <= 4094; ++vlan) all.tagged.insert(vlan);

@@ -203,6 +203,26 @@ class Live : public WorldTest {
     return arrived;
   }
 
+  /// Where a frame arrives that is sent at one of the ends.
+  static std::vector<std::string> reached(const std::string& from, const Bytes& frame) {
+    constexpr std::chrono::milliseconds shortly(50);
+    std::vector<std::string> names = {"c1", "c2", "c3"};
+    std::vector<PacketSocket> receivers(names.begin(), names.end());
+    const PacketSocket sender(from);
+    sender.send(frame);
+    const auto arrivesAt = [&](const PacketSocket& receiver) {
+      while (const auto next = receiver.next(shortly)) {
+        if (*next == frame) return true;
+      }
+      return false;
+    };
+    std::vector<std::string> all;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      if (arrivesAt(receivers[i])) all.push_back(names[i]);
+    }
+    return all;
+  }
+
   static std::string state(unsigned port) {
     for (const client::LivePort& live : client::Control("tcp").livePorts()) {
       if (live.number == port) return live.state;
@@ -266,6 +286,24 @@ TEST_F(Live, VlansAreKeptApart) {
   EXPECT_EQ(send({lldp(200)}), (Arrived{{"c3", {lldp(200)}}}));
   EXPECT_EQ(send({lldp()}), (Arrived{{"c3", {lldp()}}}));
   EXPECT_EQ(send({lldp(300)}), Arrived{});
+}
+
+TEST_F(Live, TunnelledFramesStayInTheirBridge) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  ip("link add br1 type bridge");
+  ip("link set br1 up");
+  ip("link set p3 master br1");
+  EXPECT_TRUE(eventually([] { return reached("c1", lldp()) == std::vector<std::string>{"c2"}; }));
+  EXPECT_THAT(reached("c3", lldp()), IsEmpty());
+  ip("link set p2 master br1");
+  EXPECT_TRUE(eventually([] { return reached("c3", lldp()) == std::vector<std::string>{"c2"}; }));
+  EXPECT_THAT(reached("c1", lldp()), IsEmpty());
+  ip("link set p2 nomaster");
+  EXPECT_TRUE(world().daemon().output().waitFor(
+      "warning: xdp: port 2, p2: is in no bridge: no frame is tunnelled from or to it"));
+  EXPECT_THAT(reached("c2", lldp()), IsEmpty());
+  EXPECT_THAT(reached("c3", lldp()), IsEmpty());
 }
 
 TEST_F(Live, OneVlanIsTunnelledWhileTheOtherIsDiscarded) {
