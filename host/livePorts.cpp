@@ -54,8 +54,9 @@ const Link* linkNumbered(std::uint32_t number, const std::vector<Link>& links) {
   return found != links.end() ? &*found : nullptr;
 }
 
+// One that is down would have the kernel lose the frame for ports behind it, too.
 std::optional<Outlet> outletOf(const Link& link) {
-  if (link.bridge == 0) return std::nullopt;
+  if (!link.forwards) return std::nullopt;
   return Outlet{.bridge = link.bridge};
 }
 

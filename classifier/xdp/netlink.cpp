@@ -138,6 +138,9 @@ void readBridge(Link& link, Bytes data) {
 void readBridgePort(Link& link, Bytes data) {
   forEachAttribute(data, [&](std::uint16_t type, Bytes contents) {
     if (type == IFLA_BRPORT_GROUP_FWD_MASK) link.forwardedGroups = valueOf<std::uint16_t>(contents);
+    if (type == IFLA_BRPORT_STATE) {
+      link.forwards = valueOf<std::uint8_t>(contents) == BR_STATE_FORWARDING;
+    }
   });
 }
 

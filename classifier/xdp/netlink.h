@@ -15,6 +15,8 @@ struct Link {
   std::string name = {};
   /// The number of the bridge that it is a port of; 0 for none.
   std::uint32_t bridge = 0;
+  /// Of a bridge's port: that it is up and forwards frames from and to the others.
+  bool forwards = false;
   /// Of a bridge and of a bridge's port: the groups 01-80-C2-00-00-0x that are forwarded against
   /// the rule, bit x for each.
   std::uint16_t forwardedGroups = 0;

@@ -306,6 +306,45 @@ TEST_F(Live, TunnelledFramesStayInTheirBridge) {
   EXPECT_THAT(reached("c3", lldp()), IsEmpty());
 }
 
+TEST_F(Live, TunnelledFramesReachTheOthersWhenAPortIsDown) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  ip("link set p2 down");
+  EXPECT_TRUE(eventually([] { return reached("c1", lldp()) == std::vector<std::string>{"c3"}; }));
+  ip("link set p2 up");
+  const std::vector<std::string> both = {"c2", "c3"};
+  EXPECT_TRUE(eventually([&] { return reached("c1", lldp()) == both; }));
+}
+
+/// Has the spanning tree protocol begin with a port, which is some time before it forwards.
+void listen(const char* port) {
+  const std::string name = port;
+  ip("link set br0 type bridge stp_state 1");
+  ip("link set " + name + " nomaster");
+  ip("link set " + name + " master br0");
+}
+
+TEST_F(Live, TunnelledFramesKeepOffPortsThatTheBridgeDoesNotForwardFrom) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  listen("p2");
+  EXPECT_TRUE(eventually([] { return reached("c1", lldp()) == std::vector<std::string>{"c3"}; }));
+  EXPECT_THAT(reached("c2", lldp()), IsEmpty());
+  ip("link set br0 type bridge stp_state 0");
+  ip("link set p2 nomaster");
+  ip("link set p2 master br0");
+  EXPECT_TRUE(eventually([] { return reached("c2", lldp()).size() == 2; }));
+}
+
+TEST_F(Live, PeeredFramesReachTheMachineFromPortsThatTheBridgeDoesNotForwardFrom) {
+  if (!start()) return;
+  attach("p", RPC_L2CP_RULE_PEER);
+  listen("p1");
+  const PacketSocket receiver("p1");
+  PacketSocket("c1").send(lldp());
+  EXPECT_EQ(receiver.next(), lldp());
+}
+
 TEST_F(Live, OneVlanIsTunnelledWhileTheOtherIsDiscarded) {
   if (!start()) return;
   attach("t", RPC_L2CP_RULE_TUNNEL, 100);
