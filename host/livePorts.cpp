@@ -57,7 +57,7 @@ const Link* linkNumbered(std::uint32_t number, const std::vector<Link>& links) {
 // One that is down would have the kernel lose the frame for ports behind it, too.
 std::optional<Outlet> outletOf(const Link& link) {
   if (!link.forwards) return std::nullopt;
-  return Outlet{.bridge = link.bridge};
+  return Outlet{.bridge = link.bridge, .mtu = link.mtu};
 }
 
 bool isMounted(const char* folder) {

@@ -165,6 +165,7 @@ Link readLink(Bytes contents) {
   forEachAttribute(contents.subspan(std::min(sizeof(ifinfomsg), contents.size())),
                    [&](std::uint16_t type, Bytes value) {
                      if (type == IFLA_IFNAME) link.name = textOf(value);
+                     if (type == IFLA_MTU) link.mtu = valueOf<std::uint32_t>(value);
                      if (type == IFLA_MASTER) master = valueOf<std::uint32_t>(value);
                      if (type == IFLA_LINKINFO) isBridgePort = readInfo(link, value);
                    });

@@ -13,6 +13,8 @@ namespace classifier::xdp {
 struct Link {
   std::uint32_t number = 0;
   std::string name = {};
+  /// Of the largest frame, without its Ethernet header.
+  std::uint32_t mtu = 0;
   /// The number of the bridge that it is a port of; 0 for none.
   std::uint32_t bridge = 0;
   /// Of a bridge's port: that it is up and forwards frames from and to the others.

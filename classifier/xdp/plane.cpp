@@ -13,6 +13,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <optional>
 #include <set>
@@ -276,17 +277,23 @@ void Plane::putVlans(Port& port, const Vlans& vlans) {
   areMembersShown_ = false;
 }
 
+// In generic mode the kernel gives up at the first interface that the frame is too large for. So
+// there is none behind it that could take the frame.
 std::map<std::uint32_t, std::vector<Members>> Plane::membersByBridge() const {
-  std::map<std::uint32_t, const Port*> inOrder;
+  std::vector<const Port*> outlets;
   for (const auto& [number, port] : ports_) {
-    if (port.isOutlet()) inOrder.emplace(port.interface, &port);
+    if (port.isOutlet()) outlets.push_back(&port);
   }
+  std::ranges::sort(outlets, {}, [](const Port* port) {
+    return std::pair(std::numeric_limits<std::uint32_t>::max() - port->outlet->mtu,
+                     port->interface);
+  });
   std::map<std::uint32_t, std::vector<Members>> all;
-  for (const auto& [interface, port] : inOrder) {
+  for (const Port* port : outlets) {
     std::vector<Members>& byVlan = all[port->outlet->bridge];
     byVlan.resize(L2CP_VLANS);
     for (std::size_t vlan = 0; vlan < L2CP_VLANS; ++vlan) {
-      if (port->vlans[vlan]) byVlan[vlan].push_back({interface, port->arrival});
+      if (port->vlans[vlan]) byVlan[vlan].push_back({port->interface, port->arrival});
     }
   }
   return all;

@@ -43,6 +43,8 @@ struct Vlans {
 struct Outlet {
   /// The bridge that they stay in.
   std::uint32_t bridge = 0;
+  /// Larger ones do not leave here.
+  std::uint32_t mtu = 0;
 
   bool operator==(const Outlet&) const = default;
 };
@@ -75,8 +77,8 @@ class Plane : public DataPlane {
   /// follow with `showMembers`.
   int setOutlet(std::uint32_t port, const std::optional<Outlet>& outlet);
 
-  /// Has tunnelled frames go where interfaces, outlets and VLANs are now. 0 or what the kernel says;
-  /// then they go where they went before.
+  /// Has tunnelled frames go where interfaces, outlets and VLANs are now. 0 or what the kernel
+  /// says; then they go where they went before.
   int showMembers();
 
   /// The groups 01-80-C2-00-00-0x, bit x for each, that the bridge above the port forwards and of

@@ -316,6 +316,22 @@ TEST_F(Live, TunnelledFramesReachTheOthersWhenAPortIsDown) {
   EXPECT_TRUE(eventually([&] { return reached("c1", lldp()) == both; }));
 }
 
+TEST_F(Live, ATunnelledFrameThatIsTooLargeForAPortReachesTheOthers) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  const Bytes large =
+      FrameBuilder().ethernet(nearestBridge, station).etherType(0x88cc).padTo(400).bytes();
+  const Arrived both{{"c2", {large}}, {"c3", {large}}};
+  EXPECT_EQ(send({large}), both);
+  ip("link set p2 mtu 200");
+  EXPECT_TRUE(eventually([&] { return send({large}) == Arrived{{"c3", {large}}}; }));
+  ip("link set p3 mtu 300");
+  ip("link set p2 mtu 1500");
+  EXPECT_TRUE(eventually([&] { return send({large}) == Arrived{{"c2", {large}}}; }));
+  ip("link set p3 mtu 1500");
+  EXPECT_TRUE(eventually([&] { return send({large}) == both; }));
+}
+
 /// Has the spanning tree protocol begin with a port, which is some time before it forwards.
 void listen(const char* port) {
   const std::string name = port;
