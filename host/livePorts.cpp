@@ -212,9 +212,9 @@ void LivePorts::followLinks() {
   for (auto& [number, port] : ports_) {
     if (port.interface == 0 || port.attachment) continue;
     attach(number, port);
-    if (port.attachment) noteHiddenTags(number, port);
   }
   leaveNativeMode();
+  for (auto& [number, port] : ports_) noteHiddenTags(number, port);
   showMembers(links);
 }
 
@@ -282,14 +282,17 @@ void LivePorts::attach(std::uint32_t number, Port& port) {
                        text(options.mode));
 }
 
-// The note comes once for each interface.
-void LivePorts::noteHiddenTags(std::uint32_t number, const Port& port) {
-  if (classifier::xdp::hidesTags(port.wanted.interface)) {
-    hostlog::information("xdp",
-                         "port {}, {}: takes tags from frames where it can, and frames that arrive "
-                         "so count as untagged; see l2cpd.toml(5)",
-                         number, port.wanted.interface);
-  }
+// The note comes once for each interface and mode.
+void LivePorts::noteHiddenTags(std::uint32_t number, Port& port) {
+  const auto mode = port.attachment ? std::optional(port.attachment->mode()) : std::nullopt;
+  if (std::exchange(port.notedMode, mode) == mode || !mode) return;
+  if (!classifier::xdp::hidesTags(port.wanted.interface)) return;
+  hostlog::information(
+      "xdp",
+      "port {}, {}: takes tags from frames where it can, and frames that arrive so count as "
+      "untagged{}; see l2cpd.toml(5)",
+      number, port.wanted.interface,
+      mode == Mode::native ? " and are tunnelled without their tag" : "");
 }
 
 // Frames of the port are left to the bridge.

@@ -50,6 +50,8 @@ class LivePorts {
     std::optional<classifier::xdp::Attachment> attachment = {};
     /// Why there is none; empty before the first attempt.
     std::string problem = {};
+    /// The mode for which it was said that tags may be hidden, if they may be.
+    std::optional<classifier::xdp::Mode> notedMode = {};
     /// In no bridge.
     bool isAlone = false;
   };
@@ -61,7 +63,7 @@ class LivePorts {
   void place(std::uint32_t number, Port& port, const std::vector<classifier::xdp::Link>& links);
   void showMembers(const std::vector<classifier::xdp::Link>& links);
   void attach(std::uint32_t number, Port& port);
-  static void noteHiddenTags(std::uint32_t number, const Port& port);
+  static void noteHiddenTags(std::uint32_t number, Port& port);
   void detach(std::uint32_t number, Port& port, const std::string& reason);
   classifier::xdp::Mode modeFor(std::uint32_t interface, const std::string& file) const;
   void leaveNativeMode();

@@ -596,6 +596,19 @@ TEST_F(Live, NativeModeIsUsedWhereEveryPortTakesItsFrames) {
                      {"p1", {cdp(200), cdp(400)}}}));
 }
 
+TEST_F(Live, TheLogSaysWhereTagsMayBeHiddenAndWhatBecomesOfThem) {
+  const std::string hidden =
+      "port 1, p1: takes tags from frames where it can, and frames that arrive so count as "
+      "untagged";
+  if (!start()) return;
+  EXPECT_THAT(world().daemon().output().text(), HasSubstr(hidden + "; see l2cpd.toml(5)"));
+  for (const char* end : {"c1", "c2", "c3"}) ASSERT_TRUE(receiveInBulk(end)) << end;
+  stop();
+  ASSERT_TRUE(start());
+  EXPECT_THAT(world().daemon().output().text(),
+              HasSubstr(hidden + " and are tunnelled without their tag; see l2cpd.toml(5)"));
+}
+
 TEST_F(Live, GenericModeIsUsedWhereFramesWouldGetLost) {
   if (!start()) return;
   EXPECT_EQ(state(1), "generic");
