@@ -220,15 +220,12 @@ void LivePorts::followLinks() {
 
 // A port takes part in tunnels as long as it has its program or has not been refused one yet.
 void LivePorts::showMembers(const std::vector<Link>& links) {
+  std::vector<std::uint32_t> alone;
   for (auto& [number, port] : ports_) {
     const Link* link = port.problem.empty() ? linkNumbered(port.interface, links) : nullptr;
     plane_.setOutlet(number, link != nullptr ? outletOf(*link) : std::nullopt);
     const bool isAlone = link != nullptr && link->bridge == 0;
-    if (isAlone && !port.isAlone) {
-      hostlog::warning("xdp", "port {}, {}: is in no bridge: no frame is tunnelled from or to it",
-                       number, port.wanted.interface);
-    }
-    port.isAlone = isAlone;
+    if (!std::exchange(port.isAlone, isAlone) && isAlone) alone.push_back(number);
   }
   const int error = plane_.showMembers();
   if (error != 0 && error != membersError_) {
@@ -236,6 +233,10 @@ void LivePorts::showMembers(const std::vector<Link>& links) {
                      std::strerror(-error));
   }
   membersError_ = error;
+  for (const std::uint32_t number : alone) {
+    hostlog::warning("xdp", "port {}, {}: is in no bridge: no frame is tunnelled from or to it",
+                     number, ports_.at(number).wanted.interface);
+  }
 }
 
 void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>& links) {

@@ -2,10 +2,10 @@
 
 /// Where tunnelled frames go: the kernel's maps of interfaces.
 
-#include <compare>
 #include <cstdint>
 #include <map>
 #include <set>
+#include <tuple>
 #include <vector>
 
 namespace classifier::xdp {
@@ -17,7 +17,10 @@ struct Member {
   /// of its maps.
   std::uint64_t arrival;
 
-  auto operator<=>(const Member&) const = default;
+  bool operator==(const Member&) const = default;
+  bool operator<(const Member& other) const {
+    return std::tie(interface, arrival) < std::tie(other.interface, other.arrival);
+  }
 };
 
 /// Those of one VLAN, in the order in which the kernel serves them.
