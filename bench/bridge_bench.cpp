@@ -69,8 +69,10 @@ class Programs {
     for (std::uint32_t port = 1; port <= ports; ++port) {
       switch_.addPort(port);
       switch_.plane.setInterface(port, interfaceOf(port));
+      switch_.plane.setOutlet(port, classifier::xdp::Outlet{.bridge = 1});
       switch_.addEntries(std::to_string(port).c_str(), bench::entries);
     }
+    switch_.plane.showMembers();
   }
 
   // As long as what is returned lives.

@@ -17,6 +17,7 @@
 using classifier::xdp::Attachment;
 using classifier::xdp::Link;
 using classifier::xdp::Mode;
+using classifier::xdp::Outlet;
 using classifier::xdp::Problem;
 using classifier::xdp::Vlans;
 
@@ -33,7 +34,7 @@ Vlans vlansOf(const Config::Port& port) {
 // is told to forward against the rule.
 std::uint16_t forwardedGroups(const Link& link, const std::vector<Link>& links) {
   const auto bridge = std::find_if(links.begin(), links.end(), [&](const Link& other) {
-    return link.master != 0 && other.number == link.master;
+    return link.bridge != 0 && other.number == link.bridge;
   });
   if (bridge == links.end()) return 0;
   const unsigned spanningTree = bridge->hasSpanningTree ? 0 : 1;
@@ -44,6 +45,19 @@ const Link* linkNamed(const std::string& name, const std::vector<Link>& links) {
   const auto found = std::find_if(links.begin(), links.end(),
                                   [&](const Link& candidate) { return candidate.name == name; });
   return found != links.end() ? &*found : nullptr;
+}
+
+const Link* linkNumbered(std::uint32_t number, const std::vector<Link>& links) {
+  const auto found = std::find_if(links.begin(), links.end(), [&](const Link& candidate) {
+    return candidate.number == number;
+  });
+  return found != links.end() ? &*found : nullptr;
+}
+
+// One that is down would have the kernel lose the frame for ports behind it, too.
+std::optional<Outlet> outletOf(const Link& link) {
+  if (!link.forwards) return std::nullopt;
+  return Outlet{.bridge = link.bridge, .mtu = link.mtu};
 }
 
 bool isMounted(const char* folder) {
@@ -192,7 +206,37 @@ void LivePorts::followLinks() {
   }
   purge(links);
   for (auto& [number, port] : ports_) place(number, port, links);
+  // A program that takes the place of one that was kept is to find the rules of its port and the
+  // way to all others from its first frame on.
+  showMembers(links);
+  for (auto& [number, port] : ports_) {
+    if (port.interface == 0 || port.attachment) continue;
+    attach(number, port);
+  }
   leaveNativeMode();
+  for (auto& [number, port] : ports_) noteHiddenTags(number, port);
+  showMembers(links);
+}
+
+// A port takes part in tunnels as long as it has its program or has not been refused one yet.
+void LivePorts::showMembers(const std::vector<Link>& links) {
+  std::vector<std::uint32_t> alone;
+  for (auto& [number, port] : ports_) {
+    const Link* link = port.problem.empty() ? linkNumbered(port.interface, links) : nullptr;
+    plane_.setOutlet(number, link != nullptr ? outletOf(*link) : std::nullopt);
+    const bool isAlone = link != nullptr && link->bridge == 0;
+    if (!std::exchange(port.isAlone, isAlone) && isAlone) alone.push_back(number);
+  }
+  const int error = plane_.showMembers();
+  if (error != 0 && error != membersError_) {
+    hostlog::warning("xdp", "tunnelled frames go where they went before: {}",
+                     std::strerror(-error));
+  }
+  membersError_ = error;
+  for (const std::uint32_t number : alone) {
+    hostlog::warning("xdp", "port {}, {}: is in no bridge: no frame is tunnelled from or to it",
+                     number, ports_.at(number).wanted.interface);
+  }
 }
 
 void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>& links) {
@@ -215,8 +259,6 @@ void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>&
     return;
   }
   port.interface = link->number;
-  attach(number, port);
-  if (port.attachment) noteHiddenTags(number, port);
 }
 
 void LivePorts::attach(std::uint32_t number, Port& port) {
@@ -241,14 +283,17 @@ void LivePorts::attach(std::uint32_t number, Port& port) {
                        text(options.mode));
 }
 
-// The note comes once for each interface.
-void LivePorts::noteHiddenTags(std::uint32_t number, const Port& port) {
-  if (classifier::xdp::hidesTags(port.wanted.interface)) {
-    hostlog::information("xdp",
-                         "port {}, {}: takes tags from frames where it can, and frames that arrive "
-                         "so count as untagged; see l2cpd.toml(5)",
-                         number, port.wanted.interface);
-  }
+// The note comes once for each interface and mode.
+void LivePorts::noteHiddenTags(std::uint32_t number, Port& port) {
+  const auto mode = port.attachment ? std::optional(port.attachment->mode()) : std::nullopt;
+  if (std::exchange(port.notedMode, mode) == mode || !mode) return;
+  if (!classifier::xdp::hidesTags(port.wanted.interface)) return;
+  hostlog::information(
+      "xdp",
+      "port {}, {}: takes tags from frames where it can, and frames that arrive so count as "
+      "untagged{}; see l2cpd.toml(5)",
+      number, port.wanted.interface,
+      mode == Mode::native ? " and are tunnelled without their tag" : "");
 }
 
 // Frames of the port are left to the bridge.

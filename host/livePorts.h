@@ -50,6 +50,10 @@ class LivePorts {
     std::optional<classifier::xdp::Attachment> attachment = {};
     /// Why there is none; empty before the first attempt.
     std::string problem = {};
+    /// The mode for which it was said that tags may be hidden, if they may be.
+    std::optional<classifier::xdp::Mode> notedMode = {};
+    /// In no bridge.
+    bool isAlone = false;
   };
 
   /// Says why the port is left out, if it is.
@@ -57,8 +61,9 @@ class LivePorts {
   std::string refusal(std::uint32_t number, const Config::Port& wanted);
   void removePort(std::uint32_t number);
   void place(std::uint32_t number, Port& port, const std::vector<classifier::xdp::Link>& links);
+  void showMembers(const std::vector<classifier::xdp::Link>& links);
   void attach(std::uint32_t number, Port& port);
-  static void noteHiddenTags(std::uint32_t number, const Port& port);
+  static void noteHiddenTags(std::uint32_t number, Port& port);
   void detach(std::uint32_t number, Port& port, const std::string& reason);
   classifier::xdp::Mode modeFor(std::uint32_t interface, const std::string& file) const;
   void leaveNativeMode();
@@ -76,4 +81,6 @@ class LivePorts {
   std::map<std::uint32_t, std::string> leftOut_;
   /// Native mode was tried, and not every port takes redirected frames.
   bool isNativeRefused_ = false;
+  /// What the kernel said last about where tunnelled frames are to go.
+  int membersError_ = 0;
 };

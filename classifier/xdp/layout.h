@@ -23,8 +23,10 @@ enum {
   L2CP_COUNTERS = 1 << 17,
   /// Tags that are stepped over, as in classifier/frame.h.
   L2CP_TAGS = 8,
-  /// VLAN ids. No frame belongs to VLAN 0: its place is that of the VLANs that have none.
+  /// VLAN ids. No frame belongs to VLAN 0.
   L2CP_VLANS = 4096,
+  /// Places in the map of memberships. The first one is nobody's.
+  L2CP_MEMBERSHIPS = 1 << 16,
   /// Places in the map of interfaces; an interface has the place of its number modulo this. A power
   /// of two.
   L2CP_INTERFACES = 1 << 16,
@@ -113,8 +115,9 @@ struct l2cp_port {
   /// The groups 01-80-C2-00-00-0x, bit x for each, that a bridge above would forward.
   __u32 forwardedGroups;
   __u32 reserved;
-  /// The VLANs that the port is in, a bit for each.
-  __u64 vlans[L2CP_VLANS / 64];
+  /// Where tunnelled frames of each VLAN go: the place of its interfaces in the map of memberships;
+  /// 0 where none do, and for VLANs that the port is not in.
+  __u16 memberships[L2CP_VLANS];
   struct l2cp_table tables[2];
 };
 

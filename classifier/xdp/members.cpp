@@ -1,6 +1,8 @@
 #include "classifier/xdp/members.h"
 
 #include <bpf/bpf.h>
+#include <linux/membarrier.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,8 +15,8 @@ namespace classifier::xdp {
 
 namespace {
 
-/// After each update of the map of maps the kernel waits until no frame can meet the old map, so
-/// many are done at once; but each takes a descriptor.
+/// After an update of the map of maps the kernel waits until no frame is under way that began
+/// before, so many are done at once; but each takes a descriptor.
 constexpr std::size_t largestBatch = 256;
 
 class Descriptor {
@@ -35,14 +37,14 @@ class Descriptor {
 };
 
 /// A map of the interfaces, or a negative error number.
-int makeMap(const std::set<std::uint32_t>& interfaces) {
-  const auto size = static_cast<std::uint32_t>(std::max<std::size_t>(1, interfaces.size()));
+int makeMap(const Members& members) {
+  const auto size = static_cast<std::uint32_t>(members.size());
   const int map = bpf_map_create(BPF_MAP_TYPE_DEVMAP, "members", sizeof(std::uint32_t),
                                  sizeof(std::uint32_t), size, nullptr);
   if (map < 0) return map;
   std::uint32_t place = 0;
-  for (const std::uint32_t interface : interfaces) {
-    const int error = bpf_map_update_elem(map, &place, &interface, BPF_ANY);
+  for (const Member& member : members) {
+    const int error = bpf_map_update_elem(map, &place, &member.interface, BPF_ANY);
     // So it answers for interfaces that are not there, which another notice is about.
     if (error == -EINVAL) continue;
     if (error != 0) {
@@ -56,39 +58,63 @@ int makeMap(const std::set<std::uint32_t>& interfaces) {
 
 }  // namespace
 
-// A VLAN whose map has been made keeps one: taking it out of the map of maps would have to be done
-// and waited for one by one.
-int Members::show(const Membership& wanted) {
-  const auto wantedOf = [&](std::uint32_t vlan) -> const std::set<std::uint32_t>& {
-    const auto named = wanted.find(vlan);
-    return named != wanted.end() ? named->second : wanted.at(otherVlans);
-  };
-  std::set<std::uint32_t> changed;
-  for (const auto& [vlan, interfaces] : wanted) {
-    if (!shown_.contains(vlan)) changed.insert(vlan);
+Memberships::Memberships(int descriptor, std::uint32_t places) : descriptor_(descriptor) {
+  for (std::uint32_t place = places - 1; place > 0; --place) {
+    free_.push_back(static_cast<std::uint16_t>(place));
   }
-  for (const auto& [vlan, interfaces] : shown_) {
-    if (interfaces != wantedOf(vlan)) changed.insert(vlan);
+}
+
+int Memberships::add(const std::set<Members>& wanted) {
+  std::vector<const Members*> missing;
+  for (const Members& members : wanted) {
+    if (!members.empty() && !places_.contains(members)) missing.push_back(&members);
   }
-  while (!changed.empty()) {
+  // The program runs within a read-side section of RCU, whose end the command waits for.
+  if (missing.size() > free_.size() && syscall(SYS_membarrier, MEMBARRIER_CMD_GLOBAL, 0, 0) == 0) {
+    reuseRetired();
+  }
+  if (missing.size() > free_.size()) return -ENOSPC;
+  for (std::size_t begin = 0; begin < missing.size(); begin += largestBatch) {
+    const std::size_t end = std::min(missing.size(), begin + largestBatch);
     std::vector<Descriptor> maps;
-    std::vector<std::uint32_t> vlans;
     std::vector<int> numbers;
-    for (auto vlan = changed.begin(); vlan != changed.end() && maps.size() < largestBatch;
-         vlan = changed.erase(vlan)) {
-      const int map = makeMap(wantedOf(*vlan));
+    std::vector<std::uint32_t> places;
+    for (std::size_t i = begin; i < end; ++i) {
+      const int map = makeMap(*missing[i]);
       if (map < 0) return map;
       maps.emplace_back(map);
       numbers.push_back(map);
-      vlans.push_back(*vlan);
+      places.push_back(free_[free_.size() - 1 - places.size()]);
     }
-    auto count = static_cast<std::uint32_t>(vlans.size());
+    auto count = static_cast<std::uint32_t>(places.size());
     const int error =
-        bpf_map_update_batch(descriptor_, vlans.data(), numbers.data(), &count, nullptr);
+        bpf_map_update_batch(descriptor_, places.data(), numbers.data(), &count, nullptr);
     if (error != 0) return error;
-    for (const std::uint32_t vlan : vlans) shown_[vlan] = wantedOf(vlan);
+    for (std::size_t i = begin; i < end; ++i) {
+      places_.emplace(*missing[i], free_.back());
+      free_.pop_back();
+    }
+    reuseRetired();
   }
   return 0;
+}
+
+void Memberships::reuseRetired() {
+  free_.insert(free_.end(), retired_.begin(), retired_.end());
+  retired_.clear();
+}
+
+std::uint16_t Memberships::placeOf(const Members& members) const {
+  return members.empty() ? std::uint16_t{0} : places_.at(members);
+}
+
+void Memberships::keepOnly(const std::set<Members>& wanted) {
+  std::erase_if(places_, [&](const auto& known) {
+    const auto& [members, place] = known;
+    if (wanted.contains(members)) return false;
+    retired_.push_back(place);
+    return true;
+  });
 }
 
 }  // namespace classifier::xdp

@@ -1,8 +1,10 @@
 #include "classifier/xdp/netlink.h"
 
+#include <arpa/inet.h>
 #include <linux/ethtool.h>
 #include <linux/genetlink.h>
 #include <linux/if_bridge.h>
+#include <linux/if_ether.h>
 #include <linux/if_link.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
@@ -128,20 +130,37 @@ std::vector<std::byte> message(std::uint16_t type, std::uint16_t flags, const Fi
 
 // ---- Interfaces ----
 
+/// What a bridge with tags 0x88a8 forwards against the rule for one with 0x8100, but for its own
+/// group address.
+constexpr unsigned providerBridgeGroups = 0xb801;
+
 void readBridge(Link& link, Bytes data) {
+  std::array<std::uint8_t, ETH_ALEN> ownGroup{};
+  bool filtersVlans = false;
+  std::uint16_t tag = 0;
   forEachAttribute(data, [&](std::uint16_t type, Bytes contents) {
     if (type == IFLA_BR_GROUP_FWD_MASK) link.forwardedGroups = valueOf<std::uint16_t>(contents);
     if (type == IFLA_BR_STP_STATE) link.hasSpanningTree = valueOf<std::uint32_t>(contents) != 0;
+    if (type == IFLA_BR_GROUP_ADDR) ownGroup = valueOf<decltype(ownGroup)>(contents);
+    if (type == IFLA_BR_VLAN_FILTERING) filtersVlans = valueOf<std::uint8_t>(contents) != 0;
+    if (type == IFLA_BR_VLAN_PROTOCOL) tag = ntohs(valueOf<std::uint16_t>(contents));
   });
+  if (!filtersVlans || tag != ETH_P_8021AD) return;
+  const unsigned others = providerBridgeGroups & ~(1U << (ownGroup.back() & 0x0fU));
+  link.forwardedGroups = static_cast<std::uint16_t>(link.forwardedGroups | others);
 }
 
 void readBridgePort(Link& link, Bytes data) {
   forEachAttribute(data, [&](std::uint16_t type, Bytes contents) {
     if (type == IFLA_BRPORT_GROUP_FWD_MASK) link.forwardedGroups = valueOf<std::uint16_t>(contents);
+    if (type == IFLA_BRPORT_STATE) {
+      link.forwards = valueOf<std::uint8_t>(contents) == BR_STATE_FORWARDING;
+    }
   });
 }
 
-void readInfo(Link& link, Bytes info) {
+/// Whether the interface is a bridge's port.
+bool readInfo(Link& link, Bytes info) {
   std::string kind;
   std::string masterKind;
   forEachAttribute(info, [&](std::uint16_t type, Bytes contents) {
@@ -151,17 +170,7 @@ void readInfo(Link& link, Bytes info) {
     if (type == IFLA_INFO_DATA && kind == "bridge") readBridge(link, contents);
     if (type == IFLA_INFO_SLAVE_DATA && masterKind == "bridge") readBridgePort(link, contents);
   });
-}
-
-Link readLink(Bytes contents) {
-  Link link{.number = static_cast<std::uint32_t>(valueOf<ifinfomsg>(contents).ifi_index)};
-  forEachAttribute(contents.subspan(std::min(sizeof(ifinfomsg), contents.size())),
-                   [&](std::uint16_t type, Bytes value) {
-                     if (type == IFLA_IFNAME) link.name = textOf(value);
-                     if (type == IFLA_MASTER) link.master = valueOf<std::uint32_t>(value);
-                     if (type == IFLA_LINKINFO) readInfo(link, value);
-                   });
-  return link;
+  return masterKind == "bridge";
 }
 
 // ---- What XDP can do ----
@@ -220,12 +229,27 @@ int watch(int protocol, std::uint32_t group) {
 
 }  // namespace
 
+Link linkOf(std::span<const std::byte> contents) {
+  Link link{.number = static_cast<std::uint32_t>(valueOf<ifinfomsg>(contents).ifi_index)};
+  std::uint32_t master = 0;
+  bool isBridgePort = false;
+  forEachAttribute(contents.subspan(std::min(sizeof(ifinfomsg), contents.size())),
+                   [&](std::uint16_t type, Bytes value) {
+                     if (type == IFLA_IFNAME) link.name = textOf(value);
+                     if (type == IFLA_MTU) link.mtu = valueOf<std::uint32_t>(value);
+                     if (type == IFLA_MASTER) master = valueOf<std::uint32_t>(value);
+                     if (type == IFLA_LINKINFO) isBridgePort = readInfo(link, value);
+                   });
+  if (isBridgePort) link.bridge = master;
+  return link;
+}
+
 std::vector<Link> links() {
   std::vector<Link> all;
   const ifinfomsg fixed{};
   const bool isComplete =
       Socket(NETLINK_ROUTE).ask(message(RTM_GETLINK, NLM_F_DUMP, fixed), [&](Bytes contents) {
-        all.push_back(readLink(contents));
+        all.push_back(linkOf(contents));
       });
   return isComplete ? all : std::vector<Link>();
 }

@@ -2,8 +2,10 @@
 
 /// What the kernel says over netlink about network interfaces.
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -13,14 +15,21 @@ namespace classifier::xdp {
 struct Link {
   std::uint32_t number = 0;
   std::string name = {};
-  /// The number of the bridge, or of whatever else it belongs to; 0 for none.
-  std::uint32_t master = 0;
+  /// Of the largest frame, without its Ethernet header.
+  std::uint32_t mtu = 0;
+  /// The number of the bridge that it is a port of; 0 for none.
+  std::uint32_t bridge = 0;
+  /// Of a bridge's port: that it is up and forwards frames from and to the others.
+  bool forwards = false;
   /// Of a bridge and of a bridge's port: the groups 01-80-C2-00-00-0x that are forwarded against
-  /// the rule, bit x for each.
+  /// the rule, bit x for each. Those that a provider bridge forwards are among the bridge's.
   std::uint16_t forwardedGroups = 0;
   /// Of a bridge: whether it takes part in the spanning tree protocol.
   bool hasSpanningTree = false;
 };
+
+/// The interface that a message is about; `contents` is what follows the message's header.
+Link linkOf(std::span<const std::byte> contents);
 
 /// All interfaces; empty when the kernel does not answer.
 std::vector<Link> links();

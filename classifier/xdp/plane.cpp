@@ -5,19 +5,23 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <bit>
+#include <bitset>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <limits>
+#include <map>
 #include <optional>
+#include <set>
 #include <span>
 #include <utility>
 #include <vector>
 
 #include "classifier/xdp/counters.h"
-#include "classifier/xdp/members.h"
 #include "classifier/xdp/pack.h"
 #include "classifier/xdp/program.skel.h"
 
@@ -25,7 +29,12 @@ namespace classifier::xdp {
 
 namespace {
 
+constexpr int lowestVlan = 1;
 constexpr int highestVlan = 4094;
+
+using VlanSet = std::bitset<L2CP_VLANS>;
+/// In the map of memberships, by VLAN.
+using Places = std::array<std::uint16_t, L2CP_VLANS>;
 
 /// What the library has to say while a program is loaded. At other times its errors are answers.
 std::optional<std::string>& libraryTexts() {
@@ -72,28 +81,36 @@ std::shared_ptr<Value[]> mapped(const bpf_map* map, std::size_t count) {
 }
 
 bool isValid(const Vlans& vlans) {
-  const auto isVlan = [](int id) { return id >= 1 && id <= highestVlan; };
+  const auto isVlan = [](int id) { return id >= lowestVlan && id <= highestVlan; };
   return isVlan(vlans.native) && std::ranges::all_of(vlans.tagged, isVlan);
 }
 
-bool isIn(const Vlans& vlans, std::uint32_t id) {
-  const int number = static_cast<int>(id);
-  return vlans.tagged.empty() || vlans.native == number || vlans.tagged.contains(number);
+VlanSet setOf(const Vlans& vlans) {
+  VlanSet all;
+  // That is every id that a tag can have but 0, which is none.
+  if (vlans.tagged.empty()) all.set().reset(0);
+  all.set(static_cast<std::size_t>(vlans.native));
+  for (const int id : vlans.tagged) all.set(static_cast<std::size_t>(id));
+  return all;
 }
 
 }  // namespace
 
 struct Plane::Port {
   std::uint32_t place;
-  Vlans vlans;
+  VlanSet vlans = {};
   std::uint32_t interface = 0;
+  std::uint64_t arrival = 0;
+  std::optional<Outlet> outlet = {};
+
+  bool isOutlet() const { return outlet && interface != 0; }
 };
 
 struct Plane::Maps {
   Maps(const l2cp_program& program, std::size_t processors)
       : ports(mapped<l2cp_port>(program.maps.ports, L2CP_PORTS)),
         interfaces(mapped<l2cp_interface>(program.maps.interfaces, L2CP_INTERFACES)),
-        members(bpf_map__fd(program.maps.vlans)),
+        memberships(bpf_map__fd(program.maps.memberships), L2CP_MEMBERSHIPS),
         freePlaces(L2CP_PORTS) {
     const auto values = mapped<l2cp_counters>(program.maps.counters, processors);
     counters = std::make_shared<Counters>(std::span(values.get(), processors), values);
@@ -122,10 +139,17 @@ struct Plane::Maps {
     std::atomic_ref(*word).store(std::bit_cast<std::uint64_t>(value), std::memory_order_release);
   }
 
+  void putMemberships(std::uint32_t place, const Places& places) {
+    for (std::size_t vlan = 0; vlan < places.size(); ++vlan) {
+      const std::atomic_ref shown(ports[place].memberships[vlan]);
+      shown.store(places[vlan], std::memory_order_release);
+    }
+  }
+
   const std::shared_ptr<l2cp_port[]> ports;
   const std::shared_ptr<l2cp_interface[]> interfaces;
   std::shared_ptr<Counters> counters;
-  Members members;
+  Memberships memberships;
   /// The lowest one last.
   std::vector<std::uint32_t> freePlaces;
   PackedTable packed;
@@ -180,28 +204,22 @@ int Plane::addPort(std::uint32_t port, const Vlans& vlans) {
   if (ports_.contains(port)) return -EEXIST;
   if (!isValid(vlans)) return -EINVAL;
   if (maps_->freePlaces.empty()) return -ENOSPC;
-  const Port added{.place = maps_->freePlaces.back(), .vlans = vlans};
-  ports_.emplace(port, added);
+  Port& added = ports_.emplace(port, Port{.place = maps_->freePlaces.back()}).first->second;
   maps_->freePlaces.pop_back();
   pack({}, maps_->packed, {});
   maps_->put(added.place);
-  writeVlans(added);
-  const int error = followMembers();
-  if (error != 0) forget(port);
-  return error;
-}
-
-void Plane::forget(std::uint32_t port) {
-  const auto known = ports_.find(port);
-  maps_->freePlaces.push_back(known->second.place);
-  ports_.erase(known);
+  putVlans(added, vlans);
+  return 0;
 }
 
 int Plane::removePort(std::uint32_t port) {
   if (const int error = setInterface(port, 0); error != 0) return error;
   const std::lock_guard lock(mutex_);
-  forget(port);
-  return followMembers();
+  const auto known = ports_.find(port);
+  maps_->putMemberships(known->second.place, Places());
+  maps_->freePlaces.push_back(known->second.place);
+  ports_.erase(known);
+  return 0;
 }
 
 int Plane::setVlans(std::uint32_t port, const Vlans& vlans) {
@@ -209,9 +227,8 @@ int Plane::setVlans(std::uint32_t port, const Vlans& vlans) {
   Port* known = find(port);
   if (known == nullptr) return -ENOENT;
   if (!isValid(vlans)) return -EINVAL;
-  known->vlans = vlans;
-  writeVlans(*known);
-  return followMembers();
+  putVlans(*known, vlans);
+  return 0;
 }
 
 int Plane::setInterface(std::uint32_t port, std::uint32_t interface) {
@@ -228,8 +245,20 @@ int Plane::setInterface(std::uint32_t port, std::uint32_t interface) {
   }
   if (known->interface != 0) maps_->putInterface(known->interface, {});
   known->interface = interface;
+  known->arrival = ++arrivals_;
   if (interface != 0) maps_->putInterface(interface, {interface, known->place});
-  return followMembers();
+  areMembersShown_ = false;
+  return 0;
+}
+
+int Plane::setOutlet(std::uint32_t port, const std::optional<Outlet>& outlet) {
+  const std::lock_guard lock(mutex_);
+  Port* known = find(port);
+  if (known == nullptr) return -ENOENT;
+  if (known->outlet == outlet) return 0;
+  known->outlet = outlet;
+  areMembersShown_ = false;
+  return 0;
 }
 
 int Plane::setForwardedGroups(std::uint32_t port, std::uint16_t groups) {
@@ -241,33 +270,59 @@ int Plane::setForwardedGroups(std::uint32_t port, std::uint16_t groups) {
   return 0;
 }
 
-void Plane::writeVlans(const Port& port) {
-  constexpr std::uint32_t bits = 64;
-  l2cp_port& shown = maps_->ports[port.place];
-  const auto native = static_cast<__u32>(port.vlans.native);
-  std::atomic_ref(shown.nativeVlan).store(native, std::memory_order_relaxed);
-  for (std::uint32_t word = 0; word < L2CP_VLANS / bits; ++word) {
-    __u64 vlans = 0;
-    for (std::uint32_t bit = 0; bit < bits; ++bit) {
-      if (isIn(port.vlans, word * bits + bit)) vlans |= __u64{1} << bit;
-    }
-    std::atomic_ref(shown.vlans[word]).store(vlans, std::memory_order_relaxed);
-  }
+void Plane::putVlans(Port& port, const Vlans& vlans) {
+  const auto native = static_cast<__u32>(vlans.native);
+  std::atomic_ref(maps_->ports[port.place].nativeVlan).store(native, std::memory_order_relaxed);
+  port.vlans = setOf(vlans);
+  areMembersShown_ = false;
 }
 
-int Plane::followMembers() {
-  Membership wanted = {{otherVlans, {}}};
+// In generic mode the kernel gives up at the first interface that the frame is too large for. So
+// there is none behind it that could take the frame.
+std::map<std::uint32_t, std::vector<Members>> Plane::membersByBridge() const {
+  std::vector<const Port*> outlets;
   for (const auto& [number, port] : ports_) {
-    wanted.try_emplace(static_cast<std::uint32_t>(port.vlans.native));
-    for (const int vlan : port.vlans.tagged) wanted.try_emplace(static_cast<std::uint32_t>(vlan));
+    if (port.isOutlet()) outlets.push_back(&port);
   }
-  for (auto& [vlan, interfaces] : wanted) {
-    for (const auto& [number, port] : ports_) {
-      const bool isMember = vlan == otherVlans ? port.vlans.tagged.empty() : isIn(port.vlans, vlan);
-      if (isMember && port.interface != 0) interfaces.insert(port.interface);
+  std::ranges::sort(outlets, {}, [](const Port* port) {
+    return std::pair(std::numeric_limits<std::uint32_t>::max() - port->outlet->mtu,
+                     port->interface);
+  });
+  std::map<std::uint32_t, std::vector<Members>> all;
+  for (const Port* port : outlets) {
+    std::vector<Members>& byVlan = all[port->outlet->bridge];
+    byVlan.resize(L2CP_VLANS);
+    for (std::size_t vlan = 0; vlan < L2CP_VLANS; ++vlan) {
+      if (port->vlans[vlan]) byVlan[vlan].push_back({port->interface, port->arrival});
     }
   }
-  return maps_->members.show(wanted);
+  return all;
+}
+
+int Plane::showMembers() {
+  const std::lock_guard lock(mutex_);
+  if (areMembersShown_) return 0;
+  const auto members = membersByBridge();
+  std::set<Members> wanted;
+  for (const auto& [bridge, byVlan] : members) wanted.insert(byVlan.begin(), byVlan.end());
+  if (const int error = maps_->memberships.add(wanted); error != 0) return error;
+
+  std::map<std::uint32_t, Places> places;
+  for (const auto& [bridge, byVlan] : members) {
+    std::ranges::transform(byVlan, places[bridge].begin(), [&](const Members& ofVlan) {
+      return maps_->memberships.placeOf(ofVlan);
+    });
+  }
+  for (const auto& [number, port] : ports_) {
+    Places own = port.isOutlet() ? places.at(port.outlet->bridge) : Places();
+    for (std::size_t vlan = 0; vlan < own.size(); ++vlan) {
+      if (!port.vlans[vlan]) own[vlan] = 0;
+    }
+    maps_->putMemberships(port.place, own);
+  }
+  maps_->memberships.keepOnly(wanted);
+  areMembersShown_ = true;
+  return 0;
 }
 
 }  // namespace classifier::xdp

@@ -35,7 +35,7 @@ struct {
   __type(value, struct l2cp_counters);
 } counters SEC(".maps");
 
-/// The interfaces of a VLAN's ports.
+/// The interfaces that tunnelled frames leave through.
 struct members {
   __uint(type, BPF_MAP_TYPE_DEVMAP);
   __uint(max_entries, 1);
@@ -45,10 +45,10 @@ struct members {
 
 struct {
   __uint(type, BPF_MAP_TYPE_ARRAY_OF_MAPS);
-  __uint(max_entries, L2CP_VLANS);
+  __uint(max_entries, L2CP_MEMBERSHIPS);
   __type(key, __u32);
   __array(values, struct members);
-} vlans SEC(".maps");
+} memberships SEC(".maps");
 
 static const __u64 destinationBits = (1ULL << L2CP_TYPE_SHIFT) - 1;
 
@@ -65,7 +65,6 @@ enum {
   smallestEtherType = 0x0600,
   snapSize = 8,
   snapProtocolOffset = 6,
-  bitsPerWord = 64,
   // A table is replaced at most as often as requests come, and reading one takes a fraction of the
   // time: even the second attempt fails only when the processor was taken away in between.
   attempts = 8,
@@ -208,14 +207,10 @@ __noinline int decide(const struct l2cp_port* port, __u64 first, __u64 second) {
 static __always_inline int tunnel(const struct l2cp_port* port, const struct key* key) {
   __u32 vlan = key->second & vlanIdMask;
   if (vlan == 0) vlan = port->nativeVlan % L2CP_VLANS;
-  if ((port->vlans[vlan / bitsPerWord] >> vlan % bitsPerWord & 1) == 0) return XDP_DROP;
-
-  void* members = bpf_map_lookup_elem(&vlans, &vlan);
-  if (!members) {
-    vlan = 0;
-    members = bpf_map_lookup_elem(&vlans, &vlan);
-    if (!members) return XDP_DROP;
-  }
+  const __u32 place = *(const volatile __u16*)&port->memberships[vlan];
+  if (place == 0) return XDP_DROP;
+  void* members = bpf_map_lookup_elem(&memberships, &place);
+  if (!members) return XDP_DROP;
   return (int)bpf_redirect_map(members, 0, BPF_F_BROADCAST | BPF_F_EXCLUDE_INGRESS);
 }
 

@@ -36,6 +36,8 @@ class Kernel {
   Kernel() {
     EXPECT_EQ(plane.addPort(port, {}), 0);
     EXPECT_EQ(plane.setInterface(port, interface), 0);
+    EXPECT_EQ(plane.setOutlet(port, classifier::xdp::Outlet{.bridge = 2}), 0);
+    EXPECT_EQ(plane.showMembers(), 0);
     table.setDataPlane(&plane);
   }
 

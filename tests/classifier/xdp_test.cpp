@@ -3,13 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <set>
 #include <string>
 #include <thread>
 
+#include "classifier/xdp/members.h"
 #include "classifier/xdp/plane.h"
 #include "tests/classifier/xdp_kernel.h"
 
@@ -97,6 +100,7 @@ TEST_F(Xdp, TunnelsOnlyWithinThePortsVlans) {
   EXPECT_EQ(kernel->fate(tagged(100)), Fate::tunnel);
 
   ASSERT_EQ(kernel->plane.setVlans(port, {.native = 10, .tagged = {100, 4094}}), 0);
+  ASSERT_EQ(kernel->plane.showMembers(), 0);
   EXPECT_EQ(kernel->fate(untagged()), Fate::tunnel);
   EXPECT_EQ(kernel->fate(tagged(0)), Fate::tunnel);
   EXPECT_EQ(kernel->fate(tagged(10)), Fate::tunnel);
@@ -107,11 +111,50 @@ TEST_F(Xdp, TunnelsOnlyWithinThePortsVlans) {
   EXPECT_THAT(kernel->request.counter("p"), Optional(9));
 }
 
+TEST_F(Xdp, TunnelsNothingFromPortsThatTunnelledFramesDoNotLeave) {
+  addProtocol(*kernel, "p", ACL_ACTION_NO_L2CP);
+  ASSERT_EQ(kernel->request.addEntry(portText, 1, 200, "p", "p"), 0);
+  ASSERT_EQ(kernel->plane.setOutlet(port, std::nullopt), 0);
+  EXPECT_EQ(kernel->fate(tagged(100)), Fate::tunnel);
+  ASSERT_EQ(kernel->plane.showMembers(), 0);
+  EXPECT_EQ(kernel->fate(tagged(100)), Fate::discard);
+  EXPECT_EQ(kernel->plane.setOutlet(9, std::nullopt), -ENOENT);
+}
+
 TEST_F(Xdp, HoldsEveryVlan) {
   classifier::xdp::Vlans all;
   for (int vlan = 1; vlan <= 4094; ++vlan) all.tagged.insert(vlan);
   EXPECT_EQ(kernel->plane.setVlans(port, all), 0);
+  EXPECT_EQ(kernel->plane.showMembers(), 0);
   EXPECT_EQ(kernel->plane.setVlans(port, {}), 0);
+  EXPECT_EQ(kernel->plane.showMembers(), 0);
+}
+
+TEST_F(Xdp, PlacesOfMembersThatAreNoMoreAreUsedAgain) {
+  using classifier::xdp::Members;
+  const int model =
+      bpf_map_create(BPF_MAP_TYPE_DEVMAP, "model", sizeof(int), sizeof(int), 1, nullptr);
+  bpf_map_create_opts options{};
+  options.sz = sizeof options;
+  options.inner_map_fd = static_cast<std::uint32_t>(model);
+  const int map =
+      bpf_map_create(BPF_MAP_TYPE_ARRAY_OF_MAPS, "few", sizeof(int), sizeof(int), 4, &options);
+  ASSERT_GE(map, 0);
+  classifier::xdp::Memberships few(map, 4);
+  const auto members = [](std::uint64_t arrival) { return Members{{interface, arrival}}; };
+  EXPECT_EQ(few.add({members(1), members(2), members(3), members(4)}), -ENOSPC);
+  for (std::uint64_t arrival = 0; arrival < 12; arrival += 3) {
+    const std::set<Members> three = {members(arrival), members(arrival + 1), members(arrival + 2)};
+    ASSERT_EQ(few.add(three), 0) << arrival;
+    EXPECT_NE(few.placeOf(members(arrival)), few.placeOf(members(arrival + 1)));
+    few.keepOnly(three);
+    EXPECT_EQ(few.add({members(arrival + 3)}), -ENOSPC);
+    few.keepOnly({});
+  }
+  EXPECT_EQ(few.add({Members()}), 0);
+  EXPECT_EQ(few.placeOf({}), 0);
+  close(map);
+  close(model);
 }
 
 TEST_F(Xdp, RefusesWhatThePackedTableCannotExpress) {

@@ -203,6 +203,28 @@ class Live : public WorldTest {
     return arrived;
   }
 
+  /// Waits for the frame among others.
+  static bool arrives(const PacketSocket& receiver, const Bytes& frame,
+                      std::chrono::milliseconds timeout = support::patience) {
+    while (const auto next = receiver.next(timeout)) {
+      if (*next == frame) return true;
+    }
+    return false;
+  }
+
+  /// Where a frame arrives that is sent at one of the ends.
+  static std::vector<std::string> reached(const std::string& from, const Bytes& frame) {
+    constexpr std::chrono::milliseconds shortly(50);
+    const std::vector<std::string> names = {"c1", "c2", "c3"};
+    const std::vector<PacketSocket> receivers(names.begin(), names.end());
+    PacketSocket(from).send(frame);
+    std::vector<std::string> all;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      if (arrives(receivers[i], frame, shortly)) all.push_back(names[i]);
+    }
+    return all;
+  }
+
   static std::string state(unsigned port) {
     for (const client::LivePort& live : client::Control("tcp").livePorts()) {
       if (live.number == port) return live.state;
@@ -266,6 +288,79 @@ TEST_F(Live, VlansAreKeptApart) {
   EXPECT_EQ(send({lldp(200)}), (Arrived{{"c3", {lldp(200)}}}));
   EXPECT_EQ(send({lldp()}), (Arrived{{"c3", {lldp()}}}));
   EXPECT_EQ(send({lldp(300)}), Arrived{});
+}
+
+TEST_F(Live, TunnelledFramesStayInTheirBridge) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  ip("link add br1 type bridge");
+  ip("link set br1 up");
+  ip("link set p3 master br1");
+  EXPECT_TRUE(eventually([] { return reached("c1", lldp()) == std::vector<std::string>{"c2"}; }));
+  EXPECT_THAT(reached("c3", lldp()), IsEmpty());
+  ip("link set p2 master br1");
+  EXPECT_TRUE(eventually([] { return reached("c3", lldp()) == std::vector<std::string>{"c2"}; }));
+  EXPECT_THAT(reached("c1", lldp()), IsEmpty());
+  ip("link set p2 nomaster");
+  EXPECT_TRUE(world().daemon().output().waitFor(
+      "warning: xdp: port 2, p2: is in no bridge: no frame is tunnelled from or to it"));
+  EXPECT_THAT(reached("c2", lldp()), IsEmpty());
+  EXPECT_THAT(reached("c3", lldp()), IsEmpty());
+}
+
+TEST_F(Live, TunnelledFramesReachTheOthersWhenAPortIsDown) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  ip("link set p2 down");
+  EXPECT_TRUE(eventually([] { return reached("c1", lldp()) == std::vector<std::string>{"c3"}; }));
+  ip("link set p2 up");
+  const std::vector<std::string> both = {"c2", "c3"};
+  EXPECT_TRUE(eventually([&] { return reached("c1", lldp()) == both; }));
+}
+
+TEST_F(Live, ATunnelledFrameThatIsTooLargeForAPortReachesTheOthers) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  const Bytes large =
+      FrameBuilder().ethernet(nearestBridge, station).etherType(0x88cc).padTo(400).bytes();
+  const Arrived both{{"c2", {large}}, {"c3", {large}}};
+  EXPECT_EQ(send({large}), both);
+  ip("link set p2 mtu 200");
+  EXPECT_TRUE(eventually([&] { return send({large}) == Arrived{{"c3", {large}}}; }));
+  ip("link set p3 mtu 300");
+  ip("link set p2 mtu 1500");
+  EXPECT_TRUE(eventually([&] { return send({large}) == Arrived{{"c2", {large}}}; }));
+  ip("link set p3 mtu 1500");
+  EXPECT_TRUE(eventually([&] { return send({large}) == both; }));
+}
+
+/// Has the spanning tree protocol begin with a port, which is some time before it forwards.
+void listen(const char* port) {
+  const std::string name = port;
+  ip("link set br0 type bridge stp_state 1");
+  ip("link set " + name + " nomaster");
+  ip("link set " + name + " master br0");
+}
+
+TEST_F(Live, TunnelledFramesKeepOffPortsThatTheBridgeDoesNotForwardFrom) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  listen("p2");
+  EXPECT_TRUE(eventually([] { return reached("c1", lldp()) == std::vector<std::string>{"c3"}; }));
+  EXPECT_THAT(reached("c2", lldp()), IsEmpty());
+  ip("link set br0 type bridge stp_state 0");
+  ip("link set p2 nomaster");
+  ip("link set p2 master br0");
+  EXPECT_TRUE(eventually([] { return reached("c2", lldp()).size() == 2; }));
+}
+
+TEST_F(Live, PeeredFramesReachTheMachineFromPortsThatTheBridgeDoesNotForwardFrom) {
+  if (!start()) return;
+  attach("p", RPC_L2CP_RULE_PEER);
+  listen("p1");
+  const PacketSocket receiver("p1");
+  PacketSocket("c1").send(lldp());
+  EXPECT_TRUE(arrives(receiver, lldp()));
 }
 
 TEST_F(Live, OneVlanIsTunnelledWhileTheOtherIsDiscarded) {
@@ -503,6 +598,19 @@ TEST_F(Live, NativeModeIsUsedWhereEveryPortTakesItsFrames) {
                      {"p1", {cdp(200), cdp(400)}}}));
 }
 
+TEST_F(Live, TheLogSaysWhereTagsMayBeHiddenAndWhatBecomesOfThem) {
+  const std::string hidden =
+      "port 1, p1: takes tags from frames where it can, and frames that arrive so count as "
+      "untagged";
+  if (!start()) return;
+  EXPECT_THAT(world().daemon().output().text(), HasSubstr(hidden + "; see l2cpd.toml(5)"));
+  for (const char* end : {"c1", "c2", "c3"}) ASSERT_TRUE(receiveInBulk(end)) << end;
+  stop();
+  ASSERT_TRUE(start());
+  EXPECT_THAT(world().daemon().output().text(),
+              HasSubstr(hidden + " and are tunnelled without their tag; see l2cpd.toml(5)"));
+}
+
 TEST_F(Live, GenericModeIsUsedWhereFramesWouldGetLost) {
   if (!start()) return;
   EXPECT_EQ(state(1), "generic");
@@ -567,44 +675,72 @@ class Kept : public Live {
   static std::string keeping() {
     return config("startup = \"/run/startup.l2cp\"\n[xdp]\nkeep = true");
   }
+
+  /// With what it has now as startup script. How many frames were sent at c1, the last one not
+  /// counted.
+  std::uint64_t sendWhileTheDaemonIsKilledAndStarted() {
+    EXPECT_EQ(client::Control("tcp").save().first, CONTROL_OK);
+    std::atomic<bool> done = false;
+    std::atomic<std::uint64_t> sent = 0;
+    std::thread sending([&] {
+      const PacketSocket sender("c1");
+      for (; !done; ++sent) sender.send(cdp());
+      sender.send(last());
+    });
+    const auto moreFrames = [&] {
+      const std::uint64_t before = sent;
+      EXPECT_TRUE(eventually([&] { return sent > before + 1000; }));
+    };
+    moreFrames();
+    for (int round = 0; round < 3; ++round) {
+      if (round == 1) {
+        stop();
+      } else {
+        kill();
+      }
+      moreFrames();
+      EXPECT_TRUE(start(keeping()));
+      moreFrames();
+    }
+    done = true;
+    sending.join();
+    return sent;
+  }
 };
 
 TEST_F(Kept, FramesMeetTheRulesWithoutABreakWhileTheDaemonIsKilledAndStarted) {
   if (!start(keeping())) return;
   attach("d", RPC_L2CP_RULE_DISCARD);
-  ASSERT_EQ(client::Control("tcp").save().first, CONTROL_OK);
-  const PacketSocket receiver("c2");
-  std::atomic<bool> done = false;
-  std::atomic<int> sent = 0;
   // Were there a moment without rules, the bridge would forward what comes then.
-  std::thread sending([&] {
-    const PacketSocket sender("c1");
-    for (; !done; ++sent) sender.send(cdp());
-  });
-  const auto moreFrames = [&] {
-    const int before = sent;
-    EXPECT_TRUE(eventually([&] { return sent > before + 1000; }));
-  };
-  moreFrames();
-  for (int round = 0; round < 3; ++round) {
-    if (round == 1) {
-      stop();
-    } else {
-      kill();
-    }
-    moreFrames();
-    ASSERT_TRUE(start(keeping()));
-    moreFrames();
-  }
-  done = true;
-  sending.join();
-  int forwarded = 0;
-  while (const auto frame = receiver.next(std::chrono::milliseconds(0))) {
-    forwarded += *frame == cdp() ? 1 : 0;
-  }
-  EXPECT_EQ(forwarded, 0) << "of " << sent << " frames";
+  Tally second("c2");
+  const std::uint64_t sent = sendWhileTheDaemonIsKilledAndStarted();
+  EXPECT_EQ(second.frames(), 0U) << "of " << sent;
   EXPECT_EQ(send({lldp()}), Arrived{});
   EXPECT_GT(service().portStat(1).discard, 0U);
+}
+
+TEST_F(Kept, TunnelledFramesReachEachPortWhileTheDaemonIsKilledAndStarted) {
+  if (!start(keeping())) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  Tally second("c2");
+  Tally third("c3");
+  const std::uint64_t sent = sendWhileTheDaemonIsKilledAndStarted();
+  EXPECT_EQ(second.frames(), sent);
+  EXPECT_EQ(third.frames(), sent);
+}
+
+TEST_F(Kept, AnEndWhileProgramsGiveWayToOthersLeavesWhatDelivers) {
+  if (!start(keeping())) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  ASSERT_EQ(client::Control("tcp").save().first, CONTROL_OK);
+  for (const char* attached : {"port 1, p1: attached", "port 2, p2: attached"}) {
+    kill();
+    const support::Process& daemon = world().startDaemon({"-c", configPath}, false);
+    ASSERT_TRUE(daemon.output().waitFor(attached));
+    kill();
+    EXPECT_EQ(send({lldp()}), (Arrived{{"c2", {lldp()}}, {"c3", {lldp()}}}));
+    ASSERT_TRUE(start(keeping()));
+  }
 }
 
 TEST_F(Kept, ProgramsOfPortsThatAreNoMoreAreRemoved) {
