@@ -1,15 +1,9 @@
 #include "host/livePorts.h"
 
-#include <fcntl.h>
-#include <sys/statfs.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <set>
-#include <system_error>
 #include <utility>
 
 #include "host/log.h"
@@ -23,7 +17,6 @@ using classifier::xdp::Vlans;
 
 namespace {
 
-constexpr const char* keepingFolder = "/sys/fs/bpf/l2cpd";
 constexpr const char* noInterface = "there is no such interface";
 
 Vlans vlansOf(const Config::Port& port) {
@@ -60,28 +53,10 @@ std::optional<Outlet> outletOf(const Link& link) {
   return Outlet{.bridge = link.bridge, .mtu = link.mtu};
 }
 
-bool isMounted(const char* folder) {
-  constexpr auto bpfFileSystem = 0xcafe4a11;
-  struct statfs found {};
-  return statfs(folder, &found) == 0 && static_cast<std::uint32_t>(found.f_type) == bpfFileSystem;
-}
-
-std::string unusableFolder(const std::error_code& error) {
-  std::string text = fmt::format("programs cannot be kept: {}: {}", keepingFolder, error.message());
-  if (error == std::errc::permission_denied || error == std::errc::read_only_file_system) {
-    // The file system is often mounted for root alone.
-    text +=
-        fmt::format("; have root run \"chmod a+x /sys/fs/bpf\" and \"install -d -m 0700 -o {} {}\"",
-                    geteuid(), keepingFolder);
-  }
-  return text;
-}
-
 }  // namespace
 
 LivePorts::LivePorts(classifier::Table& table, const Config& config)
-    : table_(table), config_(config) {
-  makeFolder();
+    : table_(table), config_(config), kept_(config.xdp.keep) {
   for (const auto& [number, port] : config_.ports) {
     if (port.interface.empty()) continue;
     const std::string problem = addPort(number, port);
@@ -97,37 +72,13 @@ LivePorts::~LivePorts() {
   }
 }
 
-void LivePorts::makeFolder() {
-  if (!isMounted("/sys/fs/bpf")) {
-    if (!config_.xdp.keep) return;
-    throw ConfigError(
-        "programs cannot be kept: there is no BPF file system at /sys/fs/bpf; mount one with "
-        "\"mount -t bpf bpf /sys/fs/bpf\"");
-  }
-  std::error_code error;
-  if (config_.xdp.keep) {
-    std::filesystem::create_directory(keepingFolder, error);
-    if (!error && faccessat(AT_FDCWD, keepingFolder, R_OK | W_OK | X_OK, AT_EACCESS) != 0) {
-      error.assign(errno, std::generic_category());
-    }
-  }
-  if (error) throw ConfigError(unusableFolder(error));
-  // What another daemon has kept is taken over, or else removed, in any case.
-  if (std::filesystem::is_directory(keepingFolder, error)) folder_ = keepingFolder;
-}
-
-// Removes the files, and with them the programs, of interfaces that are not ports any more; all, if
-// none is to be kept.
+// Removes the programs that an earlier daemon has kept on interfaces that are not ports any more.
 void LivePorts::purge(const std::vector<Link>& links) {
-  if (folder_.empty()) return;
-  std::set<std::string> ours;
+  std::set<std::uint32_t> ours;
   for (const Link& link : links) {
-    if (config_.xdp.keep && isPort(link)) ours.insert(std::to_string(link.number));
+    if (isPort(link)) ours.insert(link.number);
   }
-  std::error_code error;
-  for (const auto& file : std::filesystem::directory_iterator(folder_, error)) {
-    if (!ours.contains(file.path().filename())) Attachment::removeKept(file.path());
-  }
+  kept_.removeOthers(ours);
 }
 
 bool LivePorts::isPort(const Link& link) const {
@@ -262,8 +213,7 @@ void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>&
 }
 
 void LivePorts::attach(std::uint32_t number, Port& port) {
-  const std::string file =
-      config_.xdp.keep ? fmt::format("{}/{}", folder_, port.interface) : std::string();
+  const std::string file = kept_.fileOf(port.interface);
   Attachment::Options options{
       .mode = modeFor(port.interface, file), .replacesOthers = config_.xdp.replace, .file = file};
   auto made = Attachment::make(plane_.programs(), port.interface, options);

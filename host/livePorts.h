@@ -12,6 +12,7 @@
 #include "classifier/xdp/netlink.h"
 #include "classifier/xdp/plane.h"
 #include "host/config.h"
+#include "host/keptPrograms.h"
 
 /// For the thread on which requests are answered.
 class LivePorts {
@@ -67,15 +68,13 @@ class LivePorts {
   void detach(std::uint32_t number, Port& port, const std::string& reason);
   classifier::xdp::Mode modeFor(std::uint32_t interface, const std::string& file) const;
   void leaveNativeMode();
-  void makeFolder();
   bool isPort(const classifier::xdp::Link& link) const;
   void purge(const std::vector<classifier::xdp::Link>& links);
 
   classifier::Table& table_;
   const Config& config_;
   classifier::xdp::Plane plane_;
-  /// Of files that keep programs; empty for none.
-  std::string folder_;
+  KeptPrograms kept_;
   std::map<std::uint32_t, Port> ports_;
   /// Ports of the configuration that are not among them, and why.
   std::map<std::uint32_t, std::string> leftOut_;

@@ -109,7 +109,7 @@ std::optional<Mode> Attachment::keptMode(const std::string& file, std::uint32_t 
   return mode;
 }
 
-void Attachment::removeKept(const std::string& file) {
+int Attachment::removeKept(const std::string& file) {
   const int link = bpf_obj_get(file.c_str());
   if (link >= 0) {
     bpf_link_info info{};
@@ -121,7 +121,7 @@ void Attachment::removeKept(const std::string& file) {
     }
     close(link);
   }
-  unlink(file.c_str());
+  return unlink(file.c_str()) == 0 || errno == ENOENT ? 0 : -errno;
 }
 
 std::variant<Attachment, Problem> Attachment::make(const Programs& programs,

@@ -46,8 +46,8 @@ class Attachment {
   /// The mode of the program that a file keeps on the interface; nothing if it keeps none.
   static std::optional<Mode> keptMode(const std::string& file, std::uint32_t interface);
 
-  /// Removes the file and what it keeps.
-  static void removeKept(const std::string& file);
+  /// Removes the file and what it keeps. 0 or what the kernel says.
+  static int removeKept(const std::string& file);
 
   ~Attachment();
   Attachment(Attachment&& other) noexcept;

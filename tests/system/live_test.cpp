@@ -761,6 +761,34 @@ TEST_F(Kept, ProgramsAreRemovedByADaemonThatIsNotToKeepThem) {
   EXPECT_TRUE(eventually(isClear));
 }
 
+TEST_F(Kept, ProgramsAreRemovedByADaemonThatDoesNotUseThem) {
+  if (!start(keeping())) return;
+  attach("d", RPC_L2CP_RULE_DISCARD);
+  stop();
+  EXPECT_FALSE(isClear());
+  ASSERT_TRUE(start("classifier = \"software\"\n"));
+  EXPECT_TRUE(eventually(isClear));
+  EXPECT_THAT(world().daemon().output().text(),
+              HasSubstr("xdp: programs that an earlier daemon has kept on interfaces are removed"));
+  EXPECT_EQ(send({cdp()}), (Arrived{{"c2", {cdp()}}, {"c3", {cdp()}}, {"p1", {cdp()}}}));
+}
+
+TEST_F(Kept, WhoMayNotRemoveProgramsIsToldHowTheyAre) {
+  if (!start(keeping())) return;
+  stop();
+  ASSERT_EQ(run({"chmod", "-R", "a+rX", "/sys/fs/bpf"}).status, 0);
+  World::file("l2cpd.toml", "lock = \"/run/lock/l2cpd\"\nstartup = \"\"\n");
+  ASSERT_EQ(run({"install", "-d", "-m", "0777", "/run/lock"}).status, 0);
+  const support::Process daemon({"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+                                 World::daemonProgram(), "-c", configPath});
+  EXPECT_TRUE(daemon.output().waitFor("l2cpd: daemon: ready")) << daemon.output().text();
+  const std::string remedy = "rm -r /sys/fs/bpf/l2cpd";
+  EXPECT_THAT(daemon.output().text(), HasSubstr("have root run \"" + remedy + "\""));
+  EXPECT_FALSE(isClear());
+  ASSERT_EQ(run({"sh", "-c", remedy}).status, 0);
+  EXPECT_TRUE(eventually(isClear));
+}
+
 TEST_F(Kept, AServicesUserNeedsAFolderOfItsOwnAndIsToldHowItGetsOne) {
   // As service managers mount it.
   ASSERT_EQ(chmod("/sys/fs/bpf", 0700), 0);

@@ -1,0 +1,28 @@
+#pragma once
+
+/// The files that keep programs on interfaces while no daemon runs.
+
+#include <cstdint>
+#include <set>
+#include <string>
+
+class KeptPrograms {
+ public:
+  /// Makes the folder for them if programs are to be kept. Throws ConfigError if that cannot be.
+  explicit KeptPrograms(bool keeps);
+
+  /// The file of the interface of this number; empty if programs are not to be kept.
+  std::string fileOf(std::uint32_t interface) const;
+
+  /// Removes what has been kept but is none of these interfaces'; if programs are not to be kept,
+  /// all. Whether anything was there is in the log, and what cannot be removed.
+  void removeOthers(const std::set<std::uint32_t>& interfaces);
+
+ private:
+  void sayThatItStays(const std::string& file, int error);
+
+  const bool keeps_;
+  /// Empty if there is none.
+  std::string folder_;
+  bool isSaid_ = false;
+};
