@@ -1,6 +1,7 @@
 #include "host/keptPrograms.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/statfs.h>
 #include <unistd.h>
 
@@ -15,6 +16,8 @@
 #include "host/config.h"
 #include "host/log.h"
 
+using classifier::xdp::Attachment;
+
 namespace {
 
 constexpr const char* fileSystem = "/sys/fs/bpf";
@@ -25,6 +28,13 @@ bool isMounted() {
   struct statfs found {};
   return statfs(fileSystem, &found) == 0 &&
          static_cast<std::uint32_t>(found.f_type) == bpfFileSystem;
+}
+
+/// Its number, as lsns(8) shows it; empty if that is not known.
+std::string networkNamespace() {
+  struct stat found {};
+  if (stat("/proc/self/ns/net", &found) != 0) return {};
+  return std::to_string(found.st_ino);
 }
 
 std::string unusable(const std::string& folder, const std::error_code& error) {
@@ -65,15 +75,32 @@ KeptPrograms::KeptPrograms(bool keeps) : keeps_(keeps) {
         "programs cannot be kept: there is no BPF file system at /sys/fs/bpf; mount one with "
         "\"mount -t bpf bpf /sys/fs/bpf\"");
   }
-  folder_ = keepingFolder;
+  const std::string space = networkNamespace();
+  if (!space.empty()) folder_ = fmt::format("{}/{}", keepingFolder, space);
+  removeLeftOvers();
   if (!keeps) return;
-  if (const std::error_code error = makeUsable(folder_)) {
-    throw ConfigError(unusable(folder_, error));
+  if (space.empty()) throw ConfigError("programs cannot be kept: /proc is not mounted");
+  for (const std::string& folder : {std::string(keepingFolder), folder_}) {
+    if (const std::error_code error = makeUsable(folder)) {
+      throw ConfigError(unusable(folder, error));
+    }
   }
 }
 
 std::string KeptPrograms::fileOf(std::uint32_t interface) const {
   return keeps_ ? fmt::format("{}/{}", folder_, interface) : std::string();
+}
+
+// A namespace that has gone cannot do it itself.
+void KeptPrograms::removeLeftOvers() const {
+  for (const auto& folder : contents(keepingFolder)) {
+    if (folder == folder_) continue;
+    for (const auto& file : contents(folder)) {
+      if (Attachment::keepsNothing(file)) Attachment::removeKept(file);
+    }
+    // Not if anything is in it.
+    rmdir(folder.c_str());
+  }
 }
 
 void KeptPrograms::removeOthers(const std::set<std::uint32_t>& interfaces) {
@@ -83,10 +110,11 @@ void KeptPrograms::removeOthers(const std::set<std::uint32_t>& interfaces) {
   bool isAnyRemoved = false;
   for (const auto& file : contents(folder_)) {
     if (ours.contains(file)) continue;
-    const int error = classifier::xdp::Attachment::removeKept(file);
+    const int error = Attachment::removeKept(file);
     isAnyRemoved |= error == 0;
     if (error != 0) sayThatItStays(file, error);
   }
+  if (!keeps_) rmdir(folder_.c_str());
   if (isAnyRemoved) {
     hostlog::information("xdp",
                          "programs that an earlier daemon has kept on interfaces are removed");

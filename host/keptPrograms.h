@@ -1,6 +1,7 @@
 #pragma once
 
-/// The files that keep programs on interfaces while no daemon runs.
+/// The files that keep programs on interfaces while no daemon runs. Each network namespace has a
+/// folder of its own: interfaces have their numbers there.
 
 #include <cstdint>
 #include <set>
@@ -19,6 +20,7 @@ class KeptPrograms {
   void removeOthers(const std::set<std::uint32_t>& interfaces);
 
  private:
+  void removeLeftOvers() const;
   void sayThatItStays(const std::string& file, int error);
 
   const bool keeps_;

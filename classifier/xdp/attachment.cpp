@@ -109,6 +109,16 @@ std::optional<Mode> Attachment::keptMode(const std::string& file, std::uint32_t 
   return mode;
 }
 
+bool Attachment::keepsNothing(const std::string& file) {
+  const int link = bpf_obj_get(file.c_str());
+  if (link < 0) return false;
+  bpf_link_info info{};
+  std::uint32_t size = sizeof info;
+  const bool isKnown = bpf_obj_get_info_by_fd(link, &info, &size) == 0;
+  close(link);
+  return isKnown && info.type == BPF_LINK_TYPE_XDP && info.xdp.ifindex == 0;
+}
+
 int Attachment::removeKept(const std::string& file) {
   const int link = bpf_obj_get(file.c_str());
   if (link >= 0) {

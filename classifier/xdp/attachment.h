@@ -46,6 +46,8 @@ class Attachment {
   /// The mode of the program that a file keeps on the interface; nothing if it keeps none.
   static std::optional<Mode> keptMode(const std::string& file, std::uint32_t interface);
 
+  /// Whether the file keeps a program on no interface any more.
+  static bool keepsNothing(const std::string& file);
   /// Removes the file and what it keeps. 0 or what the kernel says.
   static int removeKept(const std::string& file);
 

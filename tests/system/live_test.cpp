@@ -782,11 +782,40 @@ TEST_F(Kept, WhoMayNotRemoveProgramsIsToldHowTheyAre) {
   const support::Process daemon({"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
                                  World::daemonProgram(), "-c", configPath});
   EXPECT_TRUE(daemon.output().waitFor("l2cpd: daemon: ready")) << daemon.output().text();
-  const std::string remedy = "rm -r /sys/fs/bpf/l2cpd";
+  struct stat space {};
+  ASSERT_EQ(stat("/proc/self/ns/net", &space), 0);
+  const std::string remedy = "rm -r /sys/fs/bpf/l2cpd/" + std::to_string(space.st_ino);
   EXPECT_THAT(daemon.output().text(), HasSubstr("have root run \"" + remedy + "\""));
   EXPECT_FALSE(isClear());
   ASSERT_EQ(run({"sh", "-c", remedy}).status, 0);
   EXPECT_TRUE(eventually(isClear));
+}
+
+TEST_F(Kept, ProgramsOfAnotherNetworkNamespaceAreLeftAlone) {
+  if (!start(keeping())) return;
+  stop();
+  World::file("l2cpd.toml", "startup = \"\"\nlock = \"/run/other.lock\"\n");
+  const support::Process other({"unshare", "--net", World::daemonProgram(), "-c", configPath});
+  ASSERT_TRUE(other.output().waitFor("bridge br0")) << other.output().text();
+  EXPECT_FALSE(isClear());
+}
+
+TEST_F(Kept, WhatAnotherNetworkNamespaceHasLeftAndKeepsNothingIsRemoved) {
+  if (!start(keeping())) return;
+  stop();
+  // As if it were that of another namespace.
+  ASSERT_EQ(run({"sh", "-c", "mv /sys/fs/bpf/l2cpd/* /sys/fs/bpf/l2cpd/1"}).status, 0);
+  const std::string third = "/sys/fs/bpf/l2cpd/1/" + std::to_string(if_nametoindex("p3"));
+  ASSERT_EQ(access(third.c_str(), F_OK), 0);
+  ip("link delete p3");
+  ASSERT_TRUE(start("classifier = \"software\"\n"));
+  EXPECT_NE(access(third.c_str(), F_OK), 0);
+  EXPECT_FALSE(isClear());
+  stop();
+  ip("link delete p1");
+  ip("link delete p2");
+  ASSERT_TRUE(start("classifier = \"software\"\n"));
+  EXPECT_NE(access("/sys/fs/bpf/l2cpd/1", F_OK), 0);
 }
 
 TEST_F(Kept, AServicesUserNeedsAFolderOfItsOwnAndIsToldHowItGetsOne) {
