@@ -106,7 +106,10 @@ void KeptPrograms::removeLeftOvers() const {
 void KeptPrograms::removeOthers(const std::set<std::uint32_t>& interfaces) {
   if (folder_.empty()) return;
   std::set<std::string> ours;
-  for (const std::uint32_t interface : interfaces) ours.insert(fileOf(interface));
+  for (const std::uint32_t interface : interfaces) {
+    ours.insert(fileOf(interface));
+    ours.insert(Attachment::filterFile(fileOf(interface)));
+  }
   bool isAnyRemoved = false;
   for (const auto& file : contents(folder_)) {
     if (ours.contains(file)) continue;

@@ -231,6 +231,10 @@ void LivePorts::attach(std::uint32_t number, Port& port) {
   port.problem.clear();
   hostlog::information("xdp", "port {}, {}: attached in {} mode", number, port.wanted.interface,
                        text(options.mode));
+  if (!port.attachment->keepingProblem().empty()) {
+    hostlog::warning("xdp", "port {}, {}: its program ends with the daemon: {}", number,
+                     port.wanted.interface, port.attachment->keepingProblem());
+  }
 }
 
 // The note comes once for each interface and mode.

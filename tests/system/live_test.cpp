@@ -6,17 +6,26 @@
 #include <gmock/gmock.h>
 #include <linux/bpf.h>
 #include <linux/ethtool.h>
+#include <linux/filter.h>
 #include <linux/if_link.h>
+#include <linux/seccomp.h>
 #include <linux/sockios.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
 
 #include <array>
 #include <atomic>
 #include <csignal>
+#include <cstddef>
 #include <cstring>
+#include <functional>
+#include <future>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -523,16 +532,39 @@ bpf_xdp_query_opts programs() {
 }
 bool isClear() { return programs().attach_mode == XDP_ATTACHED_NONE; }
 
+// BPF_TCX_INGRESS, of Linux 6.6.
+constexpr auto behindSockets = static_cast<bpf_attach_type>(46);
+
+/// How many programs are behind the packet sockets of p1, those without a link left out; negative
+/// where the kernel has none with links.
+int filters() {
+  std::array<std::uint32_t, 64> numbers{};
+  auto count = static_cast<std::uint32_t>(numbers.size());
+  const int error = bpf_prog_query(static_cast<int>(if_nametoindex("p1")), behindSockets, 0,
+                                   nullptr, numbers.data(), &count);
+  return error == 0 ? static_cast<int>(count) : error;
+}
+
+std::string unlinkedFilters() {
+  return run({"tc", "filter", "show", "dev", "p1", "ingress"}).output;
+}
+
 TEST_F(Live, ProgramsGoWithTheDaemonHoweverItEnds) {
   if (!start()) return;
   EXPECT_FALSE(isClear());
   stop();
   EXPECT_TRUE(eventually(isClear));
-  EXPECT_EQ(run({"tc", "filter", "show", "dev", "p1", "ingress"}).output, "");
+  EXPECT_EQ(unlinkedFilters(), "");
   ASSERT_TRUE(start());
   attach("d", RPC_L2CP_RULE_DISCARD);
+  const bool hasLinks = filters() >= 0;
+  EXPECT_TRUE(!hasLinks || filters() == 1);
   kill();
   EXPECT_TRUE(eventually(isClear));
+  if (hasLinks) {
+    EXPECT_TRUE(eventually([] { return filters() == 0; }));
+    EXPECT_EQ(unlinkedFilters(), "");
+  }
   EXPECT_EQ(send({cdp()}), (Arrived{{"c2", {cdp()}}, {"c3", {cdp()}}, {"p1", {cdp()}}}));
   ASSERT_TRUE(start());
   EXPECT_FALSE(isClear());
@@ -544,6 +576,98 @@ int foreignProgram() {
       bpf_insn{.code = BPF_ALU64 | BPF_MOV | BPF_K, .dst_reg = 0, .src_reg = 0, .off = 0, .imm = 2},
       bpf_insn{.code = BPF_JMP | BPF_EXIT, .dst_reg = 0, .src_reg = 0, .off = 0, .imm = 0}};
   return bpf_prog_load(BPF_PROG_TYPE_XDP, "foreign", "BSD", pass.data(), pass.size(), nullptr);
+}
+
+/// A kernel of before Linux 6.6 for what `run` starts: one that has no links behind packet sockets.
+class OlderKernel {
+ public:
+  explicit OlderKernel(const std::function<void()>& run) {
+    std::promise<int> asking;
+    std::promise<void> done;
+    // Processes end with the thread that has started them.
+    starting_ = std::thread([&, over = over_.get_future()] {
+      asking.set_value(askAbout(SYS_bpf));
+      run();
+      done.set_value();
+      over.wait();
+    });
+    requests_ = support::Descriptor(asking.get_future().get());
+    if (isThere()) answering_ = std::thread([this] { answer(); });
+    done.get_future().wait();
+  }
+  /// What was started has to have ended.
+  ~OlderKernel() {
+    over_.set_value();
+    starting_.join();
+    if (isThere()) answering_.join();
+  }
+  OlderKernel(const OlderKernel&) = delete;
+  OlderKernel& operator=(const OlderKernel&) = delete;
+
+  /// False where that is not to be had.
+  bool isThere() const { return requests_.get() >= 0; }
+
+ private:
+  /// The calls of this thread, and of processes that it starts, wait for an answer.
+  static int askAbout(std::uint32_t call) {
+    std::array<sock_filter, 4> code = {
+        sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1),
+        sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF),
+        sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+    const sock_fprog program{.len = code.size(), .filter = code.data()};
+    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    return static_cast<int>(
+        syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program));
+  }
+
+  static bool isUnknown(const seccomp_notif& request) {
+    bpf_attr attributes{};
+    iovec here{.iov_base = &attributes, .iov_len = 16};
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): an address of another process
+    iovec there{.iov_base = reinterpret_cast<void*>(request.data.args[1]), .iov_len = 16};
+    const auto pid = static_cast<pid_t>(request.pid);
+    return request.data.args[0] == BPF_LINK_CREATE &&
+           process_vm_readv(pid, &here, 1, &there, 1, 0) == 16 &&
+           attributes.link_create.attach_type == behindSockets;
+  }
+
+  void answer() {
+    for (;;) {
+      pollfd ready{.fd = requests_.get(), .events = POLLIN, .revents = 0};
+      poll(&ready, 1, -1);
+      if ((ready.revents & POLLIN) == 0) return;
+      seccomp_notif request{};
+      if (ioctl(requests_.get(), SECCOMP_IOCTL_NOTIF_RECV, &request) != 0) continue;
+      seccomp_notif_resp response{.id = request.id, .val = 0, .error = 0, .flags = 0};
+      if (isUnknown(request)) {
+        response.error = -EINVAL;
+      } else {
+        response.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
+      }
+      ioctl(requests_.get(), SECCOMP_IOCTL_NOTIF_SEND, &response);
+    }
+  }
+
+  std::promise<void> over_;
+  std::thread starting_;
+  support::Descriptor requests_;
+  std::thread answering_;
+};
+
+TEST_F(Live, PeeredFramesStayHereWithAnOlderKernel) {
+  bool isStarted = false;
+  const OlderKernel kernel([&] { isStarted = start(); });
+  if (!isStarted) return;
+  if (!kernel.isThere()) {
+    stop();
+    GTEST_SKIP() << "system calls cannot be answered here";
+  }
+  EXPECT_NE(unlinkedFilters(), "");
+  attach("p", RPC_L2CP_RULE_PEER);
+  EXPECT_EQ(send({lldp(), cdp()}), (Arrived{{"p1", {lldp(), cdp()}}}));
+  stop();
+  EXPECT_EQ(unlinkedFilters(), "");
 }
 
 TEST_F(Live, AnotherProgramGivesWayOnlyWhenThatIsAskedFor) {
@@ -741,6 +865,13 @@ TEST_F(Kept, AnEndWhileProgramsGiveWayToOthersLeavesWhatDelivers) {
     EXPECT_EQ(send({lldp()}), (Arrived{{"c2", {lldp()}}, {"c3", {lldp()}}}));
     ASSERT_TRUE(start(keeping()));
   }
+}
+
+TEST_F(Kept, PeeredFramesStayHereWhileNoDaemonRuns) {
+  if (!start(keeping())) return;
+  attach("p", RPC_L2CP_RULE_PEER);
+  kill();
+  EXPECT_EQ(send({lldp(), cdp()}), (Arrived{{"p1", {lldp(), cdp()}}}));
 }
 
 TEST_F(Kept, ProgramsOfPortsThatAreNoMoreAreRemoved) {
