@@ -153,6 +153,8 @@ void LivePorts::followLinks() {
     const Link* link = linkNamed(port.wanted.interface, links);
     if (port.interface != 0 && (link == nullptr || link->number != port.interface)) {
       detach(number, port, noInterface);
+    } else if (port.attachment && !isAsPlaced(number, port)) {
+      detach(number, port, "its programs have gone");
     }
   }
   purge(links);
@@ -188,6 +190,12 @@ void LivePorts::showMembers(const std::vector<Link>& links) {
     hostlog::warning("xdp", "port {}, {}: is in no bridge: no frame is tunnelled from or to it",
                      number, ports_.at(number).wanted.interface);
   }
+}
+
+// Between two looks an interface may have been away, or another one may have taken its number and
+// name; and others may take programs away.
+bool LivePorts::isAsPlaced(std::uint32_t number, const Port& port) const {
+  return plane_.hasStayed(number) && port.attachment->isOn(port.interface);
 }
 
 void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>& links) {

@@ -63,6 +63,7 @@ class LivePorts {
   void removePort(std::uint32_t number);
   void place(std::uint32_t number, Port& port, const std::vector<classifier::xdp::Link>& links);
   void showMembers(const std::vector<classifier::xdp::Link>& links);
+  bool isAsPlaced(std::uint32_t number, const Port& port) const;
   void attach(std::uint32_t number, Port& port);
   static void noteHiddenTags(std::uint32_t number, Port& port);
   void detach(std::uint32_t number, Port& port, const std::string& reason);

@@ -127,6 +127,10 @@ std::variant<Attachment, Problem> Attachment::make(const Programs& programs,
 Attachment::Attachment(Filter filter, Hold link, Mode mode)
     : filter_(std::move(filter)), link_(std::move(link)), mode_(mode) {}
 
+bool Attachment::isOn(std::uint32_t interface) const {
+  return link_.interface(BPF_LINK_TYPE_XDP) == interface && filter_.isOn(interface);
+}
+
 // The filter first: should the process end in between, no frame is marked without it.
 void Attachment::keepIn(const std::string& file) {
   if (file.empty()) return;

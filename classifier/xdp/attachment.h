@@ -57,6 +57,8 @@ class Attachment {
   static int removeKept(const std::string& file);
 
   Mode mode() const { return mode_; }
+  /// Whether the programs are on the interface still.
+  bool isOn(std::uint32_t interface) const;
   /// Why the file does not keep the program; empty if it does, or is not to.
   const std::string& keepingProblem() const { return keepingProblem_; }
   /// Leaves the program where it is when this object ends, if it has a file.

@@ -436,6 +436,41 @@ TEST_F(Live, AnInterfaceThatIsNotThereIsSaidAndWaitedFor) {
   EXPECT_TRUE(becomes(3, state(1)));
 }
 
+TEST_F(Live, AnInterfaceThatIsReplacedUnseenIsTakenAnew) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  const std::string number = std::to_string(if_nametoindex("p2"));
+  world().daemon().signal(SIGSTOP);
+  ip("link delete p2");
+  ip("link add p2 index " + number + " type veth peer name c2");
+  ip("link set p2 master br0 up");
+  ip("link set c2 up");
+  world().daemon().signal(SIGCONT);
+  EXPECT_TRUE(eventually([] {
+    return send({lldp()}) == Arrived{{"c2", {lldp()}}, {"c3", {lldp()}}};
+  }));
+}
+
+TEST_F(Live, AnInterfaceThatWasInAnotherNetworkNamespaceIsTakenAnew) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  const support::Process elsewhere({"unshare", "--net", "sh", "-c", "echo there; exec sleep 60"});
+  ASSERT_TRUE(elsewhere.output().waitFor("there"));
+  const std::string there = std::to_string(elsewhere.id());
+  world().daemon().signal(SIGSTOP);
+  ip("link set p2 netns " + there);
+  ASSERT_EQ(run({"nsenter", "--net=/proc/" + there + "/ns/net", "ip", "link", "set", "p2", "netns",
+                 std::to_string(getpid())})
+                .status,
+            0);
+  ip("link set p2 master br0 up");
+  ip("link set c2 up");
+  world().daemon().signal(SIGCONT);
+  EXPECT_TRUE(eventually([] {
+    return send({lldp()}) == Arrived{{"c2", {lldp()}}, {"c3", {lldp()}}};
+  }));
+}
+
 // ---- Rules that change ----
 
 /// Counts the frames from the station that arrive, while others go on.
@@ -666,6 +701,11 @@ TEST_F(Live, PeeredFramesStayHereWithAnOlderKernel) {
   EXPECT_NE(unlinkedFilters(), "");
   attach("p", RPC_L2CP_RULE_PEER);
   EXPECT_EQ(send({lldp(), cdp()}), (Arrived{{"p1", {lldp(), cdp()}}}));
+  // Looked at when interfaces change.
+  ASSERT_EQ(run({"tc", "qdisc", "delete", "dev", "p1", "clsact"}).status, 0);
+  ip("link set c3 alias other");
+  EXPECT_TRUE(eventually([] { return unlinkedFilters() != ""; }));
+  EXPECT_EQ(send({cdp()}), (Arrived{{"p1", {cdp()}}}));
   stop();
   EXPECT_EQ(unlinkedFilters(), "");
 }
