@@ -88,7 +88,15 @@ KeptPrograms::KeptPrograms(bool keeps) : keeps_(keeps) {
 }
 
 std::string KeptPrograms::fileOf(std::uint32_t interface) const {
-  return keeps_ ? fmt::format("{}/{}", folder_, interface) : std::string();
+  if (!keeps_) return {};
+  // Making the file tells of errors.
+  std::error_code ignored;
+  std::filesystem::create_directories(folder_, ignored);
+  return nameOf(interface);
+}
+
+std::string KeptPrograms::nameOf(std::uint32_t interface) const {
+  return fmt::format("{}/{}", folder_, interface);
 }
 
 // A namespace that has gone cannot do it itself.
@@ -107,8 +115,9 @@ void KeptPrograms::removeOthers(const std::set<std::uint32_t>& interfaces) {
   if (folder_.empty()) return;
   std::set<std::string> ours;
   for (const std::uint32_t interface : interfaces) {
-    ours.insert(fileOf(interface));
-    ours.insert(Attachment::filterFile(fileOf(interface)));
+    if (!keeps_) break;
+    ours.insert(nameOf(interface));
+    ours.insert(Attachment::filterFile(nameOf(interface)));
   }
   bool isAnyRemoved = false;
   for (const auto& file : contents(folder_)) {

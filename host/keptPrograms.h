@@ -12,7 +12,8 @@ class KeptPrograms {
   /// Makes the folder for them if programs are to be kept. Throws ConfigError if that cannot be.
   explicit KeptPrograms(bool keeps);
 
-  /// The file of the interface of this number; empty if programs are not to be kept.
+  /// The file of the interface of this number; empty if programs are not to be kept. Makes the folder
+  /// again should it have gone.
   std::string fileOf(std::uint32_t interface) const;
 
   /// Removes what has been kept but is none of these interfaces'; if programs are not to be kept,
@@ -20,6 +21,7 @@ class KeptPrograms {
   void removeOthers(const std::set<std::uint32_t>& interfaces);
 
  private:
+  std::string nameOf(std::uint32_t interface) const;
   void removeLeftOvers() const;
   void sayThatItStays(const std::string& file, int error);
 

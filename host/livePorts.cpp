@@ -68,7 +68,9 @@ LivePorts::LivePorts(classifier::Table& table, const Config& config)
 LivePorts::~LivePorts() {
   table_.setDataPlane(nullptr);
   for (auto& [number, port] : ports_) {
-    if (port.attachment && config_.xdp.keep) port.attachment->keep();
+    if (!port.attachment || !config_.xdp.keep) continue;
+    port.attachment->keepIn(kept_.fileOf(port.interface));
+    port.attachment->keep();
   }
 }
 
@@ -208,7 +210,11 @@ void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>&
     return;
   }
   plane_.setForwardedGroups(number, forwardedGroups(*link, links));
-  if (port.attachment) return;
+  if (port.attachment) {
+    port.attachment->keepIn(kept_.fileOf(port.interface));
+    noteKeeping(number, port);
+    return;
+  }
   if (const int error = plane_.setInterface(number, link->number); error != 0) {
     // Numbers are that far apart only where very many interfaces have come and gone.
     detach(number, port,
@@ -239,10 +245,16 @@ void LivePorts::attach(std::uint32_t number, Port& port) {
   port.problem.clear();
   hostlog::information("xdp", "port {}, {}: attached in {} mode", number, port.wanted.interface,
                        text(options.mode));
-  if (!port.attachment->keepingProblem().empty()) {
+  noteKeeping(number, port);
+}
+
+void LivePorts::noteKeeping(std::uint32_t number, Port& port) {
+  const std::string& problem = port.attachment->keepingProblem();
+  if (problem != port.keepingProblem && !problem.empty()) {
     hostlog::warning("xdp", "port {}, {}: its program ends with the daemon: {}", number,
-                     port.wanted.interface, port.attachment->keepingProblem());
+                     port.wanted.interface, problem);
   }
+  port.keepingProblem = problem;
 }
 
 // The note comes once for each interface and mode.

@@ -55,6 +55,8 @@ class LivePorts {
     std::optional<classifier::xdp::Mode> notedMode = {};
     /// In no bridge.
     bool isAlone = false;
+    /// Why its programs end with the daemon though they are to be kept; empty if they do not.
+    std::string keepingProblem = {};
   };
 
   /// Says why the port is left out, if it is.
@@ -66,6 +68,7 @@ class LivePorts {
   bool isAsPlaced(std::uint32_t number, const Port& port) const;
   void attach(std::uint32_t number, Port& port);
   static void noteHiddenTags(std::uint32_t number, Port& port);
+  static void noteKeeping(std::uint32_t number, Port& port);
   void detach(std::uint32_t number, Port& port, const std::string& reason);
   classifier::xdp::Mode modeFor(std::uint32_t interface, const std::string& file) const;
   void leaveNativeMode();

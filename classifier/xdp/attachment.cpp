@@ -136,7 +136,7 @@ void Attachment::keepIn(const std::string& file) {
   if (file.empty()) return;
   int error = filter_.keepIn(filterFile(file));
   if (error == 0) error = link_.keepIn(file);
-  if (error != 0) keepingProblem_ = file + ": " + strerror(-error);
+  keepingProblem_ = error != 0 ? file + ": " + strerror(-error) : std::string();
 }
 
 void Attachment::keep() {

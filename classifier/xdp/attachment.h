@@ -59,6 +59,8 @@ class Attachment {
   Mode mode() const { return mode_; }
   /// Whether the programs are on the interface still.
   bool isOn(std::uint32_t interface) const;
+  /// Has the file keep the program, again if that has gone.
+  void keepIn(const std::string& file);
   /// Why the file does not keep the program; empty if it does, or is not to.
   const std::string& keepingProblem() const { return keepingProblem_; }
   /// Leaves the program where it is when this object ends, if it has a file.
@@ -68,7 +70,6 @@ class Attachment {
   Attachment(Filter filter, Hold link, Mode mode);
   static std::optional<Attachment> takeOver(const Programs& programs, std::uint32_t interface,
                                             const Options& options);
-  void keepIn(const std::string& file);
 
   /// Goes after what marks frames for it.
   Filter filter_;

@@ -46,10 +46,10 @@ bool Hold::isAttached() const { return infoOf(link_).xdp.ifindex != 0; }
 std::uint32_t Hold::program() const { return infoOf(link_).prog_id; }
 
 int Hold::keepIn(const std::string& file) {
-  if (file == file_) return 0;
+  if (file == file_ && access(file.c_str(), F_OK) == 0) return 0;
   unlink(file.c_str());
   const int error = bpf_obj_pin(link_, file.c_str());
-  if (error == 0) file_ = file;
+  file_ = error == 0 ? file : std::string();
   return error;
 }
 

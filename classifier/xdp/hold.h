@@ -28,7 +28,8 @@ class Hold {
   /// The number of its program; 0 if that is not known.
   std::uint32_t program() const;
 
-  /// Has a file below /sys/fs/bpf keep it, too. 0 or a negative error number.
+  /// Has a file below /sys/fs/bpf keep it, too, again if that has gone. 0 or a negative error
+  /// number.
   int keepIn(const std::string& file);
   /// Leaves the program to the file, if there is one, when this object ends.
   void leave() { isLeft_ = true; }

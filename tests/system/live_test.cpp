@@ -836,6 +836,15 @@ class Kept : public Live {
     }
   }
 
+  static std::string keptFolder() {
+    struct stat space {};
+    EXPECT_EQ(stat("/proc/self/ns/net", &space), 0);
+    return "/sys/fs/bpf/l2cpd/" + std::to_string(space.st_ino);
+  }
+  static std::string keptFile(const char* interface) {
+    return keptFolder() + '/' + std::to_string(if_nametoindex(interface));
+  }
+
   static std::string keeping() {
     return config("startup = \"/run/startup.l2cp\"\n[xdp]\nkeep = true");
   }
@@ -953,9 +962,7 @@ TEST_F(Kept, WhoMayNotRemoveProgramsIsToldHowTheyAre) {
   const support::Process daemon({"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
                                  World::daemonProgram(), "-c", configPath});
   EXPECT_TRUE(daemon.output().waitFor("l2cpd: daemon: ready")) << daemon.output().text();
-  struct stat space {};
-  ASSERT_EQ(stat("/proc/self/ns/net", &space), 0);
-  const std::string remedy = "rm -r /sys/fs/bpf/l2cpd/" + std::to_string(space.st_ino);
+  const std::string remedy = "rm -r " + keptFolder();
   EXPECT_THAT(daemon.output().text(), HasSubstr("have root run \"" + remedy + "\""));
   EXPECT_FALSE(isClear());
   ASSERT_EQ(run({"sh", "-c", remedy}).status, 0);
@@ -987,6 +994,38 @@ TEST_F(Kept, WhatAnotherNetworkNamespaceHasLeftAndKeepsNothingIsRemoved) {
   ip("link delete p2");
   ASSERT_TRUE(start("classifier = \"software\"\n"));
   EXPECT_NE(access("/sys/fs/bpf/l2cpd/1", F_OK), 0);
+}
+
+TEST_F(Kept, FilesThatAreRemovedAreMadeAgain) {
+  if (!start(keeping())) return;
+  attach("d", RPC_L2CP_RULE_DISCARD);
+  ASSERT_EQ(run({"sh", "-c", "rm -r /sys/fs/bpf/l2cpd"}).status, 0);
+  ip("link delete p3");
+  cable(3);
+  EXPECT_TRUE(eventually([] { return access(keptFile("p1").c_str(), F_OK) == 0; }));
+  kill();
+  EXPECT_FALSE(isClear());
+  EXPECT_EQ(send({cdp()}), Arrived{});
+}
+
+TEST_F(Kept, AProgramThatCannotBeKeptIsAttachedAllTheSameAndStays) {
+  if (!start(keeping())) return;
+  const std::string mode = state(1);
+  // No folder can be made there.
+  ASSERT_EQ(run({"sh", "-c", "rm -r /sys/fs/bpf/l2cpd"}).status, 0);
+  const support::Descriptor program(foreignProgram());
+  ASSERT_EQ(bpf_obj_pin(program.get(), "/sys/fs/bpf/l2cpd"), 0);
+  ip("link delete p3");
+  cable(3);
+  EXPECT_TRUE(becomes(3, mode));
+  EXPECT_TRUE(world().daemon().output().waitFor(
+      "warning: xdp: port 3, p3: its program ends with the daemon: /sys/fs/bpf/l2cpd/"));
+  // Nothing more happens to it.
+  EXPECT_EQ(state(3), mode);
+  const auto text = world().daemon().output().text();
+  ip("link set c3 alias other");
+  EXPECT_EQ(state(3), mode);
+  EXPECT_EQ(world().daemon().output().text(), text);
 }
 
 TEST_F(Kept, AServicesUserNeedsAFolderOfItsOwnAndIsToldHowItGetsOne) {
