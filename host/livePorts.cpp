@@ -53,6 +53,11 @@ std::optional<Outlet> outletOf(const Link& link) {
   return Outlet{.bridge = link.bridge, .mtu = link.mtu};
 }
 
+bool receivesRedirected(std::uint32_t interface) {
+  const auto features = classifier::xdp::xdpFeatures(interface);
+  return features && features->receives;
+}
+
 }  // namespace
 
 LivePorts::LivePorts(classifier::Table& table, const Config& config)
@@ -168,6 +173,7 @@ void LivePorts::followLinks() {
     if (port.interface == 0 || port.attachment) continue;
     attach(number, port);
   }
+  returnToNativeMode();
   leaveNativeMode();
   for (auto& [number, port] : ports_) noteHiddenTags(number, port);
   showMembers(links);
@@ -243,8 +249,12 @@ void LivePorts::attach(std::uint32_t number, Port& port) {
   }
   port.attachment.emplace(std::get<Attachment>(std::move(made)));
   port.problem.clear();
+  noteAttached(number, port);
+}
+
+void LivePorts::noteAttached(std::uint32_t number, Port& port) {
   hostlog::information("xdp", "port {}, {}: attached in {} mode", number, port.wanted.interface,
-                       text(options.mode));
+                       text(port.attachment->mode()));
   noteKeeping(number, port);
 }
 
@@ -282,7 +292,7 @@ void LivePorts::detach(std::uint32_t number, Port& port, const std::string& reas
 
 Mode LivePorts::modeFor(std::uint32_t interface, const std::string& file) const {
   if (config_.xdp.mode == "native") return Mode::native;
-  if (config_.xdp.mode == "generic" || isNativeRefused_) return Mode::generic;
+  if (config_.xdp.mode == "generic" || !refusing_.empty()) return Mode::generic;
   // A program changes without a break only in the mode that it is in.
   if (const auto kept = Attachment::keptMode(file, interface)) return *kept;
   const auto features = classifier::xdp::xdpFeatures(interface);
@@ -292,24 +302,52 @@ Mode LivePorts::modeFor(std::uint32_t interface, const std::string& file) const 
 // A frame that is redirected from native mode to an interface that does not take it is lost without
 // a word. Some take it only after a program has been attached, so this can be known only then.
 void LivePorts::leaveNativeMode() {
-  if (config_.xdp.mode != "auto" || isNativeRefused_) return;
+  if (config_.xdp.mode != "auto" || !refusing_.empty()) return;
   const auto isNative = [](const auto& element) {
     return element.second.attachment && element.second.attachment->mode() == Mode::native;
   };
   if (std::none_of(ports_.begin(), ports_.end(), isNative)) return;
-  const auto refusing = std::find_if(ports_.begin(), ports_.end(), [](const auto& element) {
-    if (!element.second.attachment) return false;
-    const auto features = classifier::xdp::xdpFeatures(element.second.interface);
-    return !features || !features->receives;
+  for (const auto& [number, port] : ports_) {
+    if (!port.attachment || receivesRedirected(port.interface)) continue;
+    if (refusing_.empty()) {
+      hostlog::information("xdp", "{} takes no frames that are redirected in native mode",
+                           port.wanted.interface);
+    }
+    refusing_.insert(port.interface);
+  }
+  if (!refusing_.empty()) changeMode(Mode::generic);
+}
+
+void LivePorts::returnToNativeMode() {
+  if (refusing_.empty()) return;
+  std::set<std::uint32_t> attached;
+  for (const auto& [number, port] : ports_) {
+    if (port.attachment) attached.insert(port.interface);
+  }
+  std::erase_if(refusing_, [&](std::uint32_t interface) {
+    return !attached.contains(interface) || receivesRedirected(interface);
   });
-  if (refusing == ports_.end()) return;
-  hostlog::information("xdp", "{} takes no frames that are redirected in native mode",
-                       refusing->second.wanted.interface);
-  isNativeRefused_ = true;
+  if (!refusing_.empty()) return;
+  hostlog::information("xdp", "all ports that took no frames in native mode do or have gone");
+  changeMode(Mode::native);
+}
+
+void LivePorts::changeMode(Mode wanted) {
   for (auto& [number, port] : ports_) {
-    if (!port.attachment || port.attachment->mode() != Mode::native) continue;
-    port.attachment.reset();
-    attach(number, port);
+    const Mode mode = wanted == Mode::native ? modeFor(port.interface, {}) : wanted;
+    if (!port.attachment || port.attachment->mode() == mode) continue;
+    Attachment::Options options{
+        .mode = mode, .replacesOthers = config_.xdp.replace, .file = kept_.fileOf(port.interface)};
+    auto problem = port.attachment->changeMode(plane_.programs(), port.interface, options);
+    if (problem && mode == Mode::native) {
+      options.mode = Mode::generic;
+      problem = port.attachment->changeMode(plane_.programs(), port.interface, options);
+    }
+    if (problem) {
+      detach(number, port, problem->text);
+    } else {
+      noteAttached(number, port);
+    }
   }
 }
 

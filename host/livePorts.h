@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -72,6 +73,9 @@ class LivePorts {
   void detach(std::uint32_t number, Port& port, const std::string& reason);
   classifier::xdp::Mode modeFor(std::uint32_t interface, const std::string& file) const;
   void leaveNativeMode();
+  void returnToNativeMode();
+  void changeMode(classifier::xdp::Mode wanted);
+  static void noteAttached(std::uint32_t number, Port& port);
   bool isPort(const classifier::xdp::Link& link) const;
   void purge(const std::vector<classifier::xdp::Link>& links);
 
@@ -82,8 +86,8 @@ class LivePorts {
   std::map<std::uint32_t, Port> ports_;
   /// Ports of the configuration that are not among them, and why.
   std::map<std::uint32_t, std::string> leftOut_;
-  /// Native mode was tried, and not every port takes redirected frames.
-  bool isNativeRefused_ = false;
   /// What the kernel said last about where tunnelled frames are to go.
   int membersError_ = 0;
+  /// Interfaces that take no frames which are redirected in native mode, found when that was tried.
+  std::set<std::uint32_t> refusing_;
 };

@@ -127,6 +127,19 @@ std::variant<Attachment, Problem> Attachment::make(const Programs& programs,
 Attachment::Attachment(Filter filter, Hold link, Mode mode)
     : filter_(std::move(filter)), link_(std::move(link)), mode_(mode) {}
 
+// The kernel does not have programs in both modes, and taking the filter away for so long would
+// have it wait.
+std::optional<Problem> Attachment::changeMode(const Programs& programs, std::uint32_t interface,
+                                              const Options& options) {
+  link_ = Hold();
+  const int link = createLink(programs.classify, interface, options.mode);
+  if (link < 0) return problem(link, options);
+  link_ = Hold(link);
+  mode_ = options.mode;
+  keepIn(options.file);
+  return std::nullopt;
+}
+
 bool Attachment::isOn(std::uint32_t interface) const {
   return link_.interface(BPF_LINK_TYPE_XDP) == interface && filter_.isOn(interface);
 }

@@ -59,6 +59,10 @@ class Attachment {
   Mode mode() const { return mode_; }
   /// Whether the programs are on the interface still.
   bool isOn(std::uint32_t interface) const;
+  /// Has the program on the interface in another mode. Frames that come in between meet none. Why
+  /// that cannot be, if it cannot: then none is there.
+  std::optional<Problem> changeMode(const Programs& programs, std::uint32_t interface,
+                                    const Options& options);
   /// Has the file keep the program, again if that has gone.
   void keepIn(const std::string& file);
   /// Why the file does not keep the program; empty if it does, or is not to.

@@ -739,10 +739,10 @@ TEST_F(Live, APortIsTakenWhenTheOtherProgramHasGone) {
   EXPECT_TRUE(becomes(1, state(2)));
 }
 
-/// Turns on what has a virtual cable's other end take redirected frames: ethtool's "gro".
-bool receiveInBulk(const char* interface) {
+/// Turns on, or off, what has a virtual cable's other end take redirected frames: ethtool's "gro".
+bool receiveInBulk(const char* interface, bool isOn = true) {
   const support::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  ethtool_value on{.cmd = ETHTOOL_SGRO, .data = 1};
+  ethtool_value on{.cmd = ETHTOOL_SGRO, .data = isOn ? 1U : 0U};
   ifreq request{};
   std::strcpy(request.ifr_name, interface);
   request.ifr_data = reinterpret_cast<char*>(&on);
@@ -773,6 +773,19 @@ TEST_F(Live, TheLogSaysWhereTagsMayBeHiddenAndWhatBecomesOfThem) {
   ASSERT_TRUE(start());
   EXPECT_THAT(world().daemon().output().text(),
               HasSubstr(hidden + " and are tunnelled without their tag; see l2cpd.toml(5)"));
+}
+
+TEST_F(Live, NativeModeIsLeftAndUsedAgainAsPortsTakeItsFrames) {
+  for (const char* end : {"c1", "c2", "c3"}) ASSERT_TRUE(receiveInBulk(end)) << end;
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  ASSERT_TRUE(receiveInBulk("c2", false));
+  EXPECT_TRUE(becomes(1, "generic"));
+  EXPECT_EQ(send({lldp()}), (Arrived{{"c2", {lldp()}}, {"c3", {lldp()}}}));
+  ASSERT_TRUE(receiveInBulk("c2"));
+  EXPECT_TRUE(becomes(1, "native"));
+  EXPECT_EQ(state(2), "native");
+  EXPECT_EQ(send({lldp()}), (Arrived{{"c2", {lldp()}}, {"c3", {lldp()}}}));
 }
 
 TEST_F(Live, GenericModeIsUsedWhereFramesWouldGetLost) {
