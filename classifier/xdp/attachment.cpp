@@ -41,7 +41,15 @@ int createLink(int program, std::uint32_t interface, Mode mode) {
 bool isTaken(int error) { return error == -EBUSY || error == -EEXIST; }
 
 Problem problem(int error, const Attachment::Options& options) {
-  if (!isTaken(error)) return {std::string("the program cannot be attached: ") + strerror(-error)};
+  if (!isTaken(error)) {
+    std::string text = std::string("the program cannot be attached: ") + strerror(-error);
+    if (options.mode == Mode::native) {
+      text +=
+          "; its driver may have no native mode, or none for an MTU as large as this interface or "
+          "the far end of a virtual cable has: make that smaller, or have mode \"auto\"";
+    }
+    return {text};
+  }
   if (!options.replacesOthers) {
     return {"another XDP program is there; it gives way only with \"replace = true\""};
   }

@@ -64,6 +64,11 @@ int keepText(libbpf_print_level level, const char* format, va_list arguments) {
     text +=
         "; loading XDP programs needs root, or the capabilities CAP_BPF, CAP_NET_ADMIN and "
         "CAP_PERFMON";
+  } else if (error == ENOSYS || error == EINVAL || error == EOPNOTSUPP) {
+    text +=
+        "; that needs Linux 5.14 or later with support for XDP; without, the configuration file "
+        "can "
+        "have the classifier \"software\"";
   }
   text += '\n' + libraryTexts().value_or("");
   libraryTexts().reset();

@@ -613,6 +613,19 @@ int foreignProgram() {
   return bpf_prog_load(BPF_PROG_TYPE_XDP, "foreign", "BSD", pass.data(), pass.size(), nullptr);
 }
 
+/// Has this thread, and the processes that it starts, get another answer from a system call.
+/// Negative where that is not to be had.
+int answerCall(std::uint32_t call, std::uint32_t answer, unsigned flags = 0) {
+  std::array<sock_filter, 4> code = {
+      sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1),
+      sock_filter BPF_STMT(BPF_RET | BPF_K, answer),
+      sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+  const sock_fprog program{.len = code.size(), .filter = code.data()};
+  prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+  return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, flags, &program));
+}
+
 /// A kernel of before Linux 6.6 for what `run` starts: one that has no links behind packet sockets.
 class OlderKernel {
  public:
@@ -621,7 +634,8 @@ class OlderKernel {
     std::promise<void> done;
     // Processes end with the thread that has started them.
     starting_ = std::thread([&, over = over_.get_future()] {
-      asking.set_value(askAbout(SYS_bpf));
+      asking.set_value(
+          answerCall(SYS_bpf, SECCOMP_RET_USER_NOTIF, SECCOMP_FILTER_FLAG_NEW_LISTENER));
       run();
       done.set_value();
       over.wait();
@@ -643,19 +657,6 @@ class OlderKernel {
   bool isThere() const { return requests_.get() >= 0; }
 
  private:
-  /// The calls of this thread, and of processes that it starts, wait for an answer.
-  static int askAbout(std::uint32_t call) {
-    std::array<sock_filter, 4> code = {
-        sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1),
-        sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF),
-        sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
-    const sock_fprog program{.len = code.size(), .filter = code.data()};
-    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-    return static_cast<int>(
-        syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program));
-  }
-
   static bool isUnknown(const seccomp_notif& request) {
     bpf_attr attributes{};
     iovec here{.iov_base = &attributes, .iov_len = 16};
@@ -835,6 +836,28 @@ TEST_F(Live, WithoutTheRightToLoadProgramsTheDaemonSaysWhatItNeeds) {
                                    World::daemonProgram(), "-c", configPath});
   EXPECT_EQ(result.status, 1);
   EXPECT_THAT(result.output, HasSubstr("CAP_BPF, CAP_NET_ADMIN and CAP_PERFMON"));
+}
+
+TEST_F(Live, WithoutXdpInTheKernelTheDaemonSaysWhatThereIsToDo) {
+  World::file("l2cpd.toml", config());
+  support::Run result{};
+  std::thread([&] {
+    if (answerCall(SYS_bpf, SECCOMP_RET_ERRNO | ENOSYS) == 0)
+      result = run({World::daemonProgram(), "-c", configPath});
+  }).join();
+  if (result.output.empty()) GTEST_SKIP() << "system calls cannot be refused here";
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.output, HasSubstr("error: xdp: the XDP program cannot be loaded: Function not "
+                                       "implemented; that needs Linux 5.14 or later"));
+}
+
+TEST_F(Live, WhereNativeModeIsRefusedTheReasonSaysWhatThereIsToDo) {
+  ip("link set c1 mtu 9000");
+  if (!start(config("[xdp]\nmode = \"native\""))) return;
+  EXPECT_THAT(state(1), HasSubstr("MTU"));
+  EXPECT_EQ(state(2), "native");
+  ip("link set c1 mtu 1500");
+  EXPECT_TRUE(becomes(1, "native"));
 }
 
 // ---- Programs that are kept ----
