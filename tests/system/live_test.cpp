@@ -21,6 +21,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstring>
@@ -51,6 +52,7 @@ using support::World;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using namespace std::chrono_literals;
 
 constexpr const char* configPath = "/run/l2cpd.toml";
 constexpr support::Mac station = {0x02, 0, 0, 0, 0, 0xaa};
@@ -399,6 +401,38 @@ TEST_F(Live, PortsFollowTheConfigurationFile) {
   World::file("l2cpd.toml", config());
   EXPECT_EQ(client::Control("udp").reload(), "");
   EXPECT_EQ(send({lldp()}), Arrived{});
+}
+
+TEST_F(Live, PortsMayExchangeTheirInterfaces) {
+  const auto ports = [](const char* first, const char* second) {
+    return std::string("classifier = \"xdp\"\n[[port]]\nnumber = 1\ninterface = \"") + first +
+           "\"\n[[port]]\nnumber = 2\ninterface = \"" + second + "\"\n";
+  };
+  if (!start(ports("p1", "p2"))) return;
+  attach("d", RPC_L2CP_RULE_DISCARD, 4095, {1});
+  attach("t", RPC_L2CP_RULE_TUNNEL, 4095, {2});
+  EXPECT_EQ(send({lldp()}), Arrived{});
+  World::file("l2cpd.toml", ports("p2", "p1"));
+  EXPECT_EQ(client::Control("tcp").reload(), "");
+  EXPECT_EQ(send({lldp()}), (Arrived{{"c2", {lldp()}}}));
+  World::file("l2cpd.toml", ports("p1", "p2"));
+  EXPECT_EQ(client::Control("tcp").reload(), "");
+  EXPECT_EQ(send({lldp()}), Arrived{});
+  EXPECT_EQ(service().portStat(1).discard, 2U);
+  EXPECT_EQ(service().portStat(2).tunnel, 1U);
+}
+
+TEST_F(Live, InterfacesThatTakeTagsFromFramesAreNamed) {
+  const support::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ethtool_value flags{.cmd = ETHTOOL_SFLAGS, .data = 0};
+  ifreq request{};
+  std::strcpy(request.ifr_name, "p1");
+  request.ifr_data = reinterpret_cast<char*>(&flags);
+  ASSERT_EQ(ioctl(socket.get(), SIOCETHTOOL, &request), 0);
+  if (!start()) return;
+  const std::string text = world().daemon().output().text();
+  EXPECT_THAT(text, HasSubstr("port 2, p2: takes tags from frames"));
+  EXPECT_THAT(text, testing::Not(HasSubstr("port 1, p1: takes tags from frames")));
 }
 
 TEST_F(Live, InterfacesAreFollowedAsTheyComeAndGo) {
@@ -950,6 +984,36 @@ TEST_F(Kept, AnEndWhileProgramsGiveWayToOthersLeavesWhatDelivers) {
     EXPECT_EQ(send({lldp()}), (Arrived{{"c2", {lldp()}}, {"c3", {lldp()}}}));
     ASSERT_TRUE(start(keeping()));
   }
+}
+
+TEST_F(Kept, FramesMeetTheRulesThoughTheDaemonIsKilledWhileItStarts) {
+  if (!start(keeping())) return;
+  attach("d", RPC_L2CP_RULE_DISCARD);
+  ASSERT_EQ(client::Control("tcp").save().first, CONTROL_OK);
+  kill();
+  const PacketSocket receiver("c2");
+  std::atomic<bool> done = false;
+  std::atomic<int> sent = 0;
+  std::thread sending([&] {
+    const PacketSocket sender("c1");
+    for (; !done; ++sent) sender.send(cdp());
+  });
+  // At every moment of it, the last one when it serves.
+  for (auto moment = 0ms; moment < 150ms; moment += 10ms) {
+    world().startDaemon({"-c", configPath}, false);
+    std::this_thread::sleep_for(moment);
+    world().stopDaemon(SIGKILL);
+  }
+  done = true;
+  sending.join();
+  int forwarded = 0;
+  while (const auto frame = receiver.next(std::chrono::milliseconds(0))) {
+    forwarded += *frame == cdp() ? 1 : 0;
+  }
+  EXPECT_EQ(forwarded, 0) << "of " << sent << " frames";
+  ASSERT_TRUE(start(keeping()));
+  EXPECT_EQ(send({lldp(), cdp()}), Arrived{});
+  EXPECT_EQ(service().portStat(1).discard, 2U);
 }
 
 TEST_F(Kept, PeeredFramesStayHereWhileNoDaemonRuns) {
