@@ -1,6 +1,7 @@
 #include "host/keptPrograms.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <unistd.h>
@@ -78,13 +79,31 @@ KeptPrograms::KeptPrograms(bool keeps) : keeps_(keeps) {
   const std::string space = networkNamespace();
   if (!space.empty()) folder_ = fmt::format("{}/{}", keepingFolder, space);
   removeLeftOvers();
-  if (!keeps) return;
+  if (!keeps) {
+    if (!lock()) folder_.clear();
+    return;
+  }
   if (space.empty()) throw ConfigError("programs cannot be kept: /proc is not mounted");
   for (const std::string& folder : {std::string(keepingFolder), folder_}) {
     if (const std::error_code error = makeUsable(folder)) {
       throw ConfigError(unusable(folder, error));
     }
   }
+  if (!lock()) {
+    throw ConfigError(fmt::format(
+        "programs cannot be kept: another daemon that runs keeps its own in {}", folder_));
+  }
+}
+
+KeptPrograms::~KeptPrograms() {
+  if (lock_ >= 0) close(lock_);
+}
+
+// False if another process has the folder. One that is not there, or not for this user, is
+// nobody's.
+bool KeptPrograms::lock() {
+  lock_ = open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  return lock_ < 0 || flock(lock_, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
 std::string KeptPrograms::fileOf(std::uint32_t interface) const {

@@ -1069,6 +1069,23 @@ TEST_F(Kept, WhoMayNotRemoveProgramsIsToldHowTheyAre) {
   EXPECT_TRUE(eventually(isClear));
 }
 
+TEST_F(Kept, ProgramsOfADaemonThatRunsAreLeftToIt) {
+  if (!start(keeping())) return;
+  attach("d", RPC_L2CP_RULE_DISCARD);
+  const std::string path = World::file("other.toml", "startup = \"\"\nlock = \"/run/2.lock\"\n");
+  const support::Process software({World::daemonProgram(), "-c", path});
+  ASSERT_TRUE(software.output().waitFor("bridge br0")) << software.output().text();
+  EXPECT_EQ(send({cdp()}), Arrived{});
+  World::file("other.toml",
+              "startup = \"\"\nlock = \"/run/3.lock\"\n"
+              "classifier = \"xdp\"\n[xdp]\nkeep = true\n");
+  const support::Run second = run({World::daemonProgram(), "-c", path});
+  EXPECT_EQ(second.status, 1);
+  EXPECT_THAT(second.output,
+              HasSubstr("another daemon that runs keeps its own in " + keptFolder()));
+  EXPECT_EQ(send({cdp()}), Arrived{});
+}
+
 TEST_F(Kept, ProgramsOfAnotherNetworkNamespaceAreLeftAlone) {
   if (!start(keeping())) return;
   stop();
