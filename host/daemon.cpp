@@ -21,6 +21,7 @@
 #include "host/control.h"
 #include "host/controlService.h"
 #include "host/hostScripter.h"
+#include "host/keptPrograms.h"
 #include "host/livePorts.h"
 #include "host/lockFile.h"
 #include "host/log.h"
@@ -175,6 +176,8 @@ class Daemon {
     if (settings_.config().classifier == "xdp") {
       livePorts_.emplace(classifier::tableOf(bridge), settings_.config());
       settings_.onPorts([this] { return livePorts_->followConfig(); });
+    } else {
+      KeptPrograms(false).removeOthers({});
     }
     configureControlService(settings_, livePorts_ ? &*livePorts_ : nullptr);
     // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): the framework takes it over

@@ -1,15 +1,9 @@
 #include "host/livePorts.h"
 
-#include <fcntl.h>
-#include <sys/statfs.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <set>
-#include <system_error>
 #include <utility>
 
 #include "host/log.h"
@@ -23,7 +17,6 @@ using classifier::xdp::Vlans;
 
 namespace {
 
-constexpr const char* keepingFolder = "/sys/fs/bpf/l2cpd";
 constexpr const char* noInterface = "there is no such interface";
 
 Vlans vlansOf(const Config::Port& port) {
@@ -60,28 +53,15 @@ std::optional<Outlet> outletOf(const Link& link) {
   return Outlet{.bridge = link.bridge, .mtu = link.mtu};
 }
 
-bool isMounted(const char* folder) {
-  constexpr auto bpfFileSystem = 0xcafe4a11;
-  struct statfs found {};
-  return statfs(folder, &found) == 0 && static_cast<std::uint32_t>(found.f_type) == bpfFileSystem;
-}
-
-std::string unusableFolder(const std::error_code& error) {
-  std::string text = fmt::format("programs cannot be kept: {}: {}", keepingFolder, error.message());
-  if (error == std::errc::permission_denied || error == std::errc::read_only_file_system) {
-    // The file system is often mounted for root alone.
-    text +=
-        fmt::format("; have root run \"chmod a+x /sys/fs/bpf\" and \"install -d -m 0700 -o {} {}\"",
-                    geteuid(), keepingFolder);
-  }
-  return text;
+bool receivesRedirected(std::uint32_t interface) {
+  const auto features = classifier::xdp::xdpFeatures(interface);
+  return features && features->receives;
 }
 
 }  // namespace
 
 LivePorts::LivePorts(classifier::Table& table, const Config& config)
-    : table_(table), config_(config) {
-  makeFolder();
+    : table_(table), config_(config), kept_(config.xdp.keep) {
   for (const auto& [number, port] : config_.ports) {
     if (port.interface.empty()) continue;
     const std::string problem = addPort(number, port);
@@ -93,41 +73,19 @@ LivePorts::LivePorts(classifier::Table& table, const Config& config)
 LivePorts::~LivePorts() {
   table_.setDataPlane(nullptr);
   for (auto& [number, port] : ports_) {
-    if (port.attachment && config_.xdp.keep) port.attachment->keep();
+    if (!port.attachment || !config_.xdp.keep) continue;
+    port.attachment->keepIn(kept_.fileOf(port.interface));
+    port.attachment->keep();
   }
 }
 
-void LivePorts::makeFolder() {
-  if (!isMounted("/sys/fs/bpf")) {
-    if (!config_.xdp.keep) return;
-    throw ConfigError(
-        "programs cannot be kept: there is no BPF file system at /sys/fs/bpf; mount one with "
-        "\"mount -t bpf bpf /sys/fs/bpf\"");
-  }
-  std::error_code error;
-  if (config_.xdp.keep) {
-    std::filesystem::create_directory(keepingFolder, error);
-    if (!error && faccessat(AT_FDCWD, keepingFolder, R_OK | W_OK | X_OK, AT_EACCESS) != 0) {
-      error.assign(errno, std::generic_category());
-    }
-  }
-  if (error) throw ConfigError(unusableFolder(error));
-  // What another daemon has kept is taken over, or else removed, in any case.
-  if (std::filesystem::is_directory(keepingFolder, error)) folder_ = keepingFolder;
-}
-
-// Removes the files, and with them the programs, of interfaces that are not ports any more; all, if
-// none is to be kept.
+// Removes the programs that an earlier daemon has kept on interfaces that are not ports any more.
 void LivePorts::purge(const std::vector<Link>& links) {
-  if (folder_.empty()) return;
-  std::set<std::string> ours;
+  std::set<std::uint32_t> ours;
   for (const Link& link : links) {
-    if (config_.xdp.keep && isPort(link)) ours.insert(std::to_string(link.number));
+    if (isPort(link)) ours.insert(link.number);
   }
-  std::error_code error;
-  for (const auto& file : std::filesystem::directory_iterator(folder_, error)) {
-    if (!ours.contains(file.path().filename())) Attachment::removeKept(file.path());
-  }
+  kept_.removeOthers(ours);
 }
 
 bool LivePorts::isPort(const Link& link) const {
@@ -202,6 +160,8 @@ void LivePorts::followLinks() {
     const Link* link = linkNamed(port.wanted.interface, links);
     if (port.interface != 0 && (link == nullptr || link->number != port.interface)) {
       detach(number, port, noInterface);
+    } else if (port.attachment && !isAsPlaced(number, port)) {
+      detach(number, port, "its programs have gone");
     }
   }
   purge(links);
@@ -213,6 +173,7 @@ void LivePorts::followLinks() {
     if (port.interface == 0 || port.attachment) continue;
     attach(number, port);
   }
+  returnToNativeMode();
   leaveNativeMode();
   for (auto& [number, port] : ports_) noteHiddenTags(number, port);
   showMembers(links);
@@ -239,6 +200,12 @@ void LivePorts::showMembers(const std::vector<Link>& links) {
   }
 }
 
+// Between two looks an interface may have been away, or another one may have taken its number and
+// name; and others may take programs away.
+bool LivePorts::isAsPlaced(std::uint32_t number, const Port& port) const {
+  return plane_.hasStayed(number) && port.attachment->isOn(port.interface);
+}
+
 void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>& links) {
   const Link* link = linkNamed(port.wanted.interface, links);
   if (link == nullptr) {
@@ -249,7 +216,11 @@ void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>&
     return;
   }
   plane_.setForwardedGroups(number, forwardedGroups(*link, links));
-  if (port.attachment) return;
+  if (port.attachment) {
+    port.attachment->keepIn(kept_.fileOf(port.interface));
+    noteKeeping(number, port);
+    return;
+  }
   if (const int error = plane_.setInterface(number, link->number); error != 0) {
     // Numbers are that far apart only where very many interfaces have come and gone.
     detach(number, port,
@@ -262,8 +233,7 @@ void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>&
 }
 
 void LivePorts::attach(std::uint32_t number, Port& port) {
-  const std::string file =
-      config_.xdp.keep ? fmt::format("{}/{}", folder_, port.interface) : std::string();
+  const std::string file = kept_.fileOf(port.interface);
   Attachment::Options options{
       .mode = modeFor(port.interface, file), .replacesOthers = config_.xdp.replace, .file = file};
   auto made = Attachment::make(plane_.programs(), port.interface, options);
@@ -279,8 +249,22 @@ void LivePorts::attach(std::uint32_t number, Port& port) {
   }
   port.attachment.emplace(std::get<Attachment>(std::move(made)));
   port.problem.clear();
+  noteAttached(number, port);
+}
+
+void LivePorts::noteAttached(std::uint32_t number, Port& port) {
   hostlog::information("xdp", "port {}, {}: attached in {} mode", number, port.wanted.interface,
-                       text(options.mode));
+                       text(port.attachment->mode()));
+  noteKeeping(number, port);
+}
+
+void LivePorts::noteKeeping(std::uint32_t number, Port& port) {
+  const std::string& problem = port.attachment->keepingProblem();
+  if (problem != port.keepingProblem && !problem.empty()) {
+    hostlog::warning("xdp", "port {}, {}: its program ends with the daemon: {}", number,
+                     port.wanted.interface, problem);
+  }
+  port.keepingProblem = problem;
 }
 
 // The note comes once for each interface and mode.
@@ -308,7 +292,7 @@ void LivePorts::detach(std::uint32_t number, Port& port, const std::string& reas
 
 Mode LivePorts::modeFor(std::uint32_t interface, const std::string& file) const {
   if (config_.xdp.mode == "native") return Mode::native;
-  if (config_.xdp.mode == "generic" || isNativeRefused_) return Mode::generic;
+  if (config_.xdp.mode == "generic" || !refusing_.empty()) return Mode::generic;
   // A program changes without a break only in the mode that it is in.
   if (const auto kept = Attachment::keptMode(file, interface)) return *kept;
   const auto features = classifier::xdp::xdpFeatures(interface);
@@ -318,24 +302,52 @@ Mode LivePorts::modeFor(std::uint32_t interface, const std::string& file) const 
 // A frame that is redirected from native mode to an interface that does not take it is lost without
 // a word. Some take it only after a program has been attached, so this can be known only then.
 void LivePorts::leaveNativeMode() {
-  if (config_.xdp.mode != "auto" || isNativeRefused_) return;
+  if (config_.xdp.mode != "auto" || !refusing_.empty()) return;
   const auto isNative = [](const auto& element) {
     return element.second.attachment && element.second.attachment->mode() == Mode::native;
   };
   if (std::none_of(ports_.begin(), ports_.end(), isNative)) return;
-  const auto refusing = std::find_if(ports_.begin(), ports_.end(), [](const auto& element) {
-    if (!element.second.attachment) return false;
-    const auto features = classifier::xdp::xdpFeatures(element.second.interface);
-    return !features || !features->receives;
+  for (const auto& [number, port] : ports_) {
+    if (!port.attachment || receivesRedirected(port.interface)) continue;
+    if (refusing_.empty()) {
+      hostlog::information("xdp", "{} takes no frames that are redirected in native mode",
+                           port.wanted.interface);
+    }
+    refusing_.insert(port.interface);
+  }
+  if (!refusing_.empty()) changeMode(Mode::generic);
+}
+
+void LivePorts::returnToNativeMode() {
+  if (refusing_.empty()) return;
+  std::set<std::uint32_t> attached;
+  for (const auto& [number, port] : ports_) {
+    if (port.attachment) attached.insert(port.interface);
+  }
+  std::erase_if(refusing_, [&](std::uint32_t interface) {
+    return !attached.contains(interface) || receivesRedirected(interface);
   });
-  if (refusing == ports_.end()) return;
-  hostlog::information("xdp", "{} takes no frames that are redirected in native mode",
-                       refusing->second.wanted.interface);
-  isNativeRefused_ = true;
+  if (!refusing_.empty()) return;
+  hostlog::information("xdp", "all ports that took no frames in native mode do or have gone");
+  changeMode(Mode::native);
+}
+
+void LivePorts::changeMode(Mode wanted) {
   for (auto& [number, port] : ports_) {
-    if (!port.attachment || port.attachment->mode() != Mode::native) continue;
-    port.attachment.reset();
-    attach(number, port);
+    const Mode mode = wanted == Mode::native ? modeFor(port.interface, {}) : wanted;
+    if (!port.attachment || port.attachment->mode() == mode) continue;
+    Attachment::Options options{
+        .mode = mode, .replacesOthers = config_.xdp.replace, .file = kept_.fileOf(port.interface)};
+    auto problem = port.attachment->changeMode(plane_.programs(), port.interface, options);
+    if (problem && mode == Mode::native) {
+      options.mode = Mode::generic;
+      problem = port.attachment->changeMode(plane_.programs(), port.interface, options);
+    }
+    if (problem) {
+      detach(number, port, problem->text);
+    } else {
+      noteAttached(number, port);
+    }
   }
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "classifier/xdp/netlink.h"
 #include "classifier/xdp/plane.h"
 #include "host/config.h"
+#include "host/keptPrograms.h"
 
 /// For the thread on which requests are answered.
 class LivePorts {
@@ -54,6 +56,8 @@ class LivePorts {
     std::optional<classifier::xdp::Mode> notedMode = {};
     /// In no bridge.
     bool isAlone = false;
+    /// Why its programs end with the daemon though they are to be kept; empty if they do not.
+    std::string keepingProblem = {};
   };
 
   /// Says why the port is left out, if it is.
@@ -62,25 +66,28 @@ class LivePorts {
   void removePort(std::uint32_t number);
   void place(std::uint32_t number, Port& port, const std::vector<classifier::xdp::Link>& links);
   void showMembers(const std::vector<classifier::xdp::Link>& links);
+  bool isAsPlaced(std::uint32_t number, const Port& port) const;
   void attach(std::uint32_t number, Port& port);
   static void noteHiddenTags(std::uint32_t number, Port& port);
+  static void noteKeeping(std::uint32_t number, Port& port);
   void detach(std::uint32_t number, Port& port, const std::string& reason);
   classifier::xdp::Mode modeFor(std::uint32_t interface, const std::string& file) const;
   void leaveNativeMode();
-  void makeFolder();
+  void returnToNativeMode();
+  void changeMode(classifier::xdp::Mode wanted);
+  static void noteAttached(std::uint32_t number, Port& port);
   bool isPort(const classifier::xdp::Link& link) const;
   void purge(const std::vector<classifier::xdp::Link>& links);
 
   classifier::Table& table_;
   const Config& config_;
   classifier::xdp::Plane plane_;
-  /// Of files that keep programs; empty for none.
-  std::string folder_;
+  KeptPrograms kept_;
   std::map<std::uint32_t, Port> ports_;
   /// Ports of the configuration that are not among them, and why.
   std::map<std::uint32_t, std::string> leftOut_;
-  /// Native mode was tried, and not every port takes redirected frames.
-  bool isNativeRefused_ = false;
   /// What the kernel said last about where tunnelled frames are to go.
   int membersError_ = 0;
+  /// Interfaces that take no frames which are redirected in native mode, found when that was tried.
+  std::set<std::uint32_t> refusing_;
 };

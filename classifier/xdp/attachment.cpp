@@ -41,7 +41,15 @@ int createLink(int program, std::uint32_t interface, Mode mode) {
 bool isTaken(int error) { return error == -EBUSY || error == -EEXIST; }
 
 Problem problem(int error, const Attachment::Options& options) {
-  if (!isTaken(error)) return {std::string("the program cannot be attached: ") + strerror(-error)};
+  if (!isTaken(error)) {
+    std::string text = std::string("the program cannot be attached: ") + strerror(-error);
+    if (options.mode == Mode::native) {
+      text +=
+          "; its driver may have no native mode, or none for an MTU as large as this interface or "
+          "the far end of a virtual cable has: make that smaller, or have mode \"auto\"";
+    }
+    return {text};
+  }
   if (!options.replacesOthers) {
     return {"another XDP program is there; it gives way only with \"replace = true\""};
   }
@@ -49,52 +57,15 @@ Problem problem(int error, const Attachment::Options& options) {
 }
 
 /// The mode in which the link has its program on the interface; nothing if it has none there.
-std::optional<Mode> modeOf(int link, std::uint32_t interface) {
-  bpf_link_info info{};
-  std::uint32_t size = sizeof info;
-  if (bpf_obj_get_info_by_fd(link, &info, &size) != 0 || info.type != BPF_LINK_TYPE_XDP ||
-      info.xdp.ifindex != interface) {
-    return std::nullopt;
-  }
+std::optional<Mode> modeOf(const Hold& link, std::uint32_t interface) {
+  if (link.interface(BPF_LINK_TYPE_XDP) != interface) return std::nullopt;
   bpf_xdp_query_opts found{};
   found.sz = sizeof found;
   if (bpf_xdp_query(static_cast<int>(interface), 0, &found) != 0) return std::nullopt;
-  if (found.drv_prog_id == info.prog_id) return Mode::native;
-  if (found.skb_prog_id == info.prog_id) return Mode::generic;
+  const std::uint32_t program = link.program();
+  if (found.drv_prog_id == program) return Mode::native;
+  if (found.skb_prog_id == program) return Mode::generic;
   return std::nullopt;
-}
-
-// The filter's place among others of the interface.
-constexpr std::uint32_t filterHandle = 1;
-constexpr std::uint32_t filterPriority = 0x4c32;
-
-int addFilter(int program, std::uint32_t interface) {
-  bpf_tc_hook hook{};
-  hook.sz = sizeof hook;
-  hook.ifindex = static_cast<int>(interface);
-  hook.attach_point = BPF_TC_INGRESS;
-  const int error = bpf_tc_hook_create(&hook);
-  if (error != 0 && error != -EEXIST) return error;
-  bpf_tc_opts options{};
-  options.sz = sizeof options;
-  options.prog_fd = program;
-  options.flags = BPF_TC_F_REPLACE;
-  options.handle = filterHandle;
-  options.priority = filterPriority;
-  return bpf_tc_attach(&hook, &options);
-}
-
-// The hook stays: others may use it. Where the interface has gone there is nothing to remove.
-void removeFilter(std::uint32_t interface) {
-  bpf_tc_hook hook{};
-  hook.sz = sizeof hook;
-  hook.ifindex = static_cast<int>(interface);
-  hook.attach_point = BPF_TC_INGRESS;
-  bpf_tc_opts options{};
-  options.sz = sizeof options;
-  options.handle = filterHandle;
-  options.priority = filterPriority;
-  bpf_tc_detach(&hook, &options);
 }
 
 }  // namespace
@@ -102,97 +73,97 @@ void removeFilter(std::uint32_t interface) {
 const char* text(Mode mode) { return mode == Mode::native ? "native" : "generic"; }
 
 std::optional<Mode> Attachment::keptMode(const std::string& file, std::uint32_t interface) {
-  const int link = bpf_obj_get(file.c_str());
-  if (link < 0) return std::nullopt;
-  const auto mode = modeOf(link, interface);
-  close(link);
-  return mode;
+  Hold link = holdOf(file);
+  link.leave();
+  return modeOf(link, interface);
 }
 
-void Attachment::removeKept(const std::string& file) {
-  const int link = bpf_obj_get(file.c_str());
-  if (link >= 0) {
-    bpf_link_info info{};
-    std::uint32_t size = sizeof info;
-    const bool isKnown = bpf_obj_get_info_by_fd(link, &info, &size) == 0;
-    bpf_link_detach(link);
-    if (isKnown && info.type == BPF_LINK_TYPE_XDP && info.xdp.ifindex != 0) {
-      removeFilter(info.xdp.ifindex);
-    }
-    close(link);
+// Dots are not for names in that file system.
+std::string Attachment::filterFile(const std::string& file) {
+  return file.empty() ? std::string() : file + "-filter";
+}
+
+bool Attachment::keepsNothing(const std::string& file) {
+  Hold link = holdOf(file);
+  link.leave();
+  return link.link() >= 0 && !link.isAttached();
+}
+
+int Attachment::removeKept(const std::string& file) {
+  {
+    const Hold link = holdOf(file);
+    const std::uint32_t interface = link.interface(BPF_LINK_TYPE_XDP);
+    if (interface != 0) Filter::removeUnlinked(interface);
   }
-  unlink(file.c_str());
+  return unlink(file.c_str()) == 0 || errno == ENOENT ? 0 : -errno;
+}
+
+std::optional<Attachment> Attachment::takeOver(const Programs& programs, std::uint32_t interface,
+                                               const Options& options) {
+  Hold link = holdOf(options.file);
+  if (modeOf(link, interface) != options.mode) return std::nullopt;
+  auto filter = Filter::make(programs.keep, interface, filterFile(options.file));
+  if (std::holds_alternative<int>(filter)) return std::nullopt;
+  Attachment taken(std::get<Filter>(std::move(filter)), std::move(link), options.mode);
+  if (bpf_link_update(taken.link_.link(), programs.classify, nullptr) != 0) return std::nullopt;
+  taken.keepIn(options.file);
+  return taken;
 }
 
 std::variant<Attachment, Problem> Attachment::make(const Programs& programs,
                                                    std::uint32_t interface,
                                                    const Options& options) {
   if (!options.file.empty()) {
-    const int known = bpf_obj_get(options.file.c_str());
-    if (known >= 0) {
-      if (modeOf(known, interface) == options.mode && addFilter(programs.keep, interface) == 0 &&
-          bpf_link_update(known, programs.classify, nullptr) == 0) {
-        return Attachment(known, interface, options);
-      }
-      close(known);
-      removeKept(options.file);
-    }
+    if (auto taken = takeOver(programs, interface, options)) return std::move(*taken);
   }
   // First, so that it is there before a frame is marked.
-  if (const int error = addFilter(programs.keep, interface); error != 0) {
+  auto filter = Filter::make(programs.keep, interface, filterFile(options.file));
+  if (const int* error = std::get_if<int>(&filter)) {
     return Problem{std::string("the filter behind packet sockets cannot be attached: ") +
-                   strerror(-error)};
+                   strerror(-*error)};
   }
   int link = createLink(programs.classify, interface, options.mode);
   if (isTaken(link) && options.replacesOthers && removeOthers(interface) == 0) {
     link = createLink(programs.classify, interface, options.mode);
   }
-  if (link < 0) {
-    removeFilter(interface);
-    return problem(link, options);
-  }
-  Attachment made(link, interface, options);
-  if (!options.file.empty()) {
-    if (const int error = bpf_obj_pin(link, options.file.c_str()); error != 0) {
-      return Problem{options.file + ": " + strerror(-error)};
-    }
-  }
+  if (link < 0) return problem(link, options);
+  Attachment made(std::get<Filter>(std::move(filter)), Hold(link), options.mode);
+  made.keepIn(options.file);
   return made;
 }
 
-Attachment::Attachment(int link, std::uint32_t interface, const Options& options)
-    : link_(link), interface_(interface), mode_(options.mode), file_(options.file) {}
+Attachment::Attachment(Filter filter, Hold link, Mode mode)
+    : filter_(std::move(filter)), link_(std::move(link)), mode_(mode) {}
 
-Attachment::Attachment(Attachment&& other) noexcept
-    : link_(std::exchange(other.link_, -1)),
-      interface_(other.interface_),
-      mode_(other.mode_),
-      file_(std::move(other.file_)),
-      isKept_(other.isKept_) {}
-
-Attachment& Attachment::operator=(Attachment&& other) noexcept {
-  if (this == &other) return *this;
-  end();
-  link_ = std::exchange(other.link_, -1);
-  interface_ = other.interface_;
-  mode_ = other.mode_;
-  file_ = std::move(other.file_);
-  isKept_ = other.isKept_;
-  return *this;
+// The kernel does not have programs in both modes, and taking the filter away for so long would
+// have it wait.
+std::optional<Problem> Attachment::changeMode(const Programs& programs, std::uint32_t interface,
+                                              const Options& options) {
+  link_ = Hold();
+  const int link = createLink(programs.classify, interface, options.mode);
+  if (link < 0) return problem(link, options);
+  link_ = Hold(link);
+  mode_ = options.mode;
+  keepIn(options.file);
+  return std::nullopt;
 }
 
-Attachment::~Attachment() { end(); }
+bool Attachment::isOn(std::uint32_t interface) const {
+  return link_.interface(BPF_LINK_TYPE_XDP) == interface && filter_.isOn(interface);
+}
 
-void Attachment::end() {
-  if (link_ < 0) return;
-  const bool stays = isKept_ && !file_.empty();
-  if (!stays) {
-    // Closing it would do that, too, but some time later.
-    bpf_link_detach(link_);
-    removeFilter(interface_);
-    if (!file_.empty()) unlink(file_.c_str());
-  }
-  close(std::exchange(link_, -1));
+// The filter first: should the process end in between, no frame is marked without it.
+void Attachment::keepIn(const std::string& file) {
+  if (file.empty()) return;
+  int error = filter_.keepIn(filterFile(file));
+  if (error == 0) error = link_.keepIn(file);
+  keepingProblem_ = error != 0 ? file + ": " + strerror(-error) : std::string();
+}
+
+void Attachment::keep() {
+  if (!keepingProblem_.empty()) return;
+  filter_.leave();
+  link_.leave();
 }
 
 }  // namespace classifier::xdp

@@ -7,6 +7,9 @@
 #include <string>
 #include <variant>
 
+#include "classifier/xdp/filter.h"
+#include "classifier/xdp/hold.h"
+
 namespace classifier::xdp {
 
 /// Descriptors of what is attached to an interface.
@@ -46,28 +49,37 @@ class Attachment {
   /// The mode of the program that a file keeps on the interface; nothing if it keeps none.
   static std::optional<Mode> keptMode(const std::string& file, std::uint32_t interface);
 
-  /// Removes the file and what it keeps.
-  static void removeKept(const std::string& file);
-
-  ~Attachment();
-  Attachment(Attachment&& other) noexcept;
-  Attachment& operator=(Attachment&& other) noexcept;
-  Attachment(const Attachment&) = delete;
-  Attachment& operator=(const Attachment&) = delete;
+  /// Where the filter is kept that belongs to the program in the file.
+  static std::string filterFile(const std::string& file);
+  /// Whether the file keeps a program on no interface any more.
+  static bool keepsNothing(const std::string& file);
+  /// Removes the file and what it keeps. 0 or what the kernel says.
+  static int removeKept(const std::string& file);
 
   Mode mode() const { return mode_; }
+  /// Whether the programs are on the interface still.
+  bool isOn(std::uint32_t interface) const;
+  /// Has the program on the interface in another mode. Frames that come in between meet none. Why
+  /// that cannot be, if it cannot: then none is there.
+  std::optional<Problem> changeMode(const Programs& programs, std::uint32_t interface,
+                                    const Options& options);
+  /// Has the file keep the program, again if that has gone.
+  void keepIn(const std::string& file);
+  /// Why the file does not keep the program; empty if it does, or is not to.
+  const std::string& keepingProblem() const { return keepingProblem_; }
   /// Leaves the program where it is when this object ends, if it has a file.
-  void keep() { isKept_ = true; }
+  void keep();
 
  private:
-  Attachment(int link, std::uint32_t interface, const Options& options);
-  void end();
+  Attachment(Filter filter, Hold link, Mode mode);
+  static std::optional<Attachment> takeOver(const Programs& programs, std::uint32_t interface,
+                                            const Options& options);
 
-  int link_;
-  std::uint32_t interface_;
+  /// Goes after what marks frames for it.
+  Filter filter_;
+  Hold link_;
   Mode mode_;
-  std::string file_;
-  bool isKept_ = false;
+  std::string keepingProblem_;
 };
 
 }  // namespace classifier::xdp

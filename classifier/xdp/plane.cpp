@@ -23,6 +23,7 @@
 
 #include "classifier/xdp/counters.h"
 #include "classifier/xdp/pack.h"
+#include "classifier/xdp/presence.h"
 #include "classifier/xdp/program.skel.h"
 
 namespace classifier::xdp {
@@ -63,6 +64,11 @@ int keepText(libbpf_print_level level, const char* format, va_list arguments) {
     text +=
         "; loading XDP programs needs root, or the capabilities CAP_BPF, CAP_NET_ADMIN and "
         "CAP_PERFMON";
+  } else if (error == ENOSYS || error == EINVAL || error == EOPNOTSUPP) {
+    text +=
+        "; that needs Linux 5.14 or later with support for XDP; without, the configuration file "
+        "can "
+        "have the classifier \"software\"";
   }
   text += '\n' + libraryTexts().value_or("");
   libraryTexts().reset();
@@ -112,6 +118,7 @@ struct Plane::Maps {
         interfaces(mapped<l2cp_interface>(program.maps.interfaces, L2CP_INTERFACES)),
         memberships(bpf_map__fd(program.maps.memberships), L2CP_MEMBERSHIPS),
         freePlaces(L2CP_PORTS) {
+    if (presence.error() != 0) fail("a map of interfaces cannot be made", -presence.error());
     const auto values = mapped<l2cp_counters>(program.maps.counters, processors);
     counters = std::make_shared<Counters>(std::span(values.get(), processors), values);
     for (std::uint32_t place = 0; place < L2CP_PORTS; ++place) {
@@ -150,6 +157,7 @@ struct Plane::Maps {
   const std::shared_ptr<l2cp_interface[]> interfaces;
   std::shared_ptr<Counters> counters;
   Memberships memberships;
+  Presence presence;
   /// The lowest one last.
   std::vector<std::uint32_t> freePlaces;
   PackedTable packed;
@@ -243,10 +251,16 @@ int Plane::setInterface(std::uint32_t port, std::uint32_t interface) {
     };
     if (std::ranges::any_of(ports_, isThere)) return -ENOSPC;
   }
-  if (known->interface != 0) maps_->putInterface(known->interface, {});
+  if (known->interface != 0) {
+    maps_->putInterface(known->interface, {});
+    maps_->presence.remove(known->interface);
+  }
   known->interface = interface;
   known->arrival = ++arrivals_;
-  if (interface != 0) maps_->putInterface(interface, {interface, known->place});
+  if (interface != 0) {
+    maps_->presence.add(interface);
+    maps_->putInterface(interface, {interface, known->place});
+  }
   areMembersShown_ = false;
   return 0;
 }
@@ -259,6 +273,12 @@ int Plane::setOutlet(std::uint32_t port, const std::optional<Outlet>& outlet) {
   known->outlet = outlet;
   areMembersShown_ = false;
   return 0;
+}
+
+bool Plane::hasStayed(std::uint32_t port) const {
+  const std::lock_guard lock(mutex_);
+  const auto known = ports_.find(port);
+  return known != ports_.end() && maps_->presence.has(known->second.interface);
 }
 
 int Plane::setForwardedGroups(std::uint32_t port, std::uint16_t groups) {

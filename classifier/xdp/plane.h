@@ -81,6 +81,10 @@ class Plane : public DataPlane {
   /// says; then they go where they went before.
   int showMembers();
 
+  /// Whether the interface has been there ever since it was set. Another one may have its number
+  /// now, or it may have been away: tunnelled frames do not leave there before it is set again.
+  bool hasStayed(std::uint32_t port) const;
+
   /// The groups 01-80-C2-00-00-0x, bit x for each, that the bridge above the port forwards and of
   /// which frames for the machine itself have to be ended. 0 or -ENOENT.
   int setForwardedGroups(std::uint32_t port, std::uint16_t groups);

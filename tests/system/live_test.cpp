@@ -6,17 +6,27 @@
 #include <gmock/gmock.h>
 #include <linux/bpf.h>
 #include <linux/ethtool.h>
+#include <linux/filter.h>
 #include <linux/if_link.h>
+#include <linux/seccomp.h>
 #include <linux/sockios.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <cstring>
+#include <functional>
+#include <future>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -42,6 +52,7 @@ using support::World;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using namespace std::chrono_literals;
 
 constexpr const char* configPath = "/run/l2cpd.toml";
 constexpr support::Mac station = {0x02, 0, 0, 0, 0, 0xaa};
@@ -392,6 +403,38 @@ TEST_F(Live, PortsFollowTheConfigurationFile) {
   EXPECT_EQ(send({lldp()}), Arrived{});
 }
 
+TEST_F(Live, PortsMayExchangeTheirInterfaces) {
+  const auto ports = [](const char* first, const char* second) {
+    return std::string("classifier = \"xdp\"\n[[port]]\nnumber = 1\ninterface = \"") + first +
+           "\"\n[[port]]\nnumber = 2\ninterface = \"" + second + "\"\n";
+  };
+  if (!start(ports("p1", "p2"))) return;
+  attach("d", RPC_L2CP_RULE_DISCARD, 4095, {1});
+  attach("t", RPC_L2CP_RULE_TUNNEL, 4095, {2});
+  EXPECT_EQ(send({lldp()}), Arrived{});
+  World::file("l2cpd.toml", ports("p2", "p1"));
+  EXPECT_EQ(client::Control("tcp").reload(), "");
+  EXPECT_EQ(send({lldp()}), (Arrived{{"c2", {lldp()}}}));
+  World::file("l2cpd.toml", ports("p1", "p2"));
+  EXPECT_EQ(client::Control("tcp").reload(), "");
+  EXPECT_EQ(send({lldp()}), Arrived{});
+  EXPECT_EQ(service().portStat(1).discard, 2U);
+  EXPECT_EQ(service().portStat(2).tunnel, 1U);
+}
+
+TEST_F(Live, InterfacesThatTakeTagsFromFramesAreNamed) {
+  const support::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ethtool_value flags{.cmd = ETHTOOL_SFLAGS, .data = 0};
+  ifreq request{};
+  std::strcpy(request.ifr_name, "p1");
+  request.ifr_data = reinterpret_cast<char*>(&flags);
+  ASSERT_EQ(ioctl(socket.get(), SIOCETHTOOL, &request), 0);
+  if (!start()) return;
+  const std::string text = world().daemon().output().text();
+  EXPECT_THAT(text, HasSubstr("port 2, p2: takes tags from frames"));
+  EXPECT_THAT(text, testing::Not(HasSubstr("port 1, p1: takes tags from frames")));
+}
+
 TEST_F(Live, InterfacesAreFollowedAsTheyComeAndGo) {
   if (!start()) return;
   attach("t", RPC_L2CP_RULE_TUNNEL);
@@ -425,6 +468,41 @@ TEST_F(Live, AnInterfaceThatIsNotThereIsSaidAndWaitedFor) {
   EXPECT_EQ(send({cdp()}), Arrived{});
   rename("later", "p3");
   EXPECT_TRUE(becomes(3, state(1)));
+}
+
+TEST_F(Live, AnInterfaceThatIsReplacedUnseenIsTakenAnew) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  const std::string number = std::to_string(if_nametoindex("p2"));
+  world().daemon().signal(SIGSTOP);
+  ip("link delete p2");
+  ip("link add p2 index " + number + " type veth peer name c2");
+  ip("link set p2 master br0 up");
+  ip("link set c2 up");
+  world().daemon().signal(SIGCONT);
+  EXPECT_TRUE(eventually([] {
+    return send({lldp()}) == Arrived{{"c2", {lldp()}}, {"c3", {lldp()}}};
+  }));
+}
+
+TEST_F(Live, AnInterfaceThatWasInAnotherNetworkNamespaceIsTakenAnew) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  const support::Process elsewhere({"unshare", "--net", "sh", "-c", "echo there; exec sleep 60"});
+  ASSERT_TRUE(elsewhere.output().waitFor("there"));
+  const std::string there = std::to_string(elsewhere.id());
+  world().daemon().signal(SIGSTOP);
+  ip("link set p2 netns " + there);
+  ASSERT_EQ(run({"nsenter", "--net=/proc/" + there + "/ns/net", "ip", "link", "set", "p2", "netns",
+                 std::to_string(getpid())})
+                .status,
+            0);
+  ip("link set p2 master br0 up");
+  ip("link set c2 up");
+  world().daemon().signal(SIGCONT);
+  EXPECT_TRUE(eventually([] {
+    return send({lldp()}) == Arrived{{"c2", {lldp()}}, {"c3", {lldp()}}};
+  }));
 }
 
 // ---- Rules that change ----
@@ -523,16 +601,39 @@ bpf_xdp_query_opts programs() {
 }
 bool isClear() { return programs().attach_mode == XDP_ATTACHED_NONE; }
 
+// BPF_TCX_INGRESS, of Linux 6.6.
+constexpr auto behindSockets = static_cast<bpf_attach_type>(46);
+
+/// How many programs are behind the packet sockets of p1, those without a link left out; negative
+/// where the kernel has none with links.
+int filters() {
+  std::array<std::uint32_t, 64> numbers{};
+  auto count = static_cast<std::uint32_t>(numbers.size());
+  const int error = bpf_prog_query(static_cast<int>(if_nametoindex("p1")), behindSockets, 0,
+                                   nullptr, numbers.data(), &count);
+  return error == 0 ? static_cast<int>(count) : error;
+}
+
+std::string unlinkedFilters() {
+  return run({"tc", "filter", "show", "dev", "p1", "ingress"}).output;
+}
+
 TEST_F(Live, ProgramsGoWithTheDaemonHoweverItEnds) {
   if (!start()) return;
   EXPECT_FALSE(isClear());
   stop();
   EXPECT_TRUE(eventually(isClear));
-  EXPECT_EQ(run({"tc", "filter", "show", "dev", "p1", "ingress"}).output, "");
+  EXPECT_EQ(unlinkedFilters(), "");
   ASSERT_TRUE(start());
   attach("d", RPC_L2CP_RULE_DISCARD);
+  const bool hasLinks = filters() >= 0;
+  EXPECT_TRUE(!hasLinks || filters() == 1);
   kill();
   EXPECT_TRUE(eventually(isClear));
+  if (hasLinks) {
+    EXPECT_TRUE(eventually([] { return filters() == 0; }));
+    EXPECT_EQ(unlinkedFilters(), "");
+  }
   EXPECT_EQ(send({cdp()}), (Arrived{{"c2", {cdp()}}, {"c3", {cdp()}}, {"p1", {cdp()}}}));
   ASSERT_TRUE(start());
   EXPECT_FALSE(isClear());
@@ -544,6 +645,104 @@ int foreignProgram() {
       bpf_insn{.code = BPF_ALU64 | BPF_MOV | BPF_K, .dst_reg = 0, .src_reg = 0, .off = 0, .imm = 2},
       bpf_insn{.code = BPF_JMP | BPF_EXIT, .dst_reg = 0, .src_reg = 0, .off = 0, .imm = 0}};
   return bpf_prog_load(BPF_PROG_TYPE_XDP, "foreign", "BSD", pass.data(), pass.size(), nullptr);
+}
+
+/// Has this thread, and the processes that it starts, get another answer from a system call.
+/// Negative where that is not to be had.
+int answerCall(std::uint32_t call, std::uint32_t answer, unsigned flags = 0) {
+  std::array<sock_filter, 4> code = {
+      sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1),
+      sock_filter BPF_STMT(BPF_RET | BPF_K, answer),
+      sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+  const sock_fprog program{.len = code.size(), .filter = code.data()};
+  prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+  return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, flags, &program));
+}
+
+/// A kernel of before Linux 6.6 for what `run` starts: one that has no links behind packet sockets.
+class OlderKernel {
+ public:
+  explicit OlderKernel(const std::function<void()>& run) {
+    std::promise<int> asking;
+    std::promise<void> done;
+    // Processes end with the thread that has started them.
+    starting_ = std::thread([&, over = over_.get_future()] {
+      asking.set_value(
+          answerCall(SYS_bpf, SECCOMP_RET_USER_NOTIF, SECCOMP_FILTER_FLAG_NEW_LISTENER));
+      run();
+      done.set_value();
+      over.wait();
+    });
+    requests_ = support::Descriptor(asking.get_future().get());
+    if (isThere()) answering_ = std::thread([this] { answer(); });
+    done.get_future().wait();
+  }
+  /// What was started has to have ended.
+  ~OlderKernel() {
+    over_.set_value();
+    starting_.join();
+    if (isThere()) answering_.join();
+  }
+  OlderKernel(const OlderKernel&) = delete;
+  OlderKernel& operator=(const OlderKernel&) = delete;
+
+  /// False where that is not to be had.
+  bool isThere() const { return requests_.get() >= 0; }
+
+ private:
+  static bool isUnknown(const seccomp_notif& request) {
+    bpf_attr attributes{};
+    iovec here{.iov_base = &attributes, .iov_len = 16};
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): an address of another process
+    iovec there{.iov_base = reinterpret_cast<void*>(request.data.args[1]), .iov_len = 16};
+    const auto pid = static_cast<pid_t>(request.pid);
+    return request.data.args[0] == BPF_LINK_CREATE &&
+           process_vm_readv(pid, &here, 1, &there, 1, 0) == 16 &&
+           attributes.link_create.attach_type == behindSockets;
+  }
+
+  void answer() {
+    for (;;) {
+      pollfd ready{.fd = requests_.get(), .events = POLLIN, .revents = 0};
+      poll(&ready, 1, -1);
+      if ((ready.revents & POLLIN) == 0) return;
+      seccomp_notif request{};
+      if (ioctl(requests_.get(), SECCOMP_IOCTL_NOTIF_RECV, &request) != 0) continue;
+      seccomp_notif_resp response{.id = request.id, .val = 0, .error = 0, .flags = 0};
+      if (isUnknown(request)) {
+        response.error = -EINVAL;
+      } else {
+        response.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
+      }
+      ioctl(requests_.get(), SECCOMP_IOCTL_NOTIF_SEND, &response);
+    }
+  }
+
+  std::promise<void> over_;
+  std::thread starting_;
+  support::Descriptor requests_;
+  std::thread answering_;
+};
+
+TEST_F(Live, PeeredFramesStayHereWithAnOlderKernel) {
+  bool isStarted = false;
+  const OlderKernel kernel([&] { isStarted = start(); });
+  if (!isStarted) return;
+  if (!kernel.isThere()) {
+    stop();
+    GTEST_SKIP() << "system calls cannot be answered here";
+  }
+  EXPECT_NE(unlinkedFilters(), "");
+  attach("p", RPC_L2CP_RULE_PEER);
+  EXPECT_EQ(send({lldp(), cdp()}), (Arrived{{"p1", {lldp(), cdp()}}}));
+  // Looked at when interfaces change.
+  ASSERT_EQ(run({"tc", "qdisc", "delete", "dev", "p1", "clsact"}).status, 0);
+  ip("link set c3 alias other");
+  EXPECT_TRUE(eventually([] { return unlinkedFilters() != ""; }));
+  EXPECT_EQ(send({cdp()}), (Arrived{{"p1", {cdp()}}}));
+  stop();
+  EXPECT_EQ(unlinkedFilters(), "");
 }
 
 TEST_F(Live, AnotherProgramGivesWayOnlyWhenThatIsAskedFor) {
@@ -575,10 +774,10 @@ TEST_F(Live, APortIsTakenWhenTheOtherProgramHasGone) {
   EXPECT_TRUE(becomes(1, state(2)));
 }
 
-/// Turns on what has a virtual cable's other end take redirected frames: ethtool's "gro".
-bool receiveInBulk(const char* interface) {
+/// Turns on, or off, what has a virtual cable's other end take redirected frames: ethtool's "gro".
+bool receiveInBulk(const char* interface, bool isOn = true) {
   const support::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  ethtool_value on{.cmd = ETHTOOL_SGRO, .data = 1};
+  ethtool_value on{.cmd = ETHTOOL_SGRO, .data = isOn ? 1U : 0U};
   ifreq request{};
   std::strcpy(request.ifr_name, interface);
   request.ifr_data = reinterpret_cast<char*>(&on);
@@ -609,6 +808,19 @@ TEST_F(Live, TheLogSaysWhereTagsMayBeHiddenAndWhatBecomesOfThem) {
   ASSERT_TRUE(start());
   EXPECT_THAT(world().daemon().output().text(),
               HasSubstr(hidden + " and are tunnelled without their tag; see l2cpd.toml(5)"));
+}
+
+TEST_F(Live, NativeModeIsLeftAndUsedAgainAsPortsTakeItsFrames) {
+  for (const char* end : {"c1", "c2", "c3"}) ASSERT_TRUE(receiveInBulk(end)) << end;
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  ASSERT_TRUE(receiveInBulk("c2", false));
+  EXPECT_TRUE(becomes(1, "generic"));
+  EXPECT_EQ(send({lldp()}), (Arrived{{"c2", {lldp()}}, {"c3", {lldp()}}}));
+  ASSERT_TRUE(receiveInBulk("c2"));
+  EXPECT_TRUE(becomes(1, "native"));
+  EXPECT_EQ(state(2), "native");
+  EXPECT_EQ(send({lldp()}), (Arrived{{"c2", {lldp()}}, {"c3", {lldp()}}}));
 }
 
 TEST_F(Live, GenericModeIsUsedWhereFramesWouldGetLost) {
@@ -660,6 +872,28 @@ TEST_F(Live, WithoutTheRightToLoadProgramsTheDaemonSaysWhatItNeeds) {
   EXPECT_THAT(result.output, HasSubstr("CAP_BPF, CAP_NET_ADMIN and CAP_PERFMON"));
 }
 
+TEST_F(Live, WithoutXdpInTheKernelTheDaemonSaysWhatThereIsToDo) {
+  World::file("l2cpd.toml", config());
+  support::Run result{};
+  std::thread([&] {
+    if (answerCall(SYS_bpf, SECCOMP_RET_ERRNO | ENOSYS) == 0)
+      result = run({World::daemonProgram(), "-c", configPath});
+  }).join();
+  if (result.output.empty()) GTEST_SKIP() << "system calls cannot be refused here";
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.output, HasSubstr("error: xdp: the XDP program cannot be loaded: Function not "
+                                       "implemented; that needs Linux 5.14 or later"));
+}
+
+TEST_F(Live, WhereNativeModeIsRefusedTheReasonSaysWhatThereIsToDo) {
+  ip("link set c1 mtu 9000");
+  if (!start(config("[xdp]\nmode = \"native\""))) return;
+  EXPECT_THAT(state(1), HasSubstr("MTU"));
+  EXPECT_EQ(state(2), "native");
+  ip("link set c1 mtu 1500");
+  EXPECT_TRUE(becomes(1, "native"));
+}
+
 // ---- Programs that are kept ----
 
 class Kept : public Live {
@@ -670,6 +904,15 @@ class Kept : public Live {
     if (mount("bpf", "/sys/fs/bpf", "bpf", 0, nullptr) != 0) {
       GTEST_SKIP() << "no BPF file system can be mounted here";
     }
+  }
+
+  static std::string keptFolder() {
+    struct stat space {};
+    EXPECT_EQ(stat("/proc/self/ns/net", &space), 0);
+    return "/sys/fs/bpf/l2cpd/" + std::to_string(space.st_ino);
+  }
+  static std::string keptFile(const char* interface) {
+    return keptFolder() + '/' + std::to_string(if_nametoindex(interface));
   }
 
   static std::string keeping() {
@@ -743,6 +986,43 @@ TEST_F(Kept, AnEndWhileProgramsGiveWayToOthersLeavesWhatDelivers) {
   }
 }
 
+TEST_F(Kept, FramesMeetTheRulesThoughTheDaemonIsKilledWhileItStarts) {
+  if (!start(keeping())) return;
+  attach("d", RPC_L2CP_RULE_DISCARD);
+  ASSERT_EQ(client::Control("tcp").save().first, CONTROL_OK);
+  kill();
+  const PacketSocket receiver("c2");
+  std::atomic<bool> done = false;
+  std::atomic<int> sent = 0;
+  std::thread sending([&] {
+    const PacketSocket sender("c1");
+    for (; !done; ++sent) sender.send(cdp());
+  });
+  // At every moment of it, the last one when it serves.
+  for (auto moment = 0ms; moment < 150ms; moment += 10ms) {
+    world().startDaemon({"-c", configPath}, false);
+    std::this_thread::sleep_for(moment);
+    world().stopDaemon(SIGKILL);
+  }
+  done = true;
+  sending.join();
+  int forwarded = 0;
+  while (const auto frame = receiver.next(std::chrono::milliseconds(0))) {
+    forwarded += *frame == cdp() ? 1 : 0;
+  }
+  EXPECT_EQ(forwarded, 0) << "of " << sent << " frames";
+  ASSERT_TRUE(start(keeping()));
+  EXPECT_EQ(send({lldp(), cdp()}), Arrived{});
+  EXPECT_EQ(service().portStat(1).discard, 2U);
+}
+
+TEST_F(Kept, PeeredFramesStayHereWhileNoDaemonRuns) {
+  if (!start(keeping())) return;
+  attach("p", RPC_L2CP_RULE_PEER);
+  kill();
+  EXPECT_EQ(send({lldp(), cdp()}), (Arrived{{"p1", {lldp(), cdp()}}}));
+}
+
 TEST_F(Kept, ProgramsOfPortsThatAreNoMoreAreRemoved) {
   if (!start(keeping())) return;
   stop();
@@ -759,6 +1039,110 @@ TEST_F(Kept, ProgramsAreRemovedByADaemonThatIsNotToKeepThem) {
   EXPECT_FALSE(isClear());
   stop();
   EXPECT_TRUE(eventually(isClear));
+}
+
+TEST_F(Kept, ProgramsAreRemovedByADaemonThatDoesNotUseThem) {
+  if (!start(keeping())) return;
+  attach("d", RPC_L2CP_RULE_DISCARD);
+  stop();
+  EXPECT_FALSE(isClear());
+  ASSERT_TRUE(start("classifier = \"software\"\n"));
+  EXPECT_TRUE(eventually(isClear));
+  EXPECT_THAT(world().daemon().output().text(),
+              HasSubstr("xdp: programs that an earlier daemon has kept on interfaces are removed"));
+  EXPECT_EQ(send({cdp()}), (Arrived{{"c2", {cdp()}}, {"c3", {cdp()}}, {"p1", {cdp()}}}));
+}
+
+TEST_F(Kept, WhoMayNotRemoveProgramsIsToldHowTheyAre) {
+  if (!start(keeping())) return;
+  stop();
+  ASSERT_EQ(run({"chmod", "-R", "a+rX", "/sys/fs/bpf"}).status, 0);
+  World::file("l2cpd.toml", "lock = \"/run/lock/l2cpd\"\nstartup = \"\"\n");
+  ASSERT_EQ(run({"install", "-d", "-m", "0777", "/run/lock"}).status, 0);
+  const support::Process daemon({"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+                                 World::daemonProgram(), "-c", configPath});
+  EXPECT_TRUE(daemon.output().waitFor("l2cpd: daemon: ready")) << daemon.output().text();
+  const std::string remedy = "rm -r " + keptFolder();
+  EXPECT_THAT(daemon.output().text(), HasSubstr("have root run \"" + remedy + "\""));
+  EXPECT_FALSE(isClear());
+  ASSERT_EQ(run({"sh", "-c", remedy}).status, 0);
+  EXPECT_TRUE(eventually(isClear));
+}
+
+TEST_F(Kept, ProgramsOfADaemonThatRunsAreLeftToIt) {
+  if (!start(keeping())) return;
+  attach("d", RPC_L2CP_RULE_DISCARD);
+  const std::string path = World::file("other.toml", "startup = \"\"\nlock = \"/run/2.lock\"\n");
+  const support::Process software({World::daemonProgram(), "-c", path});
+  ASSERT_TRUE(software.output().waitFor("bridge br0")) << software.output().text();
+  EXPECT_EQ(send({cdp()}), Arrived{});
+  World::file("other.toml",
+              "startup = \"\"\nlock = \"/run/3.lock\"\n"
+              "classifier = \"xdp\"\n[xdp]\nkeep = true\n");
+  const support::Run second = run({World::daemonProgram(), "-c", path});
+  EXPECT_EQ(second.status, 1);
+  EXPECT_THAT(second.output,
+              HasSubstr("another daemon that runs keeps its own in " + keptFolder()));
+  EXPECT_EQ(send({cdp()}), Arrived{});
+}
+
+TEST_F(Kept, ProgramsOfAnotherNetworkNamespaceAreLeftAlone) {
+  if (!start(keeping())) return;
+  stop();
+  World::file("l2cpd.toml", "startup = \"\"\nlock = \"/run/other.lock\"\n");
+  const support::Process other({"unshare", "--net", World::daemonProgram(), "-c", configPath});
+  ASSERT_TRUE(other.output().waitFor("bridge br0")) << other.output().text();
+  EXPECT_FALSE(isClear());
+}
+
+TEST_F(Kept, WhatAnotherNetworkNamespaceHasLeftAndKeepsNothingIsRemoved) {
+  if (!start(keeping())) return;
+  stop();
+  // As if it were that of another namespace.
+  ASSERT_EQ(run({"sh", "-c", "mv /sys/fs/bpf/l2cpd/* /sys/fs/bpf/l2cpd/1"}).status, 0);
+  const std::string third = "/sys/fs/bpf/l2cpd/1/" + std::to_string(if_nametoindex("p3"));
+  ASSERT_EQ(access(third.c_str(), F_OK), 0);
+  ip("link delete p3");
+  ASSERT_TRUE(start("classifier = \"software\"\n"));
+  EXPECT_NE(access(third.c_str(), F_OK), 0);
+  EXPECT_FALSE(isClear());
+  stop();
+  ip("link delete p1");
+  ip("link delete p2");
+  ASSERT_TRUE(start("classifier = \"software\"\n"));
+  EXPECT_NE(access("/sys/fs/bpf/l2cpd/1", F_OK), 0);
+}
+
+TEST_F(Kept, FilesThatAreRemovedAreMadeAgain) {
+  if (!start(keeping())) return;
+  attach("d", RPC_L2CP_RULE_DISCARD);
+  ASSERT_EQ(run({"sh", "-c", "rm -r /sys/fs/bpf/l2cpd"}).status, 0);
+  ip("link delete p3");
+  cable(3);
+  EXPECT_TRUE(eventually([] { return access(keptFile("p1").c_str(), F_OK) == 0; }));
+  kill();
+  EXPECT_FALSE(isClear());
+  EXPECT_EQ(send({cdp()}), Arrived{});
+}
+
+TEST_F(Kept, AProgramThatCannotBeKeptIsAttachedAllTheSameAndStays) {
+  if (!start(keeping())) return;
+  const std::string mode = state(1);
+  // No folder can be made there.
+  ASSERT_EQ(run({"sh", "-c", "rm -r /sys/fs/bpf/l2cpd"}).status, 0);
+  const support::Descriptor program(foreignProgram());
+  ASSERT_EQ(bpf_obj_pin(program.get(), "/sys/fs/bpf/l2cpd"), 0);
+  ip("link delete p3");
+  cable(3);
+  EXPECT_TRUE(becomes(3, mode));
+  EXPECT_TRUE(world().daemon().output().waitFor(
+      "warning: xdp: port 3, p3: its program ends with the daemon: /sys/fs/bpf/l2cpd/"));
+  // Nothing more happens to it.
+  EXPECT_EQ(state(3), mode);
+  const auto text = world().daemon().output().text();
+  ip("link set c3 alias other");
+  EXPECT_EQ(state(3), mode);
+  EXPECT_EQ(world().daemon().output().text(), text);
 }
 
 TEST_F(Kept, AServicesUserNeedsAFolderOfItsOwnAndIsToldHowItGetsOne) {
