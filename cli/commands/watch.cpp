@@ -333,7 +333,8 @@ constexpr Command commands[] = {
      "frames in a second since the refresh before; there is none for a counter that has begun "
      "anew.\n"
      "Refreshes are SECONDS apart, 1 to 3600, 1 if nothing is said. It ends after N of them, with\n"
-     "SIGHUP, SIGINT or SIGTERM, or when nobody reads its output. When the daemon goes away, it says so "
+     "SIGHUP, SIGINT or SIGTERM, or when nobody reads its output. When the daemon goes away, it "
+     "says so "
      "and\n"
      "goes on. With -j, every refresh is a JSON text in a line of its own.",
      "l2cpctl watch port 3 interval 5", watch}};

@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/bind.hpp>
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <cerrno>
@@ -106,10 +107,7 @@ void registerTcp(unsigned long program, unsigned long version, RpcDispatch dispa
 }
 
 bool ownsRpcLoop(const std::string& name) {
-  for (const char* owner : loopThreadNames) {
-    if (name == owner) return true;
-  }
-  return false;
+  return std::ranges::any_of(loopThreadNames, [&name](const char* owner) { return name == owner; });
 }
 
 // Serves every transport of the process until the thread is interrupted or `select` fails.
