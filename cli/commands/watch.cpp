@@ -328,15 +328,11 @@ void watch(Context& context) {
 constexpr Command commands[] = {
     {"watch", "[port PORT | vlan VID] [interval SECONDS] [count N]",
      "Shows counters and rates again and again.",
-     "Without \"port\" or \"vlan\", of all ports and VLANs to which something is attached. Rates "
-     "are\n"
-     "frames in a second since the refresh before; there is none for a counter that has begun "
-     "anew.\n"
-     "Refreshes are SECONDS apart, 1 to 3600, 1 if nothing is said. It ends after N of them, with\n"
-     "SIGHUP, SIGINT or SIGTERM, or when nobody reads its output. When the daemon goes away, it "
-     "says so "
-     "and\n"
-     "goes on. With -j, every refresh is a JSON text in a line of its own.",
+     "Without \"port\" or \"vlan\", of all ports and VLANs to which something is attached. Rates\n"
+     "are frames in a second since the refresh before; there is none for a counter that has begun\n"
+     "anew. Refreshes are SECONDS apart, 1 to 3600, 1 if nothing is said. It ends after N of\n"
+     "them, with SIGHUP, SIGINT or SIGTERM, or when nobody reads its output. When the daemon\n"
+     "goes away, it says so and goes on. With -j, every refresh is one line of JSON.",
      "l2cpctl watch port 3 interval 5", watch}};
 
 }  // namespace
