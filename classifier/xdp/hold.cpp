@@ -1,7 +1,10 @@
 #include "classifier/xdp/hold.h"
 
 #include <bpf/bpf.h>
+#include <fcntl.h>
 #include <linux/bpf.h>
+#include <sys/resource.h>
+#include <sys/select.h>
 #include <unistd.h>
 
 #include <utility>
@@ -17,9 +20,26 @@ bpf_link_info infoOf(int link) {
   return info;
 }
 
+/// Descriptors that `select` can watch are left to sockets, for hundreds of ports have two links
+/// each. The process's limit is raised for that alone.
+int outOfTheWay(int link) {
+  if (link < 0) return link;
+  rlimit limit{};
+  const bool isKnown = getrlimit(RLIMIT_NOFILE, &limit) == 0;
+  if (isKnown) {
+    const rlimit raised{.rlim_cur = limit.rlim_max, .rlim_max = limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &raised);
+  }
+  const int moved = fcntl(link, F_DUPFD_CLOEXEC, FD_SETSIZE);
+  if (isKnown) setrlimit(RLIMIT_NOFILE, &limit);
+  if (moved < 0) return link;
+  close(link);
+  return moved;
+}
+
 }  // namespace
 
-Hold::Hold(int link, std::string file) : link_(link), file_(std::move(file)) {}
+Hold::Hold(int link, std::string file) : link_(outOfTheWay(link)), file_(std::move(file)) {}
 
 Hold::Hold(Hold&& other) noexcept
     : link_(std::exchange(other.link_, -1)),

@@ -15,6 +15,7 @@
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
@@ -862,6 +863,26 @@ TEST_F(Live, APortTooManyIsLeftOutWithItsReasonAndTriedAgainOnEachReload) {
   World::file("l2cpd.toml", xdp + most);
   EXPECT_EQ(control.reload(), "");
   EXPECT_EQ(state(513), "no such port");
+}
+
+TEST_F(Live, PortsTakeNoneOfTheDescriptorsThatClientsNeed) {
+  constexpr int ports = 40;
+  std::string all = "classifier = \"xdp\"\n";
+  for (int i = 1; i <= ports; ++i) {
+    if (i > 3) cable(i);
+    const std::string number = std::to_string(i);
+    all += "[[port]]\nnumber = " + number + "\ninterface = \"p" + number + "\"\n";
+  }
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlimit few{.rlim_cur = 64, .rlim_max = limit.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+  const bool started = start(all);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  if (!started) return;
+  for (const client::LivePort& live : client::Control("tcp").livePorts()) {
+    EXPECT_EQ(live.state, "generic") << live.number;
+  }
 }
 
 TEST_F(Live, WithoutTheRightToLoadProgramsTheDaemonSaysWhatItNeeds) {
