@@ -36,6 +36,26 @@ class Descriptor {
   int number_;
 };
 
+/// Whether the kernel knows no such updates of a map of maps, as before Linux 5.19.
+bool isBatchUnknown(int error) {
+  constexpr int enotsupp = 524;  // the kernel's own, of no C library
+  return error == -enotsupp || error == -EOPNOTSUPP || error == -EINVAL;
+}
+
+/// Puts the maps of these numbers at the places. 0, or a negative error number.
+int putMaps(int descriptor, const std::vector<std::uint32_t>& places,
+            const std::vector<int>& numbers) {
+  auto count = static_cast<std::uint32_t>(places.size());
+  const int error =
+      bpf_map_update_batch(descriptor, places.data(), numbers.data(), &count, nullptr);
+  if (!isBatchUnknown(error)) return error;
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    const int refused = bpf_map_update_elem(descriptor, &places[i], &numbers[i], BPF_ANY);
+    if (refused != 0) return refused;
+  }
+  return 0;
+}
+
 /// A map of the interfaces, or a negative error number.
 int makeMap(const Members& members) {
   const auto size = static_cast<std::uint32_t>(members.size());
@@ -86,10 +106,7 @@ int Memberships::add(const std::set<Members>& wanted) {
       numbers.push_back(map);
       places.push_back(free_[free_.size() - 1 - places.size()]);
     }
-    auto count = static_cast<std::uint32_t>(places.size());
-    const int error =
-        bpf_map_update_batch(descriptor_, places.data(), numbers.data(), &count, nullptr);
-    if (error != 0) return error;
+    if (const int error = putMaps(descriptor_, places, numbers); error != 0) return error;
     for (std::size_t i = begin; i < end; ++i) {
       places_.emplace(*missing[i], free_.back());
       free_.pop_back();
