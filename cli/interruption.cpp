@@ -120,4 +120,20 @@ bool isStopRequested() {
   return sigisemptyset(&waiting) == 0;
 }
 
+// The signals are blocked but for the waiting itself, so that none slips in before it.
+bool waitForInput(int descriptor) {
+  sigset_t ending;
+  sigset_t before;
+  sigemptyset(&ending);
+  for (const int number : {SIGHUP, SIGINT, SIGTERM}) sigaddset(&ending, number);
+  pthread_sigmask(SIG_BLOCK, &ending, &before);
+  bool isThere = false;
+  while (!isThere && !isStopRequested()) {
+    pollfd input{.fd = descriptor, .events = POLLIN, .revents = 0};
+    isThere = ppoll(&input, 1, nullptr, &before) >= 0 || errno != EINTR;
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return isThere;
+}
+
 }  // namespace cli

@@ -65,5 +65,7 @@ void requestStop();
 void forgetStopRequest();
 /// Also true where an Interruption has a signal wait.
 bool isStopRequested();
+/// Waits for input there, or for its end. False if a stop is requested instead.
+bool waitForInput(int descriptor);
 
 }  // namespace cli
