@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <poll.h>
 #include <sys/signalfd.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -89,6 +90,8 @@ std::string_view Confirmation::wait(std::chrono::seconds time, Notes& notes) {
   using namespace std::chrono_literals;
   using Clock = std::chrono::steady_clock;
   const Clock::time_point deadline = Clock::now() + time;
+  // On a terminal, what was typed before the question is no answer to it.
+  tcflush(STDIN_FILENO, TCIFLUSH);
   std::string line;
   std::array<pollfd, 2> sources{{{signals_, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
   while (true) {
