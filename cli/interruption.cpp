@@ -101,7 +101,7 @@ void passOn(const sigset_t& signals) {
 
 HeldSignals::HeldSignals() {
   sigemptyset(&held_);
-  for (const int number : {SIGHUP, SIGINT, SIGTERM}) sigaddset(&held_, number);
+  for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) sigaddset(&held_, number);
   pthread_sigmask(SIG_BLOCK, &held_, &before_);
 }
 

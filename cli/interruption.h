@@ -40,8 +40,8 @@ class Interruption {
 /// To the program itself, where nobody handles them, they do nothing more.
 void passOn(const sigset_t& signals);
 
-/// While there is one of these, SIGHUP, SIGINT and SIGTERM wait: for work that must not end
-/// half-way.
+/// While there is one of these, SIGHUP, SIGINT, SIGQUIT and SIGTERM wait: for work that must not
+/// end half-way.
 class HeldSignals {
  public:
   HeldSignals();

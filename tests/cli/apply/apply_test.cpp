@@ -527,7 +527,7 @@ TEST_F(Applying, IsNotLeftHalfWayBySignals) {
     script += "attach gold port " + std::to_string(port) + "\n";
   }
   const std::string file = World::file("many.l2cp", script);
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
     support::Process apply({L2CPCTL_PROGRAM, "apply", file});
     ASSERT_TRUE(support::eventually([] {
       return !outcome({"-o", "profile", "ports", "gold"}).out.empty();
