@@ -91,6 +91,12 @@ bool Interruption::outputClosed() {
   return poll(&output, 1, 0) > 0 && isClosed(output);
 }
 
+bool isIgnored(int signal) {
+  struct sigaction action {};
+  sigaction(signal, nullptr, &action);
+  return handlerOf(action) == SIG_IGN;
+}
+
 void passOn(const sigset_t& signals) {
   for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
     struct sigaction action {};

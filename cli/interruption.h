@@ -36,6 +36,8 @@ class Interruption {
   sigset_t oldMask_{};
 };
 
+bool isIgnored(int signal);
+
 /// Has whoever handles these signals hear of them once more, now that somebody has answered them.
 /// To the program itself, where nobody handles them, they do nothing more.
 void passOn(const sigset_t& signals);

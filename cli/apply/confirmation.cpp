@@ -28,7 +28,10 @@ sigset_t handled() {
   sigset_t set;
   sigemptyset(&set);
   for (const int number : stopping) sigaddset(&set, number);
-  for (const int number : ending) sigaddset(&set, number);
+  // Those that are ignored stay so: a blocked one would be read all the same.
+  for (const int number : ending) {
+    if (!isIgnored(number)) sigaddset(&set, number);
+  }
   return set;
 }
 
