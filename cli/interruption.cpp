@@ -91,6 +91,12 @@ bool Interruption::outputClosed() {
   return poll(&output, 1, 0) > 0 && isClosed(output);
 }
 
+bool isIgnored(int signal) {
+  struct sigaction action {};
+  sigaction(signal, nullptr, &action);
+  return handlerOf(action) == SIG_IGN;
+}
+
 void passOn(const sigset_t& signals) {
   for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
     struct sigaction action {};
@@ -101,7 +107,7 @@ void passOn(const sigset_t& signals) {
 
 HeldSignals::HeldSignals() {
   sigemptyset(&held_);
-  for (const int number : {SIGHUP, SIGINT, SIGTERM}) sigaddset(&held_, number);
+  for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) sigaddset(&held_, number);
   pthread_sigmask(SIG_BLOCK, &held_, &before_);
 }
 
@@ -118,6 +124,22 @@ bool isStopRequested() {
   if (heldBack == nullptr || sigpending(&waiting) != 0) return false;
   sigandset(&waiting, &waiting, heldBack);
   return sigisemptyset(&waiting) == 0;
+}
+
+// The signals are blocked but for the waiting itself, so that none slips in before it.
+bool waitForInput(int descriptor) {
+  sigset_t ending;
+  sigset_t before;
+  sigemptyset(&ending);
+  for (const int number : {SIGHUP, SIGINT, SIGTERM}) sigaddset(&ending, number);
+  pthread_sigmask(SIG_BLOCK, &ending, &before);
+  bool isThere = false;
+  while (!isThere && !isStopRequested()) {
+    pollfd input{.fd = descriptor, .events = POLLIN, .revents = 0};
+    isThere = ppoll(&input, 1, nullptr, &before) >= 0 || errno != EINTR;
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return isThere;
 }
 
 }  // namespace cli

@@ -36,12 +36,14 @@ class Interruption {
   sigset_t oldMask_{};
 };
 
+bool isIgnored(int signal);
+
 /// Has whoever handles these signals hear of them once more, now that somebody has answered them.
 /// To the program itself, where nobody handles them, they do nothing more.
 void passOn(const sigset_t& signals);
 
-/// While there is one of these, SIGHUP, SIGINT and SIGTERM wait: for work that must not end
-/// half-way.
+/// While there is one of these, SIGHUP, SIGINT, SIGQUIT and SIGTERM wait: for work that must not
+/// end half-way.
 class HeldSignals {
  public:
   HeldSignals();
@@ -65,5 +67,7 @@ void requestStop();
 void forgetStopRequest();
 /// Also true where an Interruption has a signal wait.
 bool isStopRequested();
+/// Waits for input there, or for its end. False if a stop is requested instead.
+bool waitForInput(int descriptor);
 
 }  // namespace cli

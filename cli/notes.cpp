@@ -25,7 +25,8 @@ void Notes::progress(std::string_view text) {
 
 void Notes::show(std::string_view text) {
   if (!terminal_) return;
-  *stream_ << "\r\x1b[K" << text << std::flush;
+  // In one row, which is all that is taken away later: what is too long for it does not wrap.
+  *stream_ << "\x1b[?7l\r\x1b[K" << text << "\x1b[?7h" << std::flush;
   isShown_ = true;
 }
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <poll.h>
 #include <sys/signalfd.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,7 +28,10 @@ sigset_t handled() {
   sigset_t set;
   sigemptyset(&set);
   for (const int number : stopping) sigaddset(&set, number);
-  for (const int number : ending) sigaddset(&set, number);
+  // Those that are ignored stay so: a blocked one would be read all the same.
+  for (const int number : ending) {
+    if (!isIgnored(number)) sigaddset(&set, number);
+  }
   return set;
 }
 
@@ -89,6 +93,8 @@ std::string_view Confirmation::wait(std::chrono::seconds time, Notes& notes) {
   using namespace std::chrono_literals;
   using Clock = std::chrono::steady_clock;
   const Clock::time_point deadline = Clock::now() + time;
+  // On a terminal, what was typed before the question is no answer to it.
+  tcflush(STDIN_FILENO, TCIFLUSH);
   std::string line;
   std::array<pollfd, 2> sources{{{signals_, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
   while (true) {

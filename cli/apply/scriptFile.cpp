@@ -1,15 +1,16 @@
 #include "cli/apply/scriptFile.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <sstream>
 
 #include "cli/failure.h"
+#include "cli/interruption.h"
 #include "cli/value.h"
 
 namespace cli {
@@ -20,26 +21,45 @@ namespace {
   throw LocalError(fmt::format("{}: {}", name, std::strerror(error)));
 }
 
-script::Script read(std::istream& stream, const std::string& name) {
-  errno = 0;
-  script::Script script = script::parse(stream);
-  if (stream.bad()) cannotRead(name, errno != 0 ? errno : EIO);
-  return script;
-}
+[[noreturn]] void interrupted() { throw LocalError("interrupted; nothing was done"); }
 
-// Past the standard library, to whose stream a failure is an end like any other: a script that has
-// no lines is one that deletes everything.
-script::Script readInput(const std::string& name) {
+// Past the standard library, to whose streams a failure is an end like any other: a script that has
+// no lines is one that deletes everything. For the same reason, an end that comes with a signal is
+// none.
+script::Script read(int descriptor, const std::string& name) {
   std::stringstream text;
   std::array<char, 65536> bytes{};
   while (true) {
-    const ssize_t count = ::read(STDIN_FILENO, bytes.data(), bytes.size());
+    if (!waitForInput(descriptor)) interrupted();
+    const ssize_t count = ::read(descriptor, bytes.data(), bytes.size());
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) cannotRead(name, errno);
-    if (count == 0) return script::parse(text);
+    if (count == 0) break;
     text.write(bytes.data(), count);
   }
+  if (isStopRequested()) interrupted();
+  return script::parse(text);
 }
+
+/// A file that is open for reading.
+class File {
+ public:
+  File(const std::string& path, const std::string& name)
+      : descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+    if (descriptor_ >= 0) return;
+    const int error = errno;
+    if (error == EINTR && isStopRequested()) interrupted();
+    cannotRead(name, error);
+  }
+  ~File() { ::close(descriptor_); }
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+
+  int descriptor() const { return descriptor_; }
+
+ private:
+  int descriptor_;
+};
 
 }  // namespace
 
@@ -50,11 +70,10 @@ std::string ScriptFile::message(std::size_t line, std::string_view reason) const
 ScriptFile takeScript(Words& words) {
   const std::string path = words.take("FILE");
   words.end();
-  if (path == "-") return {"standard input", readInput("standard input")};
+  if (path == "-") return {"standard input", read(STDIN_FILENO, "standard input")};
   const std::string name = safeText(path);
-  std::ifstream stream(path, std::ios::binary);
-  if (!stream) cannotRead(name, errno);
-  return {name, read(stream, name)};
+  const File file(path, name);
+  return {name, read(file.descriptor(), name)};
 }
 
 ScriptFile takeScriptOrInput(Words& words) {

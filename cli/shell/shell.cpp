@@ -114,6 +114,9 @@ std::string Shell::prompt() const {
 
 void Shell::report(const std::function<void()>& something) {
   place_ = {};
+  // What could not be written before is no matter of this line.
+  out_.clear();
+  err_.clear();
   reporting(out_, err_, place_, something);
   // A copy that was lost leaves nothing to edit.
   if (edit_ && !edit_->isOpen()) leaveMode();

@@ -55,6 +55,8 @@ class Signals {
     for (std::size_t i = 0; i < numbers.size(); ++i) {
       sigaction(numbers[i], nullptr, &before_[i]);
       if (before_[i].sa_handler == SIG_IGN) continue;
+      // A command whose output waits for the terminal ends at a signal, but not for a new size.
+      note.sa_flags = numbers[i] == SIGWINCH ? SA_RESTART : 0;
       sigaction(numbers[i], &note, nullptr);
       sigaddset(&noted_, numbers[i]);
     }

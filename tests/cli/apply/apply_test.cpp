@@ -527,7 +527,7 @@ TEST_F(Applying, IsNotLeftHalfWayBySignals) {
     script += "attach gold port " + std::to_string(port) + "\n";
   }
   const std::string file = World::file("many.l2cp", script);
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
     support::Process apply({L2CPCTL_PROGRAM, "apply", file});
     ASSERT_TRUE(support::eventually([] {
       return !outcome({"-o", "profile", "ports", "gold"}).out.empty();
@@ -865,6 +865,17 @@ TEST_F(Confirming, GoesOnAtSignalsThatWouldStopTheProgram) {
   EXPECT_EQ(shown({"diff", World::file("site.l2cp", site)}), "");
 }
 
+TEST_F(Confirming, GoesOnAtSignalsThatAreIgnored) {
+  const auto before = std::signal(SIGHUP, SIG_IGN);
+  Confirmed apply(World::file("site.l2cp", site), "30");
+  std::signal(SIGHUP, before);
+  ASSERT_TRUE(apply.isWaiting());
+  apply.process().signal(SIGHUP);
+  apply.write("\n");
+  EXPECT_EQ(apply.process().wait(), 0);
+  EXPECT_EQ(shown({"diff", World::file("site.l2cp", site)}), "");
+}
+
 class Undoing : public Confirming {
  protected:
   void SetUp() override {
@@ -949,8 +960,8 @@ TEST_F(UndoingOnTerminal, CountsTheSecondsDown) {
                   "/proc/self/fd/" + std::to_string(terminal_.number()));
   // A busy machine may let a second pass unseen.
   const auto secondsShown = [this] {
-    terminal_.until("\r\x1b[KPress Enter to keep the changes; ");
-    return std::stoi(terminal_.until(" s are left "));
+    terminal_.until("\x1b[?7l\r\x1b[KPress Enter to keep the changes; ");
+    return std::stoi(terminal_.until(" s are left \x1b[?7h"));
   };
   const int first = secondsShown();
   EXPECT_THAT(first, AllOf(testing::Ge(1), testing::Le(30)));

@@ -39,6 +39,7 @@ class ShellWithoutDaemon : public testing::Test {
     shell().take(line);
     return text_.str();
   }
+  void breakOutput() { text_.setstate(std::ios::badbit); }
   std::string completed(const std::string& line) {
     const Completed completed = shell().complete(line);
     return line.substr(0, completed.from) + completed.text;
@@ -68,6 +69,12 @@ TEST_F(ShellWithoutDaemon, HasLevelsThatThePromptTells) {
   EXPECT_FALSE(shell().isOver());
   EXPECT_EQ(answer("exit"), "");
   EXPECT_TRUE(shell().isOver());
+}
+
+TEST_F(ShellWithoutDaemon, GoesOnAfterOutputThatCouldNotBeWritten) {
+  EXPECT_EQ(answer("configure"), "");
+  breakOutput();
+  EXPECT_THAT(answer("frob"), HasSubstr("expected one of"));
 }
 
 TEST_F(ShellWithoutDaemon, AnswersFailedLinesAsTheCommandLineDoesAndGoesOn) {

@@ -1,6 +1,7 @@
 // The shell of the built program on a terminal: its keys, and that the terminal's end or a signal
 // leaves nothing behind.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
@@ -69,6 +70,12 @@ class Terminal : public support::PseudoTerminal {
   }
 
   void signal(int number) const { kill(process_, number); }
+
+  /// Whether the program has taken everything that was typed.
+  bool isReadEmpty() const {
+    int left = -1;
+    return ioctl(number(), FIONREAD, &left) == 0 && left == 0;
+  }
 
   bool isAsBefore() const {
     termios now{};
@@ -268,6 +275,38 @@ TEST_F(ShellOnTerminal, EndsAtASignalThatComesInsteadOfAConfirmation) {
   EXPECT_EQ(terminal.wait(), 128 + SIGTERM);
   EXPECT_TRUE(terminal.isAsBefore());
   EXPECT_EQ(shown({"running-config", "show"}), before);
+}
+
+TEST_F(ShellOnTerminal, GivesUpAScriptThatIsBeingTypedAtControlCAndAtSignalsThatEndIt) {
+  const std::string before = shown({"running-config", "show"});
+  const auto typeScript = [&](const std::string& command) {
+    terminal.type(command + " -\r");
+    ASSERT_TRUE(support::eventually([&] { return terminal.isAsBefore(); }));
+    terminal.type("l2cp-profile silver\r");
+    terminal.until("l2cp-profile silver\r\n");
+    ASSERT_TRUE(support::eventually([&] { return terminal.isReadEmpty(); }));
+  };
+  for (const char* command : {"load", "diff", "apply"}) {
+    typeScript(command);
+    terminal.type("\x03");
+    terminal.until("error: interrupted; nothing was done\r\n");
+    terminal.until(top);
+  }
+  typeScript("apply");
+  terminal.signal(SIGTERM);
+  EXPECT_EQ(terminal.wait(), 128 + SIGTERM);
+  EXPECT_EQ(shown({"running-config", "show"}), before);
+}
+
+TEST_F(ShellOnTerminal, GivesUpAScriptThatComesFromAPipeAtControlC) {
+  ASSERT_EQ(mkfifo("/run/pipe", 0600), 0);
+  terminal.type("apply /run/pipe\r");
+  // Opens when the other end is opened.
+  const support::Descriptor writer(open("/run/pipe", O_WRONLY | O_CLOEXEC));
+  terminal.type("\x03");
+  terminal.until("error: interrupted; nothing was done\r\n");
+  terminal.until(top);
+  EXPECT_EQ(profiles(), onlyGold);
 }
 
 TEST_F(ShellOnTerminal, TakesControlZForTheEndOfConfiguration) {
