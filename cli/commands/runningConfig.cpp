@@ -61,8 +61,9 @@ constexpr Command commands[] = {
      "\"dynamic\", the dynamic profiles alone.",
      "l2cpctl running-config show all", show},
     {"running-config save", "", "Saves it as the script that the daemon replays when it starts.",
-     "The file's name is shown. What was saved before is kept beside it, as NAME.old. What the\n"
-     "script cannot say is left out; standard error tells what that is.",
+     "The file's name is shown. What was saved before is kept beside it, as NAME.old. Standard\n"
+     "error tells which names and attachments no script can make; what the language has no words\n"
+     "for, see l2cp-script(5), is left out without a word.",
      "l2cpctl running-config save", save},
     {"running-config defaults", "",
      "Removes attachments, unprotected profiles and added protocols.",
