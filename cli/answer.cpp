@@ -15,7 +15,7 @@ Value nothing(std::string_view text, std::string_view word) {
 }
 
 Value nameValue(std::string_view name) {
-  return {std::string(name), nameText(name), std::string(name)};
+  return {unicodeText(name), nameText(name), std::string(name)};
 }
 
 Value nameOrNothing(std::string_view name) {
@@ -23,7 +23,7 @@ Value nameOrNothing(std::string_view name) {
 }
 
 Value textValue(std::string_view text) {
-  return {std::string(text), safeText(text), std::string(text)};
+  return {unicodeText(text), safeText(text), std::string(text)};
 }
 
 Value wordValue(std::string_view word, Style style) {

@@ -27,7 +27,7 @@ struct Value {
   using Data = std::variant<std::monostate, bool, std::int64_t, double, std::string,
                             std::vector<std::int64_t>>;
 
-  Data data;         ///< in JSON
+  Data data;         ///< in JSON; text in UTF-8
   std::string text;  ///< in a table; safe to show
   std::string word;  ///< in a line for the shell, before it is quoted
   Style style = Style::plain;
@@ -40,7 +40,7 @@ Value nameValue(std::string_view name);
 Value nameOrNothing(std::string_view name);
 /// Any text from the daemon.
 Value textValue(std::string_view text);
-/// A word of the program's own.
+/// A word of the program's own, or a sentence in which texts from outside are made safe already.
 Value wordValue(std::string_view word, Style style = Style::plain);
 Value truthValue(bool truth);
 Value numberValue(std::int64_t number);

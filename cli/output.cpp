@@ -62,7 +62,7 @@ struct ToJson {
   Json operator()(bool truth) const { return truth; }
   Json operator()(std::int64_t number) const { return number; }
   Json operator()(double number) const { return number; }
-  Json operator()(const std::string& text) const { return unicodeText(text); }
+  Json operator()(const std::string& text) const { return text; }
   Json operator()(const std::vector<std::int64_t>& numbers) const { return numbers; }
 };
 

@@ -20,8 +20,8 @@ constexpr Field<Finding> findingFields[] = {
     {{"profile"}, [](const Finding& of) { return nameOrNothing(of.profile); }},
     {{"protocol"}, [](const Finding& of) { return nameOrNothing(of.protocol); }},
     {{"entry"}, [](const Finding& of) { return numberOrNothing(of.entry); }},
-    {{"problem"}, [](const Finding& of) { return textValue(of.problem); }},
-    {{"advice"}, [](const Finding& of) { return textValue(of.advice); }}};
+    {{"problem"}, [](const Finding& of) { return wordValue(of.problem); }},
+    {{"advice"}, [](const Finding& of) { return wordValue(of.advice); }}};
 constexpr Kind<Finding> findingKind{"finding", "findings", findingFields};
 
 }  // namespace

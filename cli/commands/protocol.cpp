@@ -93,8 +93,9 @@ void remove(Context& context) {
 }
 
 void rename(Context& context) {
+  // Both are there: the new one is replaced.
   std::string oldName = parseName(context.words.take("OLD"), "the old name");
-  std::string newName = parseNewName(context.words.take("NEW"), "the new name");
+  std::string newName = parseName(context.words.take("NEW"), "the new name");
   context.words.end();
   accept(context.client.module<rpc_l2cp_proto_ren_1>(wireText(oldName), wireText(newName)),
          {{RPC_L2CP_ERR_PROTO_NOT_FOUND,

@@ -419,6 +419,8 @@ TEST_F(Profiles, AreTakenByTheNamesThatTheyHave) {
           {"profile", "rule", "delete", name, name},
           {"profile", "rename", name, "p"},
           {"profile", "delete", "p"},
+          {"protocol", "add", "other", "mac", "any", "ethertype", "1"},
+          {"protocol", "rename", "other", name},
           {"protocol", "delete", name}});
   }
   EXPECT_EQ(shown({"-o", "profile", "list"}), "");

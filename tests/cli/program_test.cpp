@@ -126,15 +126,9 @@ const Wrong wrongProtocols[] = {
     {{"protocol", "delete", "x", "y"},
      "protocol delete: \"y\" is one word too many" SEE("protocol delete ")},
     {{"protocol", "rename", "x"}, "protocol rename: NEW is missing" SEE("protocol rename ")},
-    {{"protocol", "rename", "x", "a\" b"},
-     "protocol rename: the new name \"a\\\" b\" has a quotation mark in front of a blank, and "
-     "could "
-     "not be saved" SEE("protocol rename ")},
     {{"profile", "add", "a\" "},
      "profile add: the name \"a\\\" \" has a quotation mark in front of a blank, and could not be "
      "saved" SEE("profile add ")},
-    {{"protocol", "rename", "x", ""},
-     "protocol rename: the new name is empty" SEE("protocol rename ")},
     {{"protocol", "set", "x"},
      "protocol set: \"protect\", \"mac\", \"ethertype\" or \"subtype\" is missing" SEE(
          "protocol set ")},
@@ -164,6 +158,8 @@ const Wrong wrongProfiles[] = {
     {{"profile", "set", "x", "dynamic", "o"},
      "profile set: \"o\" could be \"on\" or \"off\"" SEE("profile set ")},
     {{"profile", "rename", "x"}, "profile rename: NEW is missing" SEE("profile rename ")},
+    {{"profile", "rename", "x", ""},
+     "profile rename: the new name is empty" SEE("profile rename ")},
     {{"profile", "commit", "x"}, "profile commit: COPY is missing" SEE("profile commit ")},
     {{"profile", "rule", "show", "x"},
      "profile rule show: PROTOCOL is missing" SEE("profile rule show ")},

@@ -346,6 +346,14 @@ TEST_F(Checking, FindsAttachedProfilesWithoutRules) {
             "1 finding\n");
 }
 
+TEST_F(Checking, ProgramsReadTheSameNameInAFindingAndInItsSentences) {
+  does({{"profile", "add", "m\xff"}, {"attach", "m\xff", "port", "3"}});
+  const std::string findings = found({"-j", "check"});
+  EXPECT_THAT(findings, HasSubstr(R"("profile":"m\\xff")"));
+  EXPECT_THAT(findings, HasSubstr(R"(VLAN all: m\\xff is attached)"));
+  EXPECT_THAT(findings, HasSubstr(R"(Detach m\\xff, give)"));
+}
+
 TEST_F(Checking, FindsProtocolsThatDeletedProfilesHold) {
   makeProfile("p", "LLDP", "peer");
   makeProfile("q", "LLDP", "peer");
