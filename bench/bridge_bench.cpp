@@ -33,7 +33,7 @@ using classifier::xdp::Problem;
 using support::Bytes;
 using support::FrameBuilder;
 
-constexpr int rounds = 21;
+constexpr int rounds = 15;
 constexpr std::uint32_t framesPerRound = 400 * bench::batch;
 constexpr std::uint32_t ports = 3;
 constexpr support::Mac receiver = {0x02, 0, 0, 0, 0, 2};
@@ -121,14 +121,13 @@ Nanoseconds deliver(const Sender& send, const Bytes& frame) {
   return cost / static_cast<double>(arrived > 0 ? arrived : 1);
 }
 
-void tunnels(const Programs& programs) {
-  const bench::Socket send("c1");
+template <class Sender>
+void tunnels(const Programs& programs, const char* what, const Sender& send) {
   const Bytes frame = bench::controlFrame(bench::entries - 1, bench::wholePort);
   const auto with = [&] {
     const auto attached = programs.attach(Mode::generic);
     return deliver(send, frame);
   };
-  const char* what = "tunnel to two ports, last of 99 entries";
   bench::compare(what, "flooded by the bridge", bench::atLeast(1.2), rounds, with,
                  [&] { return deliver(send, frame); });
   bench::compare(what, "flooded behind a chain of 99 rules", bench::atLeast(3), rounds, with, [&] {
@@ -158,11 +157,12 @@ void run() {
       FrameBuilder().ethernet(bench::station, receiver).etherType(0x88b5).padTo(64).bytes(),
       bench::batch);
 
-  tunnels(programs);
-  ordinary(programs, "ordinary unicast, generic mode, from a socket", Mode::generic,
-           bench::Socket("c1"));
+  const bench::Socket socket("c1");
+  tunnels(programs, "tunnel to two ports, generic mode, from a socket", socket);
+  ordinary(programs, "ordinary unicast, generic mode, from a socket", Mode::generic, socket);
   bench::gatherFrames("p1");
   const bench::Driver driver("c1");
+  tunnels(programs, "tunnel to two ports, generic mode, live frames", driver);
   ordinary(programs, "ordinary unicast, generic mode, live frames", Mode::generic, driver);
   ordinary(programs, "ordinary unicast, native mode, live frames", Mode::native, driver);
 }
