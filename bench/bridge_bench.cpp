@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -169,10 +168,4 @@ void run() {
 
 }  // namespace
 
-int main() {
-  try {
-    run();
-  } catch (const std::exception& problem) {
-    std::printf("skipped: %s\n", problem.what());
-  }
-}
+int main() { return bench::runOrSkip(run); }

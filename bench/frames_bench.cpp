@@ -139,10 +139,4 @@ void run() {
 
 }  // namespace
 
-int main() {
-  try {
-    run();
-  } catch (const std::exception& problem) {
-    std::printf("skipped: %s\n", problem.what());
-  }
-}
+int main() { return bench::runOrSkip(run); }

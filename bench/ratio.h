@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -30,6 +31,16 @@ inline double median(std::vector<double> values) {
   const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
   std::nth_element(values.begin(), middle, values.end());
   return *middle;
+}
+
+/// For a program's main: what cannot be measured here is said, and is no failure.
+inline int runOrSkip(void (*run)()) {
+  try {
+    run();
+  } catch (const std::exception& problem) {
+    std::printf("skipped: %s\n", problem.what());
+  }
+  return 0;
 }
 
 /// What a ratio is held against, in the reader's head: nothing here fails.

@@ -98,7 +98,7 @@ bool isIgnored(int signal) {
 }
 
 void passOn(const sigset_t& signals) {
-  for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+  for (const int number : endingSignals) {
     struct sigaction action {};
     sigaction(number, nullptr, &action);
     if (sigismember(&signals, number) == 1 && handlerOf(action) != SIG_DFL) std::raise(number);
@@ -107,7 +107,7 @@ void passOn(const sigset_t& signals) {
 
 HeldSignals::HeldSignals() {
   sigemptyset(&held_);
-  for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) sigaddset(&held_, number);
+  for (const int number : endingSignals) sigaddset(&held_, number);
   pthread_sigmask(SIG_BLOCK, &held_, &before_);
 }
 

@@ -7,6 +7,9 @@
 
 namespace cli {
 
+/// Those that end a program unless it does something about them.
+inline constexpr std::array endingSignals{SIGHUP, SIGINT, SIGQUIT, SIGTERM};
+
 /// While there is one of these, SIGHUP, SIGINT and SIGTERM do not end the program, unless they were
 /// ignored anyway: they end its waiting. There is one at a time. Whoever handled them before hears
 /// of them in the end.
@@ -42,7 +45,7 @@ bool isIgnored(int signal);
 /// To the program itself, where nobody handles them, they do nothing more.
 void passOn(const sigset_t& signals);
 
-/// While there is one of these, SIGHUP, SIGINT, SIGQUIT and SIGTERM wait: for work that must not
+/// While there is one of these, `endingSignals` wait: for work that must not
 /// end half-way.
 class HeldSignals {
  public:

@@ -23,17 +23,6 @@ Vlans vlansOf(const Config::Port& port) {
   return {.native = port.nativeVlan, .tagged = port.vlans};
 }
 
-// A bridge forwards spanning tree frames unless it takes part itself, and whatever it or the port
-// is told to forward against the rule.
-std::uint16_t forwardedGroups(const Link& link, const std::vector<Link>& links) {
-  const auto bridge = std::find_if(links.begin(), links.end(), [&](const Link& other) {
-    return link.bridge != 0 && other.number == link.bridge;
-  });
-  if (bridge == links.end()) return 0;
-  const unsigned spanningTree = bridge->hasSpanningTree ? 0 : 1;
-  return static_cast<std::uint16_t>(link.forwardedGroups | bridge->forwardedGroups | spanningTree);
-}
-
 const Link* linkNamed(const std::string& name, const std::vector<Link>& links) {
   const auto found = std::find_if(links.begin(), links.end(),
                                   [&](const Link& candidate) { return candidate.name == name; });
@@ -45,6 +34,15 @@ const Link* linkNumbered(std::uint32_t number, const std::vector<Link>& links) {
     return candidate.number == number;
   });
   return found != links.end() ? &*found : nullptr;
+}
+
+// A bridge forwards spanning tree frames unless it takes part itself, and whatever it or the port
+// is told to forward against the rule.
+std::uint16_t forwardedGroups(const Link& link, const std::vector<Link>& links) {
+  const Link* bridge = link.bridge != 0 ? linkNumbered(link.bridge, links) : nullptr;
+  if (bridge == nullptr) return 0;
+  const unsigned spanningTree = bridge->hasSpanningTree ? 0 : 1;
+  return static_cast<std::uint16_t>(link.forwardedGroups | bridge->forwardedGroups | spanningTree);
 }
 
 // One that is down would have the kernel lose the frame for ports behind it, too.

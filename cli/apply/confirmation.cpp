@@ -22,14 +22,13 @@ constexpr std::string_view confirmed;
 
 // Those that would stop the program are not answered: stopped, it could undo nothing.
 constexpr std::array stopping{SIGTSTP, SIGTTIN, SIGTTOU};
-constexpr std::array ending{SIGHUP, SIGINT, SIGQUIT, SIGTERM};
 
 sigset_t handled() {
   sigset_t set;
   sigemptyset(&set);
   for (const int number : stopping) sigaddset(&set, number);
   // Those that are ignored stay so: a blocked one would be read all the same.
-  for (const int number : ending) {
+  for (const int number : endingSignals) {
     if (!isIgnored(number)) sigaddset(&set, number);
   }
   return set;
@@ -82,7 +81,7 @@ bool Confirmation::takeSignals() {
   signalfd_siginfo information{};
   while (::read(signals_, &information, sizeof(information)) > 0) {
     const auto number = static_cast<int>(information.ssi_signo);
-    if (std::find(ending.begin(), ending.end(), number) == ending.end()) continue;
+    if (std::ranges::find(endingSignals, number) == endingSignals.end()) continue;
     sigaddset(&ending_, number);
     shallEnd = true;
   }
