@@ -67,6 +67,11 @@ std::vector<std::filesystem::path> contents(const std::string& folder) {
   return found;
 }
 
+/// Whether it, or one above it, is not for this user to look into.
+bool isHidden(const std::string& folder) {
+  return faccessat(AT_FDCWD, folder.c_str(), R_OK | X_OK, AT_EACCESS) != 0 && errno == EACCES;
+}
+
 }  // namespace
 
 KeptPrograms::KeptPrograms(bool keeps) : keeps_(keeps) {
@@ -81,6 +86,12 @@ KeptPrograms::KeptPrograms(bool keeps) : keeps_(keeps) {
   removeLeftOvers();
   if (!keeps) {
     if (!lock()) folder_.clear();
+    if (isHidden(folder_)) {
+      hostlog::information("xdp",
+                           "this user may not see whether an earlier daemon has kept programs on "
+                           "interfaces; if so, have root run \"rm -r {}\"",
+                           folder_);
+    }
     return;
   }
   if (space.empty()) throw ConfigError("programs cannot be kept: /proc is not mounted");
@@ -102,16 +113,32 @@ KeptPrograms::~KeptPrograms() {
 // False if another process has the folder. One that is not there, or not for this user, is
 // nobody's.
 bool KeptPrograms::lock() {
+  if (lock_ >= 0) close(lock_);
   lock_ = open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   return lock_ < 0 || flock(lock_, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
-std::string KeptPrograms::fileOf(std::uint32_t interface) const {
-  if (!keeps_) return {};
-  // Making the file tells of errors.
+std::string KeptPrograms::fileOf(std::uint32_t interface) {
+  if (keeps_ && !holdsFolder()) makeFolderAgain();
+  return keeps_ ? nameOf(interface) : std::string();
+}
+
+bool KeptPrograms::holdsFolder() const {
+  struct stat held {};
+  struct stat there {};
+  return lock_ >= 0 && fstat(lock_, &held) == 0 && stat(folder_.c_str(), &there) == 0 &&
+         held.st_ino == there.st_ino;
+}
+
+void KeptPrograms::makeFolderAgain() {
+  // Making a file there tells of errors.
   std::error_code ignored;
   std::filesystem::create_directories(folder_, ignored);
-  return nameOf(interface);
+  if (lock()) return;
+  hostlog::warning("xdp", "programs end with the daemon: another one keeps its own in {} now",
+                   folder_);
+  keeps_ = false;
+  folder_.clear();
 }
 
 std::string KeptPrograms::nameOf(std::uint32_t interface) const {
@@ -131,7 +158,8 @@ void KeptPrograms::removeLeftOvers() const {
 }
 
 void KeptPrograms::removeOthers(const std::set<std::uint32_t>& interfaces) {
-  if (folder_.empty()) return;
+  if (keeps_ && !holdsFolder()) makeFolderAgain();
+  if (!holdsFolder()) return;
   std::set<std::string> ours;
   for (const std::uint32_t interface : interfaces) {
     if (!keeps_) break;

@@ -16,8 +16,8 @@ class KeptPrograms {
   KeptPrograms& operator=(const KeptPrograms&) = delete;
 
   /// The file of the interface of this number; empty if programs are not to be kept. Makes the
-  /// folder again should it have gone.
-  std::string fileOf(std::uint32_t interface) const;
+  /// folder again should it have gone. Empty, too, and in the log, if another daemon was faster.
+  std::string fileOf(std::uint32_t interface);
 
   /// Removes what has been kept but is none of these interfaces'; if programs are not to be kept,
   /// all. Those of a daemon that runs are left to it. Whether anything was there is in the log, and
@@ -27,10 +27,13 @@ class KeptPrograms {
  private:
   std::string nameOf(std::uint32_t interface) const;
   bool lock();
+  bool holdsFolder() const;
+  void makeFolderAgain();
   void removeLeftOvers() const;
   void sayThatItStays(const std::string& file, int error);
 
-  const bool keeps_;
+  /// Not any more if another daemon has taken the folder.
+  bool keeps_;
   /// Empty if there is none.
   std::string folder_;
   /// Holds the folder as long as this object, or the process, lives; negative for none.
