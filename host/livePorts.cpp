@@ -17,6 +17,15 @@ using classifier::xdp::Vlans;
 
 namespace {
 
+using std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+/// Before the kernel is asked again what it had no answer to.
+constexpr auto patience = 1s;
+/// Without a port that refuses native mode, before it is tried again. A port that is made anew, as
+/// with a container, is there again by then.
+constexpr auto calmTime = 10s;
+
 constexpr const char* noInterface = "there is no such interface";
 
 Vlans vlansOf(const Config::Port& port) {
@@ -56,10 +65,15 @@ bool receivesRedirected(std::uint32_t interface) {
   return features && features->receives;
 }
 
+Mode bestMode(std::uint32_t interface) {
+  const auto features = classifier::xdp::xdpFeatures(interface);
+  return features && features->native ? Mode::native : Mode::generic;
+}
+
 }  // namespace
 
 LivePorts::LivePorts(classifier::Table& table, const Config& config)
-    : table_(table), config_(config), kept_(config.xdp.keep) {
+    : table_(table), config_(config), kept_(config.xdp.keep), again_([this] { followLinks(); }) {
   for (const auto& [number, port] : config_.ports) {
     if (port.interface.empty()) continue;
     const std::string problem = addPort(number, port);
@@ -152,7 +166,15 @@ std::vector<std::string> LivePorts::followConfig() {
 void LivePorts::followLinks() {
   const std::vector<Link> links = classifier::xdp::links();
   // There is always loopback: the kernel has not answered.
-  if (links.empty()) return;
+  const bool isUnanswered = links.empty();
+  if (!std::exchange(isUnanswered_, isUnanswered) && isUnanswered) {
+    hostlog::warning("xdp",
+                     "the kernel does not say which interfaces there are; it is asked again");
+  }
+  if (isUnanswered) {
+    again_.set(patience);
+    return;
+  }
   // All of them first: interfaces may have exchanged their names.
   for (auto& [number, port] : ports_) {
     const Link* link = linkNamed(port.wanted.interface, links);
@@ -207,13 +229,11 @@ bool LivePorts::isAsPlaced(std::uint32_t number, const Port& port) const {
 void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>& links) {
   const Link* link = linkNamed(port.wanted.interface, links);
   if (link == nullptr) {
-    if (port.problem.empty()) {
-      hostlog::warning("xdp", "port {}, {}: {}", number, port.wanted.interface, noInterface);
-    }
-    port.problem = noInterface;
+    detach(number, port, noInterface);
     return;
   }
   plane_.setForwardedGroups(number, forwardedGroups(*link, links));
+  port.mtu = link->mtu;
   if (port.attachment) {
     port.attachment->keepIn(kept_.fileOf(port.interface));
     noteKeeping(number, port);
@@ -290,62 +310,98 @@ void LivePorts::detach(std::uint32_t number, Port& port, const std::string& reas
 
 Mode LivePorts::modeFor(std::uint32_t interface, const std::string& file) const {
   if (config_.xdp.mode == "native") return Mode::native;
-  if (config_.xdp.mode == "generic" || !refusing_.empty()) return Mode::generic;
+  if (config_.xdp.mode == "generic" || isNativeModeLeft_) return Mode::generic;
   // A program changes without a break only in the mode that it is in.
   if (const auto kept = Attachment::keptMode(file, interface)) return *kept;
-  const auto features = classifier::xdp::xdpFeatures(interface);
-  return features && features->native ? Mode::native : Mode::generic;
+  return bestMode(interface);
 }
 
 // A frame that is redirected from native mode to an interface that does not take it is lost without
 // a word. Some take it only after a program has been attached, so this can be known only then.
 void LivePorts::leaveNativeMode() {
-  if (config_.xdp.mode != "auto" || !refusing_.empty()) return;
+  if (config_.xdp.mode != "auto" || isNativeModeLeft_) return;
   const auto isNative = [](const auto& element) {
     return element.second.attachment && element.second.attachment->mode() == Mode::native;
   };
   if (std::none_of(ports_.begin(), ports_.end(), isNative)) return;
-  for (const auto& [number, port] : ports_) {
-    if (!port.attachment || receivesRedirected(port.interface)) continue;
-    if (refusing_.empty()) {
-      hostlog::information("xdp", "{} takes no frames that are redirected in native mode",
-                           port.wanted.interface);
-    }
-    refusing_.insert(port.interface);
+  for (const auto& [number, port] : ports_) isNativeModeLeft_ |= refuses(port);
+  if (isNativeModeLeft_) setModes(Mode::generic);
+}
+
+bool LivePorts::refuses(const Port& port) {
+  if (!port.attachment || receivesRedirected(port.interface)) return false;
+  if (refusing_.empty()) {
+    hostlog::information("xdp", "{} takes no frames that are redirected in native mode",
+                         port.wanted.interface);
   }
-  if (!refusing_.empty()) changeMode(Mode::generic);
+  refusing_.emplace(port.interface, port.mtu);
+  return true;
 }
 
 void LivePorts::returnToNativeMode() {
-  if (refusing_.empty()) return;
-  std::set<std::uint32_t> attached;
-  for (const auto& [number, port] : ports_) {
-    if (port.attachment) attached.insert(port.interface);
+  if (!isNativeModeLeft_ || !isCalm()) return;
+  tryNativeMode();
+  isNativeModeLeft_ = !refusing_.empty();
+  if (!isNativeModeLeft_) {
+    hostlog::information("xdp", "all ports that took no frames in native mode do or have gone");
   }
-  std::erase_if(refusing_, [&](std::uint32_t interface) {
-    return !attached.contains(interface) || receivesRedirected(interface);
-  });
-  if (!refusing_.empty()) return;
-  hostlog::information("xdp", "all ports that took no frames in native mode do or have gone");
-  changeMode(Mode::native);
+  setModes(isNativeModeLeft_ ? Mode::generic : Mode::native);
 }
 
-void LivePorts::changeMode(Mode wanted) {
+// Whether no port has refused for some time. A driver that did may not do so with another MTU.
+bool LivePorts::isCalm() {
+  std::map<std::uint32_t, std::uint32_t> attached;
+  for (const auto& [number, port] : ports_) {
+    if (port.attachment) attached.emplace(port.interface, port.mtu);
+  }
+  std::erase_if(refusing_, [&](const auto& refusing) {
+    const auto found = attached.find(refusing.first);
+    return found == attached.end() || *found != refusing || receivesRedirected(refusing.first);
+  });
+  if (!refusing_.empty()) {
+    calmSince_.reset();
+    return false;
+  }
+  if (!calmSince_) calmSince_ = steady_clock::now();
+  const auto rest = *calmSince_ + calmTime - steady_clock::now();
+  if (rest > 0s) {
+    again_.set(rest);
+    return false;
+  }
+  calmSince_.reset();
+  return true;
+}
+
+// One by one, those first of which only that can tell: the frames of all others meet their rules
+// without a break if one refuses.
+void LivePorts::tryNativeMode() {
   for (auto& [number, port] : ports_) {
-    const Mode mode = wanted == Mode::native ? modeFor(port.interface, {}) : wanted;
-    if (!port.attachment || port.attachment->mode() == mode) continue;
-    Attachment::Options options{
-        .mode = mode, .replacesOthers = config_.xdp.replace, .file = kept_.fileOf(port.interface)};
-    auto problem = port.attachment->changeMode(plane_.programs(), port.interface, options);
-    if (problem && mode == Mode::native) {
-      options.mode = Mode::generic;
-      problem = port.attachment->changeMode(plane_.programs(), port.interface, options);
-    }
-    if (problem) {
-      detach(number, port, problem->text);
-    } else {
-      noteAttached(number, port);
-    }
+    if (!port.attachment || receivesRedirected(port.interface)) continue;
+    setMode(number, port, bestMode(port.interface));
+    if (refuses(port)) return;
+  }
+}
+
+void LivePorts::setModes(Mode wanted) {
+  for (auto& [number, port] : ports_) {
+    if (!port.attachment) continue;
+    setMode(number, port, wanted == Mode::native ? bestMode(port.interface) : wanted);
+  }
+}
+
+void LivePorts::setMode(std::uint32_t number, Port& port, Mode mode) {
+  if (port.attachment->mode() == mode) return;
+  Attachment::Options options{
+      .mode = mode, .replacesOthers = config_.xdp.replace, .file = kept_.fileOf(port.interface)};
+  auto problem = port.attachment->changeMode(plane_.programs(), port.interface, options);
+  if (problem && mode == Mode::native) {
+    options.mode = Mode::generic;
+    problem = port.attachment->changeMode(plane_.programs(), port.interface, options);
+  }
+  if (problem) {
+    detach(number, port, problem->text);
+  } else {
+    noteAttached(number, port);
   }
 }
 

@@ -2,10 +2,10 @@
 
 /// The ports whose frames the kernel decides about: their interfaces, and the programs on those.
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -14,8 +14,9 @@
 #include "classifier/xdp/plane.h"
 #include "host/config.h"
 #include "host/keptPrograms.h"
+#include "host/loopCall.h"
 
-/// For the thread on which requests are answered.
+/// For the thread on which requests are answered, whose loop it uses.
 class LivePorts {
  public:
   struct State {
@@ -36,6 +37,7 @@ class LivePorts {
   LivePorts& operator=(const LivePorts&) = delete;
 
   /// Has each port on the interface that has its name now. The first call attaches the programs.
+  /// Has itself called again where time alone may change something.
   void followLinks();
 
   /// Follows the ports of the configuration, which it was made with, after they may have changed,
@@ -49,6 +51,7 @@ class LivePorts {
   struct Port {
     Config::Port wanted;
     std::uint32_t interface = 0;
+    std::uint32_t mtu = 0;
     std::optional<classifier::xdp::Attachment> attachment = {};
     /// Why there is none; empty before the first attempt.
     std::string problem = {};
@@ -74,7 +77,11 @@ class LivePorts {
   classifier::xdp::Mode modeFor(std::uint32_t interface, const std::string& file) const;
   void leaveNativeMode();
   void returnToNativeMode();
-  void changeMode(classifier::xdp::Mode wanted);
+  bool isCalm();
+  void tryNativeMode();
+  bool refuses(const Port& port);
+  void setModes(classifier::xdp::Mode wanted);
+  void setMode(std::uint32_t number, Port& port, classifier::xdp::Mode mode);
   static void noteAttached(std::uint32_t number, Port& port);
   bool isPort(const classifier::xdp::Link& link) const;
   void purge(const std::vector<classifier::xdp::Link>& links);
@@ -88,6 +95,13 @@ class LivePorts {
   std::map<std::uint32_t, std::string> leftOut_;
   /// What the kernel said last about where tunnelled frames are to go.
   int membersError_ = 0;
-  /// Interfaces that take no frames which are redirected in native mode, found when that was tried.
-  std::set<std::uint32_t> refusing_;
+  /// Whether the kernel did not answer last.
+  bool isUnanswered_ = false;
+  /// Because of ports that take no frames which are redirected in native mode.
+  bool isNativeModeLeft_ = false;
+  /// Their interfaces, found when that mode was tried, with the MTU that each had then.
+  std::map<std::uint32_t, std::uint32_t> refusing_;
+  /// Since when there is none of them.
+  std::optional<std::chrono::steady_clock::time_point> calmSince_;
+  const LoopAlarm again_;
 };

@@ -1,6 +1,7 @@
 #include "host/loopCall.h"
 
 #include <sys/eventfd.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <array>
@@ -20,6 +21,12 @@ namespace {
 int newEvent() {
   const int descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (descriptor < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+  return descriptor;
+}
+
+int newTimer() {
+  const int descriptor = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+  if (descriptor < 0) throw std::system_error(errno, std::generic_category(), "timerfd");
   return descriptor;
 }
 
@@ -59,3 +66,14 @@ bool_t LoopCall::receive(SVCXPRT* transport, rpc_msg* /*message*/) {
 }
 
 xprt_stat LoopCall::state(SVCXPRT* /*transport*/) { return XPRT_IDLE; }
+
+LoopAlarm::LoopAlarm(std::function<void()> function)
+    : timer_(newTimer()), call_(timer_, std::move(function)) {}
+
+void LoopAlarm::set(std::chrono::nanoseconds time) const {
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+  const itimerspec once{
+      .it_interval = {},
+      .it_value = {.tv_sec = seconds.count(), .tv_nsec = (time - seconds).count()}};
+  timerfd_settime(timer_, 0, &once, nullptr);
+}

@@ -2,6 +2,7 @@
 
 #include <rpc/rpc.h>
 
+#include <chrono>
 #include <functional>
 
 /// Has a function run on the thread of the RPC loop, where everything runs that changes state. It
@@ -31,4 +32,18 @@ class LoopCall {
   std::function<void()> function_;
   SVCXPRT transport_{};
   SVCXPRT_EXT extension_{};
+};
+
+/// Has a function run on that thread when a time has passed.
+class LoopAlarm {
+ public:
+  /// As LoopCall's.
+  explicit LoopAlarm(std::function<void()> function);
+
+  /// Counts from now on; what it was set to before is off. `time` is above zero. From any thread.
+  void set(std::chrono::nanoseconds time) const;
+
+ private:
+  const int timer_;
+  const LoopCall call_;
 };

@@ -78,10 +78,12 @@ class Socket {
   Socket& operator=(const Socket&) = delete;
 
   /// Sends the message and calls `use` with the contents of each one that answers it. False when
-  /// the kernel refuses.
+  /// the kernel refuses, and when something changed while it answered, so that its answer may lack
+  /// something.
   bool ask(Bytes message, const std::function<void(Bytes)>& use) const {
     if (send(number_, message.data(), message.size(), 0) < 0) return false;
     std::vector<std::byte> buffer(65536);
+    bool isWhole = true;
     for (;;) {
       const ssize_t size = recv(number_, buffer.data(), buffer.size(), 0);
       if (size <= 0) return false;
@@ -90,7 +92,8 @@ class Socket {
         const auto head = valueOf<nlmsghdr>(rest);
         if (head.nlmsg_len < sizeof head || head.nlmsg_len > rest.size()) return false;
         const Bytes contents = rest.subspan(sizeof head, head.nlmsg_len - sizeof head);
-        if (head.nlmsg_type == NLMSG_DONE) return true;
+        isWhole &= (head.nlmsg_flags & NLM_F_DUMP_INTR) == 0;
+        if (head.nlmsg_type == NLMSG_DONE) return isWhole;
         if (head.nlmsg_type == NLMSG_ERROR) return valueOf<int>(contents) == 0;
         use(contents);
         if ((head.nlmsg_flags & NLM_F_MULTI) == 0) return true;
@@ -245,13 +248,14 @@ Link linkOf(std::span<const std::byte> contents) {
 }
 
 std::vector<Link> links() {
-  std::vector<Link> all;
-  const ifinfomsg fixed{};
-  const bool isComplete =
-      Socket(NETLINK_ROUTE).ask(message(RTM_GETLINK, NLM_F_DUMP, fixed), [&](Bytes contents) {
-        all.push_back(linkOf(contents));
-      });
-  return isComplete ? all : std::vector<Link>();
+  constexpr int attempts = 5;
+  const auto question = message(RTM_GETLINK, NLM_F_DUMP, ifinfomsg{});
+  for (int i = 0; i < attempts; ++i) {
+    std::vector<Link> all;
+    const auto add = [&](Bytes contents) { all.push_back(linkOf(contents)); };
+    if (Socket(NETLINK_ROUTE).ask(question, add)) return all;
+  }
+  return {};
 }
 
 std::optional<XdpFeatures> xdpFeatures(std::uint32_t interface) {

@@ -31,7 +31,7 @@ struct Link {
 /// The interface that a message is about; `contents` is what follows the message's header.
 Link linkOf(std::span<const std::byte> contents);
 
-/// All interfaces; empty when the kernel does not answer.
+/// All interfaces; empty when the kernel does not answer, or they change all the time.
 std::vector<Link> links();
 
 /// What a driver can do for XDP (NETDEV_XDP_ACT_...).

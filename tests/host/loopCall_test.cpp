@@ -3,15 +3,21 @@
 #include <gtest/gtest.h>
 #include <sys/select.h>
 
+#include <chrono>
 #include <thread>
 
 namespace {
 
-/// Turns the RPC library's loop once. Whether there was anything to do.
-bool turn() {
+using namespace std::chrono_literals;
+
+/// Seconds for what should happen at once.
+constexpr int patience = 30;
+
+/// Turns the RPC library's loop once. Whether there was anything to do within so many seconds.
+bool turn(int seconds = 0) {
   fd_set ready = svc_fdset;
-  timeval atOnce{};
-  if (select(FD_SETSIZE, &ready, nullptr, nullptr, &atOnce) <= 0) return false;
+  timeval time{.tv_sec = seconds, .tv_usec = 0};
+  if (select(FD_SETSIZE, &ready, nullptr, nullptr, &time) <= 0) return false;
   svc_getreqset(&ready);
   return true;
 }
@@ -74,6 +80,31 @@ TEST(LoopCall, LeavesNothingInTheLoop) {
     const LoopCall call([] { FAIL() << "called"; });
   }
   EXPECT_FALSE(turn());
+}
+
+TEST(LoopAlarm, GoesOffOnceWhenItsTimeHasPassed) {
+  using std::chrono::steady_clock;
+  int calls = 0;
+  const LoopAlarm alarm([&] { ++calls; });
+  const auto begin = steady_clock::now();
+  alarm.set(20ms);
+  EXPECT_TRUE(turn(patience));
+  EXPECT_GE(steady_clock::now() - begin, 20ms);
+  EXPECT_FALSE(turn());
+  EXPECT_EQ(calls, 1);
+}
+
+TEST(LoopAlarm, GoesOffAtTheTimeThatItWasSetToLast) {
+  int calls = 0;
+  const LoopAlarm alarm([&] { ++calls; });
+  alarm.set(1ns);
+  EXPECT_TRUE(turn(patience));
+  alarm.set(1ms);
+  alarm.set(1h);
+  EXPECT_FALSE(turn(1));
+  alarm.set(1001ms);
+  EXPECT_TRUE(turn(patience));
+  EXPECT_EQ(calls, 2);
 }
 
 }  // namespace

@@ -521,6 +521,22 @@ TEST_F(Live, AnInterfaceThatWasInAnotherNetworkNamespaceIsTakenAnew) {
   EXPECT_TRUE(tunnels());
 }
 
+TEST_F(Live, AnInterfaceIsTakenThoughTheKernelCouldNotBeAskedWhenItCame) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  const pid_t daemon = world().daemon().id();
+  rlimit usual{};
+  ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, nullptr, &usual), 0);
+  // It opens nothing more.
+  const rlimit none{.rlim_cur = 3, .rlim_max = usual.rlim_max};
+  ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, &none, nullptr), 0);
+  ip("link delete p3");
+  cable(3);
+  EXPECT_TRUE(world().daemon().output().waitFor("does not say which interfaces there are"));
+  ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, &usual, nullptr), 0);
+  EXPECT_TRUE(tunnels());
+}
+
 // ---- Rules that change ----
 
 /// Counts the frames from the station that arrive, while others go on.
@@ -855,6 +871,32 @@ TEST_F(Live, NativeModeIsLeftAndUsedAgainAsPortsTakeItsFrames) {
   EXPECT_EQ(send({lldp()}), (Arrived{{"c2", {lldp()}}, {"c3", {lldp()}}}));
 }
 
+/// How often the text has the part.
+std::size_t count(const std::string& text, const std::string& part) {
+  std::size_t found = 0;
+  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++found;
+  return found;
+}
+
+TEST_F(Live, OtherPortsKeepTheirModeWhileOneThatRefusesNativeModeIsMadeAnew) {
+  for (const char* end : {"c1", "c3"}) ASSERT_TRUE(receiveInBulk(end)) << end;
+  if (!start()) return;
+  const auto said = [&](const char* part) { return count(world().daemon().output().text(), part); };
+  constexpr const char* refusal = "p2 takes no frames that are redirected in native mode";
+  const std::size_t before = said("port 1, p1: attached");
+  for (int i = 0; i < 2; ++i) {
+    ip("link delete p2");
+    EXPECT_TRUE(becomes(2, "there is no such interface"));
+    cable(2);
+    EXPECT_TRUE(becomes(2, "generic"));
+  }
+  // Some time later it is asked whether it takes them now.
+  EXPECT_TRUE(eventually([&] { return said(refusal) > 1; }));
+  EXPECT_TRUE(becomes(2, "generic"));
+  EXPECT_EQ(said("port 1, p1: attached"), before);
+  EXPECT_EQ(state(1), "generic");
+}
+
 TEST_F(Live, GenericModeIsUsedWhereFramesWouldGetLost) {
   if (!start()) return;
   EXPECT_EQ(state(1), "generic");
@@ -969,6 +1011,19 @@ class Kept : public Live {
 
   static std::string keeping() {
     return config("startup = \"/run/startup.l2cp\"\n[xdp]\nkeep = true");
+  }
+
+  /// A second daemon, which keeps its program on p4.
+  static std::unique_ptr<support::Process> startAnother() {
+    ip("link add p4 type veth peer name c4");
+    const std::string path = World::file("other.toml",
+                                         "startup = \"\"\nlock = \"/run/2.lock\"\n"
+                                         "classifier = \"xdp\"\n[xdp]\nkeep = true\n"
+                                         "[[port]]\nnumber = 4\ninterface = \"p4\"\n");
+    auto other = std::make_unique<support::Process>(
+        std::vector<std::string>{World::daemonProgram(), "-c", path});
+    EXPECT_TRUE(other->output().waitFor("l2cpd: daemon: ready")) << other->output().text();
+    return other;
   }
 
   /// With what it has now as startup script. How many frames were sent at c1, the last one not
@@ -1119,6 +1174,54 @@ TEST_F(Kept, WhoMayNotRemoveProgramsIsToldHowTheyAre) {
   EXPECT_FALSE(isClear());
   ASSERT_EQ(run({"sh", "-c", remedy}).status, 0);
   EXPECT_TRUE(eventually(isClear));
+}
+
+TEST_F(Kept, WhoMayNotLookForProgramsIsToldHowTheyGo) {
+  ASSERT_EQ(chmod("/sys/fs/bpf", 0700), 0);
+  World::file("l2cpd.toml", "lock = \"/run/lock/l2cpd\"\nstartup = \"\"\n");
+  ASSERT_EQ(run({"install", "-d", "-m", "0777", "/run/lock"}).status, 0);
+  const support::Process daemon({"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+                                 World::daemonProgram(), "-c", configPath});
+  EXPECT_TRUE(daemon.output().waitFor("l2cpd: daemon: ready")) << daemon.output().text();
+  EXPECT_THAT(daemon.output().text(), HasSubstr("have root run \"rm -r " + keptFolder() + "\""));
+}
+
+TEST_F(Kept, ProgramsOfADaemonThatRunsAreLeftToItThoughTheirFolderWasRemovedMeanwhile) {
+  if (!start(keeping())) return;
+  attach("d", RPC_L2CP_RULE_DISCARD);
+  ASSERT_EQ(run({"rm", "-r", "/sys/fs/bpf/l2cpd"}).status, 0);
+  ip("link set c3 alias other");
+  EXPECT_TRUE(eventually([] { return access(keptFile("p3").c_str(), F_OK) == 0; }));
+  const std::string path = World::file("other.toml",
+                                       "startup = \"\"\nlock = \"/run/2.lock\"\n"
+                                       "classifier = \"xdp\"\n[xdp]\nkeep = true\n");
+  const support::Run second = run({World::daemonProgram(), "-c", path});
+  EXPECT_EQ(second.status, 1);
+  EXPECT_EQ(access(keptFile("p1").c_str(), F_OK), 0);
+  kill();
+  EXPECT_EQ(send({cdp()}), Arrived{});
+}
+
+TEST_F(Kept, AFolderThatAnotherDaemonHasTakenMeanwhileIsLeftToIt) {
+  if (!start(keeping())) return;
+  world().daemon().signal(SIGSTOP);
+  ASSERT_EQ(run({"rm", "-r", "/sys/fs/bpf/l2cpd"}).status, 0);
+  const auto second = startAnother();
+  world().daemon().signal(SIGCONT);
+  ip("link set c3 alias other");
+  EXPECT_TRUE(world().daemon().output().waitFor("programs end with the daemon: another one keeps"));
+  EXPECT_EQ(access(keptFile("p4").c_str(), F_OK), 0);
+  stop();
+  EXPECT_TRUE(eventually(isClear));
+  EXPECT_EQ(access(keptFile("p4").c_str(), F_OK), 0);
+}
+
+TEST_F(Kept, AFolderThatAnotherDaemonMakesIsLeftToItByOneThatKeepsNothing) {
+  if (!start(config())) return;
+  const auto second = startAnother();
+  ip("link delete p3");
+  EXPECT_TRUE(world().daemon().output().waitFor("p3: there is no such interface"));
+  EXPECT_EQ(access(keptFile("p4").c_str(), F_OK), 0);
 }
 
 TEST_F(Kept, ProgramsOfADaemonThatRunsAreLeftToIt) {
