@@ -366,6 +366,66 @@ TEST_F(Live, ATunnelledFrameThatIsTooLargeForAPortReachesTheOthers) {
   EXPECT_TRUE(eventually([&] { return send({large}) == both; }));
 }
 
+/// Turns on, or off, what has a virtual cable's other end take redirected frames: ethtool's "gro".
+bool receiveInBulk(const char* interface, bool isOn = true) {
+  const support::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  ethtool_value on{.cmd = ETHTOOL_SGRO, .data = isOn ? 1U : 0U};
+  ifreq request{};
+  std::strcpy(request.ifr_name, interface);
+  request.ifr_data = reinterpret_cast<char*>(&on);
+  return ioctl(socket.get(), SIOCETHTOOL, &request) == 0;
+}
+
+/// All lengths from 14 to 2000, but for most of those in between.
+std::vector<std::size_t> lengths() {
+  std::vector<std::size_t> all;
+  for (std::size_t length = 14; length <= 2000; length += length < 90 || length >= 1990 ? 1 : 38) {
+    all.push_back(length);
+  }
+  return all;
+}
+
+class Lengths : public Live {
+ protected:
+  /// Short ones are cut within a tag.
+  void expectTunnelled(std::size_t tags) {
+    FrameBuilder head = FrameBuilder().ethernet(nearestBridge, station);
+    for (std::size_t tag = 0; tag < tags; ++tag) head.tag(tag == 0 ? 0x88a8 : 0x8100, 100);
+    head.etherType(0x88cc);
+    // Below, the customer's own stack does not take the tag.
+    const std::size_t shortest = tags == 0 ? 14 : 20;
+    std::vector<Bytes> sent;
+    std::vector<Bytes> arriving;
+    for (const std::size_t length : lengths()) {
+      sent.push_back(FrameBuilder(head).padTo(length).cutTo(length).bytes());
+      if (length >= shortest) arriving.push_back(sent.back());
+    }
+    const std::uint64_t before = service().portStat(1).tunnel;
+    EXPECT_EQ(send(sent), (Arrived{{"c2", arriving}, {"c3", arriving}})) << tags << " tags";
+    EXPECT_EQ(service().portStat(1).tunnel - before, sent.size()) << tags << " tags";
+  }
+
+  void expectTunnelled() {
+    for (const char* end : {"p1", "c1", "p2", "c2", "p3", "c3", "br0"}) {
+      ip(std::string("link set ") + end + " mtu 2000");
+    }
+    attach("t", RPC_L2CP_RULE_TUNNEL);
+    for (std::size_t tags = 0; tags <= 4; ++tags) expectTunnelled(tags);
+  }
+};
+
+TEST_F(Lengths, FramesOfEachWithUpToFourTagsAreTunnelledUnchangedInGenericMode) {
+  if (!start()) return;
+  expectTunnelled();
+}
+
+TEST_F(Lengths, FramesOfEachWithUpToFourTagsAreTunnelledUnchangedInNativeMode) {
+  for (const char* end : {"c1", "c2", "c3"}) ASSERT_TRUE(receiveInBulk(end)) << end;
+  if (!start()) return;
+  EXPECT_EQ(state(1), "native");
+  expectTunnelled();
+}
+
 /// Has the spanning tree protocol begin with a port, which is some time before it forwards.
 void listen(const char* port) {
   const std::string name = port;
@@ -820,16 +880,6 @@ TEST_F(Live, APortIsTakenWhenTheOtherProgramHasGone) {
   ASSERT_TRUE(start());
   ASSERT_EQ(bpf_xdp_detach(interface, XDP_FLAGS_SKB_MODE, nullptr), 0);
   EXPECT_TRUE(becomes(1, state(2)));
-}
-
-/// Turns on, or off, what has a virtual cable's other end take redirected frames: ethtool's "gro".
-bool receiveInBulk(const char* interface, bool isOn = true) {
-  const support::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  ethtool_value on{.cmd = ETHTOOL_SGRO, .data = isOn ? 1U : 0U};
-  ifreq request{};
-  std::strcpy(request.ifr_name, interface);
-  request.ifr_data = reinterpret_cast<char*>(&on);
-  return ioctl(socket.get(), SIOCETHTOOL, &request) == 0;
 }
 
 TEST_F(Live, NativeModeIsUsedWhereEveryPortTakesItsFrames) {
