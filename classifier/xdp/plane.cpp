@@ -2,7 +2,10 @@
 
 #include <bpf/bpf.h>
 #include <bpf/libbpf.h>
+#include <linux/capability.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -58,20 +61,38 @@ int keepText(libbpf_print_level level, const char* format, va_list arguments) {
   return size;
 }
 
+/// Without one of these rights the kernel takes the program for one that compares addresses, which
+/// it refuses as it does what is wrong.
+bool mayCompareAddresses() {
+  __user_cap_header_struct head{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
+  std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> rights{};
+  if (syscall(SYS_capget, &head, rights.data()) != 0) return true;
+  const auto has = [&](unsigned right) {
+    return (rights[CAP_TO_INDEX(right)].effective & CAP_TO_MASK(right)) != 0;
+  };
+  return has(CAP_PERFMON) || has(CAP_SYS_ADMIN);
+}
+
 [[noreturn]] void fail(const char* what, int error) {
   std::string text = std::string(what) + ": " + std::strerror(error);
-  if (error == EPERM || error == EACCES) {
+  const std::string said = libraryTexts().value_or("");
+  libraryTexts().reset();
+  const bool isRefused = said.find("BEGIN PROG LOAD LOG") != std::string::npos;
+  if (error == EPERM || (error == EACCES && !(isRefused && mayCompareAddresses()))) {
     text +=
         "; loading XDP programs needs root, or the capabilities CAP_BPF, CAP_NET_ADMIN and "
         "CAP_PERFMON";
+  } else if (isRefused) {
+    text +=
+        "; the kernel does not accept it: Linux before 5.14 cannot, and with a later one that is a "
+        "fault to report, with all of what follows; until then, the configuration file can have "
+        "the classifier \"software\"";
   } else if (error == ENOSYS || error == EINVAL || error == EOPNOTSUPP) {
     text +=
         "; that needs Linux 5.14 or later with support for XDP; without, the configuration file "
-        "can "
-        "have the classifier \"software\"";
+        "can have the classifier \"software\"";
   }
-  text += '\n' + libraryTexts().value_or("");
-  libraryTexts().reset();
+  text += '\n' + said;
   while (text.ends_with('\n')) text.pop_back();
   throw PlaneError(text);
 }

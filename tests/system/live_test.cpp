@@ -30,8 +30,10 @@
 #include <future>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -752,11 +754,14 @@ int answerCall(std::uint32_t call, std::uint32_t answer, unsigned flags = 0) {
   return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, flags, &program));
 }
 
-/// A kernel of before Linux 5.19 for what `run` starts: one that has no links behind packet
-/// sockets, and puts maps into maps one by one.
-class OlderKernel {
+/// A kernel for what `run` starts that answers some uses of bpf(2) otherwise.
+class OtherKernel {
  public:
-  explicit OlderKernel(const std::function<void()>& run) {
+  /// What it answers; 0 leaves the call to the kernel that there is. The arguments of the call can
+  /// be read from, and its results written to, the process of the request.
+  using ErrorOf = std::function<int(const seccomp_notif&)>;
+
+  OtherKernel(ErrorOf errorOf, const std::function<void()>& run) : errorOf_(std::move(errorOf)) {
     std::promise<int> asking;
     std::promise<void> done;
     // Processes end with the thread that has started them.
@@ -772,35 +777,29 @@ class OlderKernel {
     done.get_future().wait();
   }
   /// What was started has to have ended.
-  ~OlderKernel() {
+  ~OtherKernel() {
     over_.set_value();
     starting_.join();
     if (isThere()) answering_.join();
   }
-  OlderKernel(const OlderKernel&) = delete;
-  OlderKernel& operator=(const OlderKernel&) = delete;
+  OtherKernel(const OtherKernel&) = delete;
+  OtherKernel& operator=(const OtherKernel&) = delete;
 
   /// False where that is not to be had.
   bool isThere() const { return requests_.get() >= 0; }
 
- private:
-  static int errorOf(const seccomp_notif& request) {
-    constexpr int enotsupp = 524;
-    if (request.data.args[0] == BPF_MAP_UPDATE_BATCH) return -enotsupp;
-    return isLinkBehindSockets(request) ? -EINVAL : 0;
-  }
-
-  static bool isLinkBehindSockets(const seccomp_notif& request) {
+  /// The call's attributes, as far as they are looked at.
+  static bpf_attr attributesOf(const seccomp_notif& request) {
+    constexpr std::size_t size = 64;
     bpf_attr attributes{};
-    iovec here{.iov_base = &attributes, .iov_len = 16};
+    iovec here{.iov_base = &attributes, .iov_len = size};
     // NOLINTNEXTLINE(performance-no-int-to-ptr): an address of another process
-    iovec there{.iov_base = reinterpret_cast<void*>(request.data.args[1]), .iov_len = 16};
-    const auto pid = static_cast<pid_t>(request.pid);
-    return request.data.args[0] == BPF_LINK_CREATE &&
-           process_vm_readv(pid, &here, 1, &there, 1, 0) == 16 &&
-           attributes.link_create.attach_type == behindSockets;
+    iovec there{.iov_base = reinterpret_cast<void*>(request.data.args[1]), .iov_len = size};
+    process_vm_readv(static_cast<pid_t>(request.pid), &here, 1, &there, 1, 0);
+    return attributes;
   }
 
+ private:
   void answer() {
     for (;;) {
       pollfd ready{.fd = requests_.get(), .events = POLLIN, .revents = 0};
@@ -809,21 +808,65 @@ class OlderKernel {
       seccomp_notif request{};
       if (ioctl(requests_.get(), SECCOMP_IOCTL_NOTIF_RECV, &request) != 0) continue;
       seccomp_notif_resp response{.id = request.id, .val = 0, .error = 0, .flags = 0};
-      response.error = errorOf(request);
+      response.error = errorOf_(request);
       if (response.error == 0) response.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
       ioctl(requests_.get(), SECCOMP_IOCTL_NOTIF_SEND, &response);
     }
   }
 
+  const ErrorOf errorOf_;
   std::promise<void> over_;
   std::thread starting_;
   support::Descriptor requests_;
   std::thread answering_;
 };
 
+/// As before Linux 5.19: there are no links behind packet sockets, and maps are put into maps one
+/// by one.
+int olderKernel(const seccomp_notif& request) {
+  constexpr int enotsupp = 524;
+  if (request.data.args[0] == BPF_MAP_UPDATE_BATCH) return -enotsupp;
+  const bool isLink = request.data.args[0] == BPF_LINK_CREATE;
+  const auto type = OtherKernel::attributesOf(request).link_create.attach_type;
+  return isLink && type == behindSockets ? -EINVAL : 0;
+}
+
+constexpr std::string_view verifierLog =
+    "0: R1=ctx(off=0,imm=0) R10=fp0\n17: (71) r2 = *(u8 *)(r1 +12)\n"
+    "invalid access to packet, off=12 size=1, R1(id=1,off=12,r=0)\n";
+
+/// Has something against XDP programs.
+int refusingVerifier(const seccomp_notif& request) {
+  const bpf_attr attributes = OtherKernel::attributesOf(request);
+  if (request.data.args[0] != BPF_PROG_LOAD || attributes.prog_type != BPF_PROG_TYPE_XDP) return 0;
+  if (std::string_view(attributes.prog_name) != "l2cp_classify") return 0;
+  std::string log(verifierLog);
+  if (attributes.log_size > log.size()) {
+    iovec here{.iov_base = log.data(), .iov_len = log.size() + 1};
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): an address of another process
+    iovec there{.iov_base = reinterpret_cast<void*>(attributes.log_buf), .iov_len = log.size() + 1};
+    process_vm_writev(static_cast<pid_t>(request.pid), &here, 1, &there, 1, 0);
+  }
+  return -EACCES;
+}
+
+TEST_F(Live, WhatTheVerifierHasAgainstTheProgramIsSaidInFull) {
+  World::file("l2cpd.toml", config());
+  support::Run result{};
+  const OtherKernel kernel(refusingVerifier, [&] {
+    result = run({World::daemonProgram(), "-c", configPath});
+  });
+  if (!kernel.isThere()) GTEST_SKIP() << "system calls cannot be answered here";
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.output, HasSubstr("with all of what follows"));
+  std::istringstream lines{std::string(verifierLog)};
+  for (std::string line; std::getline(lines, line);) EXPECT_THAT(result.output, HasSubstr(line));
+  EXPECT_THAT(result.output, testing::Not(HasSubstr("CAP_")));
+}
+
 TEST_F(Live, PeeredFramesStayHereWithAnOlderKernel) {
   bool isStarted = false;
-  const OlderKernel kernel([&] { isStarted = start(); });
+  const OtherKernel kernel(olderKernel, [&] { isStarted = start(); });
   if (!isStarted) return;
   if (!kernel.isThere()) {
     stop();
@@ -843,7 +886,7 @@ TEST_F(Live, PeeredFramesStayHereWithAnOlderKernel) {
 
 TEST_F(Live, TunnelledFramesReachTheOthersWithAnOlderKernel) {
   bool isStarted = false;
-  const OlderKernel kernel([&] { isStarted = start(); });
+  const OtherKernel kernel(olderKernel, [&] { isStarted = start(); });
   if (!isStarted) return;
   if (kernel.isThere()) {
     attach("t", RPC_L2CP_RULE_TUNNEL);
@@ -1014,6 +1057,18 @@ TEST_F(Live, WithoutTheRightToLoadProgramsTheDaemonSaysWhatItNeeds) {
                                    World::daemonProgram(), "-c", configPath});
   EXPECT_EQ(result.status, 1);
   EXPECT_THAT(result.output, HasSubstr("CAP_BPF, CAP_NET_ADMIN and CAP_PERFMON"));
+}
+
+TEST_F(Live, WithoutOneOfTheRightsTheDaemonSaysWhatItNeeds) {
+  World::file("l2cpd.toml", config());
+  for (const char* right : {"bpf", "net_admin", "perfmon"}) {
+    const std::string rights = std::string("-") + right;
+    const support::Run result =
+        run({"setpriv", "--bounding-set=" + rights + ",-sys_admin",
+             "--inh-caps=" + rights + ",-sys_admin", World::daemonProgram(), "-c", configPath});
+    EXPECT_EQ(result.status, 1) << right;
+    EXPECT_THAT(result.output, HasSubstr("CAP_BPF, CAP_NET_ADMIN and CAP_PERFMON")) << right;
+  }
 }
 
 TEST_F(Live, WithoutXdpInTheKernelTheDaemonSaysWhatThereIsToDo) {
