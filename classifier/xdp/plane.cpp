@@ -126,6 +126,7 @@ VlanSet setOf(const Vlans& vlans) {
 struct Plane::Port {
   std::uint32_t place;
   VlanSet vlans = {};
+  std::uint16_t nativeVlan = 0;
   std::uint32_t interface = 0;
   std::uint64_t arrival = 0;
   std::optional<Outlet> outlet = {};
@@ -167,8 +168,19 @@ struct Plane::Maps {
     std::atomic_ref(*word).store(std::bit_cast<std::uint64_t>(value), std::memory_order_release);
   }
 
-  void putMemberships(std::uint32_t place, const Places& places) {
+  /// Untagged frames find members all the time: those of the new native VLAN are there before it,
+  /// and those of the old one until then.
+  void putMemberships(std::uint32_t place, std::uint16_t nativeVlan, const Places& places) {
+    putMemberships(place, places, [](std::uint16_t members) { return members != 0; });
+    const std::atomic_ref shown(ports[place].nativeVlan);
+    shown.store(nativeVlan, std::memory_order_release);
+    putMemberships(place, places, [](std::uint16_t members) { return members == 0; });
+  }
+
+  template <class Wanted>
+  void putMemberships(std::uint32_t place, const Places& places, Wanted wanted) {
     for (std::size_t vlan = 0; vlan < places.size(); ++vlan) {
+      if (!wanted(places[vlan])) continue;
       const std::atomic_ref shown(ports[place].memberships[vlan]);
       shown.store(places[vlan], std::memory_order_release);
     }
@@ -245,7 +257,7 @@ int Plane::removePort(std::uint32_t port) {
   if (const int error = setInterface(port, 0); error != 0) return error;
   const std::lock_guard lock(mutex_);
   const auto known = ports_.find(port);
-  maps_->putMemberships(known->second.place, Places());
+  maps_->putMemberships(known->second.place, known->second.nativeVlan, Places());
   maps_->freePlaces.push_back(known->second.place);
   ports_.erase(known);
   return 0;
@@ -312,8 +324,7 @@ int Plane::setForwardedGroups(std::uint32_t port, std::uint16_t groups) {
 }
 
 void Plane::putVlans(Port& port, const Vlans& vlans) {
-  const auto native = static_cast<__u32>(vlans.native);
-  std::atomic_ref(maps_->ports[port.place].nativeVlan).store(native, std::memory_order_relaxed);
+  port.nativeVlan = static_cast<std::uint16_t>(vlans.native);
   port.vlans = setOf(vlans);
   areMembersShown_ = false;
 }
@@ -359,7 +370,7 @@ int Plane::showMembers() {
     for (std::size_t vlan = 0; vlan < own.size(); ++vlan) {
       if (!port.vlans[vlan]) own[vlan] = 0;
     }
-    maps_->putMemberships(port.place, own);
+    maps_->putMemberships(port.place, port.nativeVlan, own);
   }
   maps_->memberships.keepOnly(wanted);
   areMembersShown_ = true;

@@ -684,6 +684,40 @@ TEST_F(Live, EveryFrameIsCountedAsItIsTreatedWhileAProfileInServiceIsEdited) {
   EXPECT_EQ(machine.frames(), sent - counted.tunnel - counted.discard);
 }
 
+/// Has the thread run beside the daemon where there is a processor for it.
+void runBeside() {
+  cpu_set_t others;
+  CPU_ZERO(&others);
+  for (std::size_t i = 0; i < CPU_SETSIZE; ++i) CPU_SET(i, &others);
+  CPU_CLR(static_cast<std::size_t>(sched_getcpu()), &others);
+  sched_setaffinity(0, sizeof others, &others);
+}
+
+TEST_F(Live, TunnelledFramesReachTheOthersWhileNativeVlansChange) {
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  const client::Control control("tcp");
+  Tally second("c2");
+  std::atomic<bool> done = false;
+  std::atomic<std::uint64_t> sent = 0;
+  std::thread sending([&] {
+    runBeside();
+    const PacketSocket sender("c1");
+    for (; !done; ++sent) sender.send(lldp());
+    sender.send(last());
+  });
+  for (const char* vlan : {"2", "1", "3", "1"}) {
+    const std::string native = std::string("vlans = [100]\nnative-vlan = ") + vlan;
+    World::file("l2cpd.toml", config("", native, native));
+    EXPECT_EQ(control.reload(), "");
+    const std::uint64_t before = sent;
+    EXPECT_TRUE(eventually([&] { return sent > before + 500; }));
+  }
+  done = true;
+  sending.join();
+  EXPECT_EQ(second.frames(), sent);
+}
+
 // ---- Coming and going ----
 
 /// The numbers of the programs on p1, 0 for none.
