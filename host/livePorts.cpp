@@ -60,6 +60,10 @@ std::optional<Outlet> outletOf(const Link& link) {
   return Outlet{.bridge = link.bridge, .mtu = link.mtu};
 }
 
+std::string membersProblem(int error) {
+  return fmt::format("tunnelled frames go where they went before: {}", std::strerror(-error));
+}
+
 bool receivesRedirected(std::uint32_t interface) {
   const auto features = classifier::xdp::xdpFeatures(interface);
   return features && features->receives;
@@ -152,6 +156,10 @@ std::vector<std::string> LivePorts::followConfig() {
       }
     }
   }
+  // What was refused because of the far end of a cable is not seen from here.
+  for (auto& [number, port] : ports_) {
+    if (port.refusedMtu) port.refusedMtu = 0;
+  }
   leftOut_.clear();
   for (const std::uint32_t number : gone) removePort(number);
   for (const auto& [number, port] : config_.ports) {
@@ -160,6 +168,7 @@ std::vector<std::string> LivePorts::followConfig() {
     if (!problem.empty()) problems.push_back(problem);
   }
   followLinks();
+  if (membersError_ != 0) problems.push_back(membersProblem(membersError_));
   return problems;
 }
 
@@ -194,6 +203,7 @@ void LivePorts::followLinks() {
     attach(number, port);
   }
   returnToNativeMode();
+  retryNativeMode();
   leaveNativeMode();
   for (auto& [number, port] : ports_) noteHiddenTags(number, port);
   showMembers(links);
@@ -209,10 +219,8 @@ void LivePorts::showMembers(const std::vector<Link>& links) {
     if (!std::exchange(port.isAlone, isAlone) && isAlone) alone.push_back(number);
   }
   const int error = plane_.showMembers();
-  if (error != 0 && error != membersError_) {
-    hostlog::warning("xdp", "tunnelled frames go where they went before: {}",
-                     std::strerror(-error));
-  }
+  if (error != 0 && error != membersError_) hostlog::warning("xdp", "{}", membersProblem(error));
+  if (error != 0) again_.set(patience);
   membersError_ = error;
   for (const std::uint32_t number : alone) {
     hostlog::warning("xdp", "port {}, {}: is in no bridge: no frame is tunnelled from or to it",
@@ -254,18 +262,22 @@ void LivePorts::attach(std::uint32_t number, Port& port) {
   const std::string file = kept_.fileOf(port.interface);
   Attachment::Options options{
       .mode = modeFor(port.interface, file), .replacesOthers = config_.xdp.replace, .file = file};
+  port.refusedMtu.reset();
   auto made = Attachment::make(plane_.programs(), port.interface, options);
   if (std::holds_alternative<Problem>(made) && options.mode == Mode::native &&
       config_.xdp.mode == "auto") {
     // Drivers have conditions of their own, such as the size of frames.
     options.mode = Mode::generic;
     made = Attachment::make(plane_.programs(), port.interface, options);
+    port.refusedMtu = port.mtu;
   }
   if (const auto* problem = std::get_if<Problem>(&made)) {
     detach(number, port, problem->text);
     return;
   }
   port.attachment.emplace(std::get<Attachment>(std::move(made)));
+  isGenericKept_ |= options.mode == Mode::generic && !port.refusedMtu && !isNativeModeLeft_ &&
+                    bestMode(port.interface) == Mode::native;
   port.problem.clear();
   noteAttached(number, port);
 }
@@ -320,12 +332,24 @@ Mode LivePorts::modeFor(std::uint32_t interface, const std::string& file) const 
 // a word. Some take it only after a program has been attached, so this can be known only then.
 void LivePorts::leaveNativeMode() {
   if (config_.xdp.mode != "auto" || isNativeModeLeft_) return;
+  const bool isGenericKept = std::exchange(isGenericKept_, false);
   const auto isNative = [](const auto& element) {
     return element.second.attachment && element.second.attachment->mode() == Mode::native;
   };
-  if (std::none_of(ports_.begin(), ports_.end(), isNative)) return;
-  for (const auto& [number, port] : ports_) isNativeModeLeft_ |= refuses(port);
-  if (isNativeModeLeft_) setModes(Mode::generic);
+  if (!isGenericKept && std::none_of(ports_.begin(), ports_.end(), isNative)) return;
+  for (const auto& [number, port] : ports_) refuses(port);
+  isNativeModeLeft_ = isGenericKept || !refusing_.empty();
+  if (!refusing_.empty()) setModes(Mode::generic);
+}
+
+// A driver that has refused the program may take it with another MTU.
+void LivePorts::retryNativeMode() {
+  if (config_.xdp.mode != "auto" || isNativeModeLeft_) return;
+  for (auto& [number, port] : ports_) {
+    if (!port.attachment || port.refusedMtu.value_or(port.mtu) == port.mtu) continue;
+    port.refusedMtu.reset();
+    setMode(number, port, Mode::native);
+  }
 }
 
 bool LivePorts::refuses(const Port& port) {
@@ -395,6 +419,7 @@ void LivePorts::setMode(std::uint32_t number, Port& port, Mode mode) {
       .mode = mode, .replacesOthers = config_.xdp.replace, .file = kept_.fileOf(port.interface)};
   auto problem = port.attachment->changeMode(plane_.programs(), port.interface, options);
   if (problem && mode == Mode::native) {
+    port.refusedMtu = port.mtu;
     options.mode = Mode::generic;
     problem = port.attachment->changeMode(plane_.programs(), port.interface, options);
   }

@@ -55,6 +55,8 @@ class LivePorts {
     std::optional<classifier::xdp::Attachment> attachment = {};
     /// Why there is none; empty before the first attempt.
     std::string problem = {};
+    /// The MTU with which the driver last refused the program; 0 if it is to be asked again.
+    std::optional<std::uint32_t> refusedMtu = {};
     /// The mode for which it was said that tags may be hidden, if they may be.
     std::optional<classifier::xdp::Mode> notedMode = {};
     /// In no bridge.
@@ -75,6 +77,7 @@ class LivePorts {
   static void noteKeeping(std::uint32_t number, Port& port);
   void detach(std::uint32_t number, Port& port, const std::string& reason);
   classifier::xdp::Mode modeFor(std::uint32_t interface, const std::string& file) const;
+  void retryNativeMode();
   void leaveNativeMode();
   void returnToNativeMode();
   bool isCalm();
@@ -97,6 +100,9 @@ class LivePorts {
   int membersError_ = 0;
   /// Whether the kernel did not answer last.
   bool isUnanswered_ = false;
+  /// Some programs took the place of ones that were kept in generic mode, for a reason that may be
+  /// none any more.
+  bool isGenericKept_ = false;
   /// Because of ports that take no frames which are redirected in native mode.
   bool isNativeModeLeft_ = false;
   /// Their interfaces, found when that mode was tried, with the MTU that each had then.

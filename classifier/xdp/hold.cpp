@@ -20,23 +20,6 @@ bpf_link_info infoOf(int link) {
   return info;
 }
 
-/// Descriptors that `select` can watch are left to sockets, for hundreds of ports have two links
-/// each. The process's limit is raised for that alone.
-int outOfTheWay(int link) {
-  if (link < 0) return link;
-  rlimit limit{};
-  const bool isKnown = getrlimit(RLIMIT_NOFILE, &limit) == 0;
-  if (isKnown) {
-    const rlimit raised{.rlim_cur = limit.rlim_max, .rlim_max = limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &raised);
-  }
-  const int moved = fcntl(link, F_DUPFD_CLOEXEC, FD_SETSIZE);
-  if (isKnown) setrlimit(RLIMIT_NOFILE, &limit);
-  if (moved < 0) return link;
-  close(link);
-  return moved;
-}
-
 }  // namespace
 
 Hold::Hold(int link, std::string file) : link_(outOfTheWay(link)), file_(std::move(file)) {}
@@ -84,5 +67,21 @@ void Hold::end() {
 }
 
 Hold holdOf(const std::string& file) { return Hold(bpf_obj_get(file.c_str()), file); }
+
+// The process's limit is raised for that alone.
+int outOfTheWay(int descriptor) {
+  if (descriptor < 0) return descriptor;
+  rlimit limit{};
+  const bool isKnown = getrlimit(RLIMIT_NOFILE, &limit) == 0;
+  if (isKnown) {
+    const rlimit raised{.rlim_cur = limit.rlim_max, .rlim_max = limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &raised);
+  }
+  const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, FD_SETSIZE);
+  if (isKnown) setrlimit(RLIMIT_NOFILE, &limit);
+  if (moved < 0) return descriptor;
+  close(descriptor);
+  return moved;
+}
 
 }  // namespace classifier::xdp

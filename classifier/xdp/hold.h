@@ -45,4 +45,8 @@ class Hold {
 /// What a file keeps.
 Hold holdOf(const std::string& file);
 
+/// Moves a descriptor to a number that `select` cannot watch, where the process may have such:
+/// those that it can are left to sockets. The descriptor's number then.
+int outOfTheWay(int descriptor);
+
 }  // namespace classifier::xdp

@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "classifier/xdp/hold.h"
+
 namespace classifier::xdp {
 
 namespace {
@@ -59,8 +61,8 @@ int putMaps(int descriptor, const std::vector<std::uint32_t>& places,
 /// A map of the interfaces, or a negative error number.
 int makeMap(const Members& members) {
   const auto size = static_cast<std::uint32_t>(members.size());
-  const int map = bpf_map_create(BPF_MAP_TYPE_DEVMAP, "members", sizeof(std::uint32_t),
-                                 sizeof(std::uint32_t), size, nullptr);
+  const int map = outOfTheWay(bpf_map_create(BPF_MAP_TYPE_DEVMAP, "members", sizeof(std::uint32_t),
+                                             sizeof(std::uint32_t), size, nullptr));
   if (map < 0) return map;
   std::uint32_t place = 0;
   for (const Member& member : members) {

@@ -865,6 +865,28 @@ int olderKernel(const seccomp_notif& request) {
   return isLink && type == behindSockets ? -EINVAL : 0;
 }
 
+TEST_F(Live, AReloadWhoseVlansCannotBePutIntoForceSaysSoAndIsTriedAgain) {
+  std::atomic<bool> isFull = false;
+  const auto noMaps = [&](const seccomp_notif& request) {
+    return isFull && request.data.args[0] == BPF_MAP_CREATE ? -EMFILE : 0;
+  };
+  bool isStarted = false;
+  const OtherKernel kernel(noMaps, [&] { isStarted = start(); });
+  if (!isStarted) return;
+  if (kernel.isThere()) {
+    attach("t", RPC_L2CP_RULE_TUNNEL);
+    isFull = true;
+    World::file("l2cpd.toml", config("", "", "native-vlan = 2\nvlans = [2]"));
+    EXPECT_EQ(client::Control("tcp").reload(),
+              "tunnelled frames go where they went before: Too many open files");
+    EXPECT_EQ(send({lldp()}), (Arrived{{"c2", {lldp()}}, {"c3", {lldp()}}}));
+    isFull = false;
+    EXPECT_TRUE(eventually([] { return send({lldp()}) == Arrived{{"c3", {lldp()}}}; }));
+  }
+  stop();
+  if (!kernel.isThere()) GTEST_SKIP() << "system calls cannot be answered here";
+}
+
 constexpr std::string_view verifierLog =
     "0: R1=ctx(off=0,imm=0) R10=fp0\n17: (71) r2 = *(u8 *)(r1 +12)\n"
     "invalid access to packet, off=12 size=1, R1(id=1,off=12,r=0)\n";
@@ -1037,6 +1059,20 @@ TEST_F(Live, GenericModeIsUsedWhereTheDriverRefusesTheProgram) {
   ip("link set c1 mtu 9000");
   if (!start()) return;
   EXPECT_EQ(state(1), "generic");
+  EXPECT_EQ(state(2), "native");
+  ip("link set c1 mtu 1500");
+  EXPECT_EQ(client::Control("tcp").reload(), "");
+  EXPECT_EQ(state(1), "native");
+}
+
+TEST_F(Live, ADriverThatHasRefusedTheProgramIsAskedAgainWithAnotherMtu) {
+  for (const char* end : {"c1", "c2", "c3"}) ASSERT_TRUE(receiveInBulk(end)) << end;
+  ip("link set c1 mtu 9000");
+  if (!start()) return;
+  EXPECT_EQ(state(1), "generic");
+  ip("link set c1 mtu 1500");
+  ip("link set p1 mtu 1400");
+  EXPECT_TRUE(becomes(1, "native"));
 }
 
 TEST_F(Live, APortTooManyIsLeftOutWithItsReasonAndTriedAgainOnEachReload) {
@@ -1260,6 +1296,29 @@ TEST_F(Kept, FramesMeetTheRulesThoughTheDaemonIsKilledWhileItStarts) {
   ASSERT_TRUE(start(keeping()));
   EXPECT_EQ(send({lldp(), cdp()}), Arrived{});
   EXPECT_EQ(service().portStat(1).discard, 2U);
+}
+
+TEST_F(Kept, NativeModeIsUsedSomeTimeAfterTheStartThoughProgramsWereKeptInTheOther) {
+  if (!start(keeping())) return;
+  EXPECT_EQ(state(1), "generic");
+  kill();
+  for (const char* end : {"c1", "c2", "c3"}) ASSERT_TRUE(receiveInBulk(end)) << end;
+  ASSERT_TRUE(start(keeping()));
+  EXPECT_EQ(state(1), "generic");
+  EXPECT_TRUE(becomes(1, "native"));
+  EXPECT_EQ(state(3), "native");
+}
+
+TEST_F(Kept, PortsStayInTheModeOfTheirProgramsWhileOneRefusesTheOther) {
+  for (const char* end : {"c1", "c3"}) ASSERT_TRUE(receiveInBulk(end)) << end;
+  if (!start(keeping())) return;
+  kill();
+  ASSERT_TRUE(start(keeping()));
+  EXPECT_EQ(state(1), "generic");
+  EXPECT_THAT(world().daemon().output().text(),
+              HasSubstr("p2 takes no frames that are redirected in native mode"));
+  ASSERT_TRUE(receiveInBulk("c2"));
+  EXPECT_TRUE(becomes(1, "native"));
 }
 
 TEST_F(Kept, PeeredFramesStayHereWhileNoDaemonRuns) {
