@@ -1,25 +1,23 @@
 #include "classifier/xdp/netlink.h"
 
 #include <arpa/inet.h>
-#include <linux/ethtool.h>
+#include <linux/ethtool_netlink.h>
 #include <linux/genetlink.h>
 #include <linux/if_bridge.h>
 #include <linux/if_ether.h>
 #include <linux/if_link.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
-#include <linux/sockios.h>
-#include <net/if.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <set>
 #include <span>
-#include <string_view>
 
 namespace classifier::xdp {
 
@@ -106,30 +104,34 @@ class Socket {
   int number_;
 };
 
-/// A message of one fixed part and at most one attribute.
+/// With what fills it up to where the next one begins.
+std::vector<std::byte> attribute(std::uint16_t type, Bytes contents) {
+  const nlattr head{.nla_len = static_cast<std::uint16_t>(sizeof head + contents.size()),
+                    .nla_type = type};
+  std::vector<std::byte> bytes(sizeof head + aligned(contents.size()));
+  std::memcpy(bytes.data(), &head, sizeof head);
+  std::ranges::copy(contents, bytes.begin() + sizeof head);
+  return bytes;
+}
+
+/// A message of one fixed part and attributes.
 template <class Fixed>
 std::vector<std::byte> message(std::uint16_t type, std::uint16_t flags, const Fixed& fixed,
-                               std::uint16_t attribute = 0, Bytes contents = {}) {
-  const bool hasAttribute = !contents.empty();
-  const std::size_t size = sizeof(nlmsghdr) + aligned(sizeof fixed) +
-                           (hasAttribute ? sizeof(nlattr) + aligned(contents.size()) : 0);
-  std::vector<std::byte> bytes(size);
-  const nlmsghdr head{.nlmsg_len = static_cast<std::uint32_t>(size),
+                               Bytes attributes = {}) {
+  std::vector<std::byte> bytes(sizeof(nlmsghdr) + aligned(sizeof fixed) + attributes.size());
+  const nlmsghdr head{.nlmsg_len = static_cast<std::uint32_t>(bytes.size()),
                       .nlmsg_type = type,
                       .nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | flags),
                       .nlmsg_seq = 1,
                       .nlmsg_pid = 0};
   std::memcpy(bytes.data(), &head, sizeof head);
   std::memcpy(&bytes[sizeof head], &fixed, sizeof fixed);
-  if (hasAttribute) {
-    std::byte* at = &bytes[sizeof head + aligned(sizeof fixed)];
-    const nlattr part{.nla_len = static_cast<std::uint16_t>(sizeof part + contents.size()),
-                      .nla_type = attribute};
-    std::memcpy(at, &part, sizeof part);
-    std::memcpy(at + sizeof part, contents.data(), contents.size());
-  }
+  std::ranges::copy(attributes, bytes.end() - static_cast<std::ptrdiff_t>(attributes.size()));
   return bytes;
 }
+
+/// With the zero behind it, as the kernel wants texts.
+Bytes bytesOf(const char* text) { return std::as_bytes(std::span(text, std::strlen(text) + 1)); }
 
 // ---- Interfaces ----
 
@@ -194,26 +196,61 @@ void readGroup(Family& family, Bytes group) {
   if (name == netdevGroup) family.group = number;
 }
 
+/// Those of a message of a generic family.
+Bytes attributesOf(Bytes contents) {
+  return contents.subspan(std::min(sizeof(genlmsghdr), contents.size()));
+}
+
 Family readFamily(Bytes contents) {
   Family family;
-  forEachAttribute(contents.subspan(std::min(sizeof(genlmsghdr), contents.size())),
-                   [&](std::uint16_t type, Bytes value) {
-                     if (type == CTRL_ATTR_FAMILY_ID) family.number = valueOf<std::uint16_t>(value);
-                     if (type != CTRL_ATTR_MCAST_GROUPS) return;
-                     forEachAttribute(
-                         value, [&](std::uint16_t, Bytes group) { readGroup(family, group); });
-                   });
+  forEachAttribute(attributesOf(contents), [&](std::uint16_t type, Bytes value) {
+    if (type == CTRL_ATTR_FAMILY_ID) family.number = valueOf<std::uint16_t>(value);
+    if (type != CTRL_ATTR_MCAST_GROUPS) return;
+    forEachAttribute(value, [&](std::uint16_t, Bytes group) { readGroup(family, group); });
+  });
   return family;
 }
 
-std::optional<Family> netdev(const Socket& socket) {
+std::optional<Family> familyNamed(const char* name, const Socket& socket) {
   const genlmsghdr fixed{.cmd = CTRL_CMD_GETFAMILY, .version = 1, .reserved = 0};
-  const std::string_view name(netdevFamily, std::strlen(netdevFamily) + 1);
   Family family;
-  const bool isKnown = socket.ask(
-      message(GENL_ID_CTRL, 0, fixed, CTRL_ATTR_FAMILY_NAME, std::as_bytes(std::span(name))),
-      [&](Bytes contents) { family = readFamily(contents); });
+  const bool isKnown =
+      socket.ask(message(GENL_ID_CTRL, 0, fixed, attribute(CTRL_ATTR_FAMILY_NAME, bytesOf(name))),
+                 [&](Bytes contents) { family = readFamily(contents); });
   return isKnown && family.number != 0 ? std::optional(family) : std::nullopt;
+}
+
+// ---- What else a driver does ----
+
+/// The names of a set's members.
+void readNames(Bytes set, std::set<std::string>& names) {
+  forEachAttribute(set, [&](std::uint16_t type, Bytes bits) {
+    if (type != ETHTOOL_A_BITSET_BITS) return;
+    forEachAttribute(bits, [&](std::uint16_t, Bytes bit) {
+      forEachAttribute(bit, [&](std::uint16_t part, Bytes value) {
+        if (part == ETHTOOL_A_BITSET_BIT_NAME) names.insert(textOf(value));
+      });
+    });
+  });
+}
+
+/// What is on, by ethtool's names.
+std::set<std::string> features(const std::string& interface) {
+  const Socket socket(NETLINK_GENERIC);
+  const auto family = familyNamed(ETHTOOL_GENL_NAME, socket);
+  if (!family) return {};
+  const genlmsghdr fixed{
+      .cmd = ETHTOOL_MSG_FEATURES_GET, .version = ETHTOOL_GENL_VERSION, .reserved = 0};
+  const auto name = attribute(ETHTOOL_A_HEADER_DEV_NAME, bytesOf(interface.c_str()));
+  std::set<std::string> names;
+  socket.ask(
+      message(family->number, 0, fixed, attribute(ETHTOOL_A_FEATURES_HEADER | NLA_F_NESTED, name)),
+      [&](Bytes contents) {
+        forEachAttribute(attributesOf(contents), [&](std::uint16_t type, Bytes value) {
+          if (type == ETHTOOL_A_FEATURES_ACTIVE) readNames(value, names);
+        });
+      });
+  return names;
 }
 
 int watch(int protocol, std::uint32_t group) {
@@ -260,20 +297,17 @@ std::vector<Link> links() {
 
 std::optional<XdpFeatures> xdpFeatures(std::uint32_t interface) {
   const Socket socket(NETLINK_GENERIC);
-  const auto family = netdev(socket);
+  const auto family = familyNamed(netdevFamily, socket);
   if (!family) return std::nullopt;
   const genlmsghdr fixed{.cmd = netdevGetDevice, .version = 1, .reserved = 0};
   std::optional<std::uint64_t> bits;
   const auto read = [&](Bytes contents) {
-    forEachAttribute(contents.subspan(std::min(sizeof fixed, contents.size())),
-                     [&](std::uint16_t type, Bytes value) {
-                       if (type == netdevXdpFeatures) bits = valueOf<std::uint64_t>(value);
-                     });
+    forEachAttribute(attributesOf(contents), [&](std::uint16_t type, Bytes value) {
+      if (type == netdevXdpFeatures) bits = valueOf<std::uint64_t>(value);
+    });
   };
-  if (!socket.ask(message(family->number, 0, fixed, netdevInterface,
-                          std::as_bytes(std::span(&interface, 1))),
-                  read) ||
-      !bits) {
+  const auto wanted = attribute(netdevInterface, std::as_bytes(std::span(&interface, 1)));
+  if (!socket.ask(message(family->number, 0, fixed, wanted), read) || !bits) {
     return std::nullopt;
   }
   return XdpFeatures{.native = (*bits & runsPrograms) != 0 && (*bits & redirects) != 0,
@@ -281,21 +315,14 @@ std::optional<XdpFeatures> xdpFeatures(std::uint32_t interface) {
 }
 
 bool hidesTags(const std::string& interface) {
-  const int number = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  if (number < 0) return false;
-  ethtool_value flags{.cmd = ETHTOOL_GFLAGS, .data = 0};
-  ifreq request{};
-  interface.copy(request.ifr_name, sizeof request.ifr_name - 1);
-  request.ifr_data = reinterpret_cast<char*>(&flags);
-  const bool isKnown = ::ioctl(number, SIOCETHTOOL, &request) == 0;
-  close(number);
-  return isKnown && (flags.data & ETH_FLAG_RXVLAN) != 0;
+  const auto on = features(interface);
+  return on.contains("rx-vlan-hw-parse") || on.contains("rx-vlan-stag-hw-parse");
 }
 
 int watchLinks() { return watch(NETLINK_ROUTE, RTNLGRP_LINK); }
 
 int watchXdpFeatures() {
-  const auto family = netdev(Socket(NETLINK_GENERIC));
+  const auto family = familyNamed(netdevFamily, Socket(NETLINK_GENERIC));
   return family ? watch(NETLINK_GENERIC, family->group) : -ENOENT;
 }
 

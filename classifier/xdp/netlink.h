@@ -43,7 +43,8 @@ struct XdpFeatures {
 /// Nothing where the kernel cannot tell, as before Linux 6.3.
 std::optional<XdpFeatures> xdpFeatures(std::uint32_t interface);
 
-/// Whether the driver takes tags from frames before the program sees them (ethtool's rxvlan).
+/// Whether the driver takes tags, 0x8100 or 0x88a8, from frames before the program sees them
+/// (ethtool's rx-vlan-hw-parse and rx-vlan-stag-hw-parse).
 bool hidesTags(const std::string& interface);
 
 /// Sockets on which something arrives whenever interfaces change, and when what they can do for XDP

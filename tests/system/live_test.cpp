@@ -37,6 +37,7 @@
 #include <thread>
 #include <vector>
 
+#include "classifier/xdp/layout.h"
 #include "tests/support/frame_builder.h"
 #include "tests/support/packet_socket.h"
 #include "tests/support/world.h"
@@ -506,16 +507,17 @@ TEST_F(Live, PortsMayExchangeTheirInterfaces) {
 }
 
 TEST_F(Live, InterfacesThatTakeTagsFromFramesAreNamed) {
-  const support::Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  ethtool_value flags{.cmd = ETHTOOL_SFLAGS, .data = 0};
-  ifreq request{};
-  std::strcpy(request.ifr_name, "p1");
-  request.ifr_data = reinterpret_cast<char*>(&flags);
-  ASSERT_EQ(ioctl(socket.get(), SIOCETHTOOL, &request), 0);
+  const auto leave = [](const char* interface, const char* tags) {
+    return run({"ethtool", "-K", interface, tags, "off"}).status == 0;
+  };
+  ASSERT_TRUE(leave("p1", "rx-vlan-hw-parse") && leave("p1", "rx-vlan-stag-hw-parse"));
+  ASSERT_TRUE(leave("p2", "rx-vlan-hw-parse"));
+  ASSERT_TRUE(leave("p3", "rx-vlan-stag-hw-parse"));
   if (!start()) return;
   const std::string text = world().daemon().output().text();
-  EXPECT_THAT(text, HasSubstr("port 2, p2: takes tags from frames"));
   EXPECT_THAT(text, testing::Not(HasSubstr("port 1, p1: takes tags from frames")));
+  EXPECT_THAT(text, HasSubstr("port 2, p2: takes tags from frames"));
+  EXPECT_THAT(text, HasSubstr("port 3, p3: takes tags from frames"));
 }
 
 TEST_F(Live, InterfacesAreFollowedAsTheyComeAndGo) {
@@ -553,6 +555,21 @@ TEST_F(Live, AnInterfaceThatIsNotThereIsSaidAndWaitedFor) {
   EXPECT_EQ(send({cdp()}), Arrived{});
   rename("later", "p3");
   EXPECT_TRUE(becomes(3, state(1)));
+}
+
+TEST_F(Live, OfInterfacesWhoseNumbersFallTogetherOneIsAPortUntilTheOtherIsMadeAnew) {
+  ip("link delete p3");
+  cable(3, "index " + std::to_string(if_nametoindex("p1") + L2CP_INTERFACES));
+  if (!start()) return;
+  attach("t", RPC_L2CP_RULE_TUNNEL);
+  EXPECT_EQ(state(3),
+            "the number of its interface falls together with another port's; make the interface "
+            "anew");
+  EXPECT_EQ(send({lldp()}), (Arrived{{"c2", {lldp()}}}));
+  ip("link delete p3");
+  cable(3);
+  EXPECT_TRUE(becomes(3, state(1)));
+  EXPECT_TRUE(tunnels());
 }
 
 TEST_F(Live, AnInterfaceThatIsReplacedUnseenIsTakenAnew) {
