@@ -69,7 +69,7 @@ bool receivesRedirected(std::uint32_t interface) {
   return features && features->receives;
 }
 
-Mode bestMode(std::uint32_t interface) {
+Mode driversMode(std::uint32_t interface) {
   const auto features = classifier::xdp::xdpFeatures(interface);
   return features && features->native ? Mode::native : Mode::generic;
 }
@@ -77,7 +77,11 @@ Mode bestMode(std::uint32_t interface) {
 }  // namespace
 
 LivePorts::LivePorts(classifier::Table& table, const Config& config)
-    : table_(table), config_(config), kept_(config.xdp.keep), again_([this] { followLinks(); }) {
+    : table_(table),
+      config_(config),
+      kept_(config.xdp.keep),
+      again_([this] { followLinks(); }),
+      marks_([this] { watchMarks(); }) {
   for (const auto& [number, port] : config_.ports) {
     if (port.interface.empty()) continue;
     const std::string problem = addPort(number, port);
@@ -207,6 +211,7 @@ void LivePorts::followLinks() {
   leaveNativeMode();
   for (auto& [number, port] : ports_) noteHiddenTags(number, port);
   showMembers(links);
+  watchMarks();
 }
 
 // A port takes part in tunnels as long as it has its program or has not been refused one yet.
@@ -263,6 +268,7 @@ void LivePorts::attach(std::uint32_t number, Port& port) {
   Attachment::Options options{
       .mode = modeFor(port.interface, file), .replacesOthers = config_.xdp.replace, .file = file};
   port.refusedMtu.reset();
+  port.cannotMark = false;
   auto made = Attachment::make(plane_.programs(), port.interface, options);
   if (std::holds_alternative<Problem>(made) && options.mode == Mode::native &&
       config_.xdp.mode == "auto") {
@@ -277,7 +283,7 @@ void LivePorts::attach(std::uint32_t number, Port& port) {
   }
   port.attachment.emplace(std::get<Attachment>(std::move(made)));
   isGenericKept_ |= options.mode == Mode::generic && !port.refusedMtu && !isNativeModeLeft_ &&
-                    bestMode(port.interface) == Mode::native;
+                    bestMode(port) == Mode::native;
   port.problem.clear();
   noteAttached(number, port);
 }
@@ -325,7 +331,7 @@ Mode LivePorts::modeFor(std::uint32_t interface, const std::string& file) const 
   if (config_.xdp.mode == "generic" || isNativeModeLeft_) return Mode::generic;
   // A program changes without a break only in the mode that it is in.
   if (const auto kept = Attachment::keptMode(file, interface)) return *kept;
-  return bestMode(interface);
+  return driversMode(interface);
 }
 
 // A frame that is redirected from native mode to an interface that does not take it is lost without
@@ -401,15 +407,43 @@ bool LivePorts::isCalm() {
 void LivePorts::tryNativeMode() {
   for (auto& [number, port] : ports_) {
     if (!port.attachment || receivesRedirected(port.interface)) continue;
-    setMode(number, port, bestMode(port.interface));
+    setMode(number, port, bestMode(port));
     if (refuses(port)) return;
   }
+}
+
+// What a driver has no room for shows in no other way.
+void LivePorts::watchMarks() {
+  bool isAnyNative = false;
+  for (auto& [number, port] : ports_) {
+    if (!port.attachment || port.attachment->mode() != Mode::native) continue;
+    if (plane_.takeUnmarked(number)) noteUnmarked(number, port);
+    isAnyNative = true;
+  }
+  if (isAnyNative) marks_.set(patience);
+}
+
+void LivePorts::noteUnmarked(std::uint32_t number, Port& port) {
+  const bool isAuto = config_.xdp.mode == "auto";
+  if (!std::exchange(port.cannotMark, true)) {
+    hostlog::warning(
+        "xdp",
+        "port {}, {}: in native mode, its driver has no room for what keeps frames for "
+        "the switch itself from the bridge{}",
+        number, port.wanted.interface,
+        isAuto ? "" : "; they are forwarded, which mode \"generic\" prevents");
+  }
+  if (isAuto) setMode(number, port, Mode::generic);
+}
+
+Mode LivePorts::bestMode(const Port& port) {
+  return port.cannotMark ? Mode::generic : driversMode(port.interface);
 }
 
 void LivePorts::setModes(Mode wanted) {
   for (auto& [number, port] : ports_) {
     if (!port.attachment) continue;
-    setMode(number, port, wanted == Mode::native ? bestMode(port.interface) : wanted);
+    setMode(number, port, wanted == Mode::native ? bestMode(port) : wanted);
   }
 }
 

@@ -57,6 +57,8 @@ class LivePorts {
     std::string problem = {};
     /// The MTU with which the driver last refused the program; 0 if it is to be asked again.
     std::optional<std::uint32_t> refusedMtu = {};
+    /// In native mode, its driver has no room for the mark of frames for the switch itself.
+    bool cannotMark = false;
     /// The mode for which it was said that tags may be hidden, if they may be.
     std::optional<classifier::xdp::Mode> notedMode = {};
     /// In no bridge.
@@ -83,6 +85,9 @@ class LivePorts {
   bool isCalm();
   void tryNativeMode();
   bool refuses(const Port& port);
+  void watchMarks();
+  void noteUnmarked(std::uint32_t number, Port& port);
+  static classifier::xdp::Mode bestMode(const Port& port);
   void setModes(classifier::xdp::Mode wanted);
   void setMode(std::uint32_t number, Port& port, classifier::xdp::Mode mode);
   static void noteAttached(std::uint32_t number, Port& port);
@@ -110,4 +115,5 @@ class LivePorts {
   /// Since when there is none of them.
   std::optional<std::chrono::steady_clock::time_point> calmSince_;
   const LoopAlarm again_;
+  const LoopAlarm marks_;
 };

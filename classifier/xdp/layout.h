@@ -114,7 +114,8 @@ struct l2cp_port {
   __u32 nativeVlan;
   /// The groups 01-80-C2-00-00-0x, bit x for each, that a bridge above would forward.
   __u32 forwardedGroups;
-  __u32 reserved;
+  /// Set by the program: a frame for the machine itself had to pass without its mark.
+  __u32 unmarked;
   /// Where tunnelled frames of each VLAN go: the place of its interfaces in the map of memberships;
   /// 0 where none do, and for VLANs that the port is not in.
   __u16 memberships[L2CP_VLANS];

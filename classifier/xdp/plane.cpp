@@ -314,6 +314,14 @@ bool Plane::hasStayed(std::uint32_t port) const {
   return known != ports_.end() && maps_->presence.has(known->second.interface);
 }
 
+bool Plane::takeUnmarked(std::uint32_t port) {
+  const std::lock_guard lock(mutex_);
+  const Port* known = find(port);
+  if (known == nullptr) return false;
+  const std::atomic_ref unmarked(maps_->ports[known->place].unmarked);
+  return unmarked.exchange(0, std::memory_order_relaxed) != 0;
+}
+
 int Plane::setForwardedGroups(std::uint32_t port, std::uint16_t groups) {
   const std::lock_guard lock(mutex_);
   const Port* known = find(port);

@@ -64,6 +64,9 @@ class Plane : public DataPlane {
   /// What the port does not have any more is treated as if the program were not there. 0 or
   /// -ENOENT.
   int removePort(std::uint32_t port);
+  /// Whether a frame for the machine itself, since this was asked last, could not be kept from the
+  /// bridge: in native mode, some drivers have no room for the mark that does it.
+  bool takeUnmarked(std::uint32_t port);
   /// 0, -ENOENT or -EINVAL. Tunnelled frames follow with `showMembers`.
   int setVlans(std::uint32_t port, const Vlans& vlans);
 

@@ -214,11 +214,13 @@ static __always_inline int tunnel(const struct l2cp_port* port, const struct key
   return (int)bpf_redirect_map(members, 0, BPF_F_BROADCAST | BPF_F_EXCLUDE_INGRESS);
 }
 
-/// Marks the frame for `l2cp_keep`.
-static __always_inline int peer(struct xdp_md* context) {
+/// Marks the frame for `l2cp_keep`. Some drivers have no room for that.
+static __always_inline int peer(struct xdp_md* context, struct l2cp_port* port) {
   if (bpf_xdp_adjust_meta(context, -(int)sizeof(__u32)) == 0) {
     __u32* mark = (__u32*)(long)context->data_meta;
     if ((void*)(mark + 1) <= (void*)(long)context->data) *mark = L2CP_PEER_MARK;
+  } else if (port->unmarked == 0) {
+    port->unmarked = 1;
   }
   return XDP_PASS;
 }
@@ -229,7 +231,7 @@ int l2cp_classify(struct xdp_md* context) {
   const void* const end = (const void*)(long)context->data_end;
   if (frame + typeOffset + typeSize > end) return XDP_PASS;
   const __u32 place = placeOf(context->ingress_ifindex);
-  const struct l2cp_port* const port = bpf_map_lookup_elem(&ports, &place);
+  struct l2cp_port* const port = bpf_map_lookup_elem(&ports, &place);
   if (!port) return XDP_PASS;
 
   // Most frames are nothing that any entry could be about, and their addresses tell.
@@ -251,7 +253,7 @@ int l2cp_classify(struct xdp_md* context) {
       case L2CP_DISCARD:
         return XDP_DROP;
       case L2CP_PEER:
-        return peer(context);
+        return peer(context, port);
       case L2CP_TUNNEL:
         return tunnel(port, &key);
     }

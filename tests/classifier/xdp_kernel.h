@@ -41,38 +41,31 @@ class Kernel {
     table.setDataPlane(&plane);
   }
 
-  Fate fate(const Bytes& frame) {
-    // The facility hands over a copy, and bytes behind its end are there to be read by mistake.
-    xdp_md context{};
-    context.data_end = static_cast<std::uint32_t>(frame.size());
-    context.ingress_ifindex = interface;
-    bpf_test_run_opts run{};
-    run.sz = sizeof run;
-    run.data_in = frame.data();
-    run.data_out = result.data();
-    run.data_size_in = static_cast<std::uint32_t>(frame.size());
-    run.data_size_out = static_cast<std::uint32_t>(result.size());
-    run.ctx_in = &context;
-    run.ctx_out = &context;
-    run.ctx_size_in = sizeof context;
-    run.ctx_size_out = sizeof context;
-    const int error = bpf_prog_test_run_opts(plane.programs().classify, &run);
-    EXPECT_EQ(error, 0);
+  /// `before` is the size of what a driver has put before the frame.
+  Fate fate(const Bytes& frame, std::uint32_t before = 0) {
+    EXPECT_EQ(run(frame, before), 0);
     // What stands before the frame is handed out, too.
-    const std::uint32_t before = context.data - context.data_meta;
-    EXPECT_EQ(run.data_size_out, before + frame.size());
-    EXPECT_TRUE(std::equal(frame.begin(), frame.end(), result.begin() + before))
+    const std::uint32_t size = context.data - context.data_meta;
+    EXPECT_EQ(options.data_size_out, size + frame.size());
+    EXPECT_TRUE(std::equal(frame.begin(), frame.end(), result.begin() + size))
         << "the frame was changed";
-    switch (run.retval) {
+    switch (options.retval) {
       case XDP_PASS:
-        return isMarked(before) ? Fate::peer : Fate::untouched;
+        return isMarked(size - before) ? Fate::peer : Fate::untouched;
       case XDP_DROP:
         return Fate::discard;
       case XDP_REDIRECT:
         return Fate::tunnel;
     }
-    ADD_FAILURE() << "the program answered " << run.retval;
+    ADD_FAILURE() << "the program answered " << options.retval;
     return Fate::untouched;
+  }
+
+  /// The most that the kernel lets a driver put there.
+  std::uint32_t mostBefore(const Bytes& frame) {
+    std::uint32_t before = 256;
+    while (before > 0 && run(frame, before) != 0) before -= 4;
+    return before;
   }
 
   classifier::xdp::Plane plane;
@@ -80,6 +73,28 @@ class Kernel {
   Requests request{table};
 
  private:
+  /// 0 or what the kernel says.
+  int run(const Bytes& frame, std::uint32_t before) {
+    // The facility hands over a copy, and bytes behind its end are there to be read by mistake.
+    Bytes all(before);
+    all.insert(all.end(), frame.begin(), frame.end());
+    context = {};
+    context.data = before;
+    context.data_end = static_cast<std::uint32_t>(all.size());
+    context.ingress_ifindex = interface;
+    options = {};
+    options.sz = sizeof options;
+    options.data_in = all.data();
+    options.data_out = result.data();
+    options.data_size_in = static_cast<std::uint32_t>(all.size());
+    options.data_size_out = static_cast<std::uint32_t>(result.size());
+    options.ctx_in = &context;
+    options.ctx_out = &context;
+    options.ctx_size_in = sizeof context;
+    options.ctx_size_out = sizeof context;
+    return bpf_prog_test_run_opts(plane.programs().classify, &options);
+  }
+
   bool isMarked(std::uint32_t size) const {
     if (size == 0) return false;
     std::uint32_t mark = 0;
@@ -89,6 +104,8 @@ class Kernel {
     return true;
   }
 
+  xdp_md context{};
+  bpf_test_run_opts options{};
   std::array<std::uint8_t, 4096> result{};
 };
 

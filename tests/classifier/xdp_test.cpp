@@ -54,6 +54,17 @@ TEST_F(Xdp, FramesOfInterfacesThatAreNoPortsPass) {
   EXPECT_THAT(kernel->request.counter("p"), Optional(1));
 }
 
+TEST_F(Xdp, APeeredFrameForWhoseMarkThereIsNoRoomIsReportedOnce) {
+  addProtocol(*kernel, "p", ACL_ACTION_HIDE);
+  ASSERT_EQ(kernel->request.addEntry(portText, 1, 200, "p", "p"), 0);
+  EXPECT_EQ(kernel->fate(untagged()), Fate::peer);
+  EXPECT_FALSE(kernel->plane.takeUnmarked(port));
+  // A driver has taken all that the kernel has for it.
+  EXPECT_EQ(kernel->fate(untagged(), kernel->mostBefore(untagged())), Fate::untouched);
+  EXPECT_TRUE(kernel->plane.takeUnmarked(port));
+  EXPECT_FALSE(kernel->plane.takeUnmarked(port));
+}
+
 TEST_F(Xdp, APortThatIsRemovedIsWithoutRulesWhenItComesBack) {
   addProtocol(*kernel, "p", ACL_ACTION_DROP);
   ASSERT_EQ(kernel->request.addEntry(portText, 1, 200, "p", "p"), 0);

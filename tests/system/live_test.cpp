@@ -13,6 +13,7 @@
 #include <poll.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -30,6 +31,7 @@
 #include <future>
 #include <map>
 #include <memory>
+#include <span>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -1009,6 +1011,53 @@ TEST_F(Live, NativeModeIsUsedWhereEveryPortTakesItsFrames) {
             (Arrived{{"c2", {lldp(100), cdp(400)}},
                      {"c3", {lldp(100), cdp(400)}},
                      {"p1", {cdp(200), cdp(400)}}}));
+}
+
+/// The rules of the ports that a program has, for the test to write to: in the order of the ports.
+class PortsOf {
+ public:
+  explicit PortsOf(std::uint32_t program) {
+    const support::Descriptor descriptor(bpf_prog_get_fd_by_id(program));
+    std::array<std::uint32_t, 16> maps{};
+    bpf_prog_info info{};
+    info.nr_map_ids = maps.size();
+    info.map_ids = reinterpret_cast<std::uint64_t>(maps.data());
+    std::uint32_t size = sizeof info;
+    if (bpf_obj_get_info_by_fd(descriptor.get(), &info, &size) != 0) return;
+    for (const std::uint32_t map : std::span(maps).first(info.nr_map_ids)) {
+      map_ = support::Descriptor(bpf_map_get_fd_by_id(map));
+      bpf_map_info found{};
+      size = sizeof found;
+      bpf_obj_get_info_by_fd(map_.get(), &found, &size);
+      if (std::string_view(found.name) == "ports") break;
+    }
+    memory_ = mmap(nullptr, sizeof(l2cp_port), PROT_READ | PROT_WRITE, MAP_SHARED, map_.get(), 0);
+  }
+  ~PortsOf() { munmap(memory_, sizeof(l2cp_port)); }
+  PortsOf(const PortsOf&) = delete;
+  PortsOf& operator=(const PortsOf&) = delete;
+
+  l2cp_port& first() { return *static_cast<l2cp_port*>(memory_); }
+
+ private:
+  support::Descriptor map_{-1};
+  void* memory_ = nullptr;
+};
+
+TEST_F(Live, NativeModeIsLeftByAPortWhoseDriverHasNoRoomForMarks) {
+  for (const char* end : {"c1", "c2", "c3"}) ASSERT_TRUE(receiveInBulk(end)) << end;
+  if (!start()) return;
+  attach("p", RPC_L2CP_RULE_PEER);
+  EXPECT_EQ(send({cdp()}), (Arrived{{"p1", {cdp()}}}));
+  EXPECT_EQ(state(1), "native");
+  // As the program says it: the drivers of these interfaces have room.
+  PortsOf(programs().drv_prog_id).first().unmarked = 1;
+  EXPECT_TRUE(becomes(1, "generic"));
+  EXPECT_EQ(state(2), "native");
+  EXPECT_THAT(world().daemon().output().text(),
+              HasSubstr("port 1, p1: in native mode, its driver has no room for what keeps frames "
+                        "for the switch itself from the bridge\n"));
+  EXPECT_EQ(send({cdp()}), (Arrived{{"p1", {cdp()}}}));
 }
 
 TEST_F(Live, TheLogSaysWhereTagsMayBeHiddenAndWhatBecomesOfThem) {
