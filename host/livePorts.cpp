@@ -2,29 +2,23 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <set>
 #include <utility>
 
 #include "host/log.h"
 
-using classifier::xdp::Attachment;
 using classifier::xdp::Link;
-using classifier::xdp::Mode;
 using classifier::xdp::Outlet;
-using classifier::xdp::Problem;
 using classifier::xdp::Vlans;
 
 namespace {
 
-using std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
 /// Before the kernel is asked again what it had no answer to.
 constexpr auto patience = 1s;
-/// Without a port that refuses native mode, before it is tried again. A port that is made anew, as
-/// with a container, is there again by then.
-constexpr auto calmTime = 10s;
 
 constexpr const char* noInterface = "there is no such interface";
 
@@ -64,16 +58,6 @@ std::string membersProblem(int error) {
   return fmt::format("tunnelled frames go where they went before: {}", std::strerror(-error));
 }
 
-bool receivesRedirected(std::uint32_t interface) {
-  const auto features = classifier::xdp::xdpFeatures(interface);
-  return features && features->receives;
-}
-
-Mode driversMode(std::uint32_t interface) {
-  const auto features = classifier::xdp::xdpFeatures(interface);
-  return features && features->native ? Mode::native : Mode::generic;
-}
-
 }  // namespace
 
 LivePorts::LivePorts(classifier::Table& table, const Config& config)
@@ -81,7 +65,10 @@ LivePorts::LivePorts(classifier::Table& table, const Config& config)
       config_(config),
       kept_(config.xdp.keep),
       again_([this] { followLinks(); }),
-      marks_([this] { watchMarks(); }) {
+      modes_(
+          config, plane_, kept_, ports_,
+          [this](LivePort& port, const std::string& reason) { detach(port, reason); },
+          [this] { followLinks(); }) {
   for (const auto& [number, port] : config_.ports) {
     if (port.interface.empty()) continue;
     const std::string problem = addPort(number, port);
@@ -117,7 +104,7 @@ bool LivePorts::isPort(const Link& link) const {
 std::string LivePorts::addPort(std::uint32_t number, const Config::Port& wanted) {
   std::string problem = refusal(number, wanted);
   if (problem.empty()) {
-    ports_.emplace(number, Port{.wanted = wanted});
+    ports_.emplace(number, LivePort{.number = number, .wanted = wanted});
     return {};
   }
   leftOut_.emplace(number, problem);
@@ -140,7 +127,7 @@ std::string LivePorts::refusal(std::uint32_t number, const Config::Port& wanted)
 void LivePorts::removePort(std::uint32_t number) {
   const auto known = ports_.find(number);
   if (known == ports_.end()) return;
-  detach(number, known->second, "it is no port any more");
+  detach(known->second, "it is no port any more");
   plane_.removePort(number);
   ports_.erase(known);
 }
@@ -160,10 +147,7 @@ std::vector<std::string> LivePorts::followConfig() {
       }
     }
   }
-  // What was refused because of the far end of a cable is not seen from here.
-  for (auto& [number, port] : ports_) {
-    if (port.refusedMtu) port.refusedMtu = 0;
-  }
+  modes_.forgetRefusals();
   leftOut_.clear();
   for (const std::uint32_t number : gone) removePort(number);
   for (const auto& [number, port] : config_.ports) {
@@ -192,26 +176,22 @@ void LivePorts::followLinks() {
   for (auto& [number, port] : ports_) {
     const Link* link = linkNamed(port.wanted.interface, links);
     if (port.interface != 0 && (link == nullptr || link->number != port.interface)) {
-      detach(number, port, noInterface);
-    } else if (port.attachment && !isAsPlaced(number, port)) {
-      detach(number, port, "its programs have gone");
+      detach(port, noInterface);
+    } else if (port.attachment && !isAsPlaced(port)) {
+      detach(port, "its programs have gone");
     }
   }
   purge(links);
-  for (auto& [number, port] : ports_) place(number, port, links);
+  for (auto& [number, port] : ports_) place(port, links);
   // A program that takes the place of one that was kept is to find the rules of its port and the
   // way to all others from its first frame on.
   showMembers(links);
   for (auto& [number, port] : ports_) {
-    if (port.interface == 0 || port.attachment) continue;
-    attach(number, port);
+    if (port.interface != 0 && !port.attachment) attach(port);
   }
-  returnToNativeMode();
-  retryNativeMode();
-  leaveNativeMode();
-  for (auto& [number, port] : ports_) noteHiddenTags(number, port);
+  modes_.follow();
+  for (auto& [number, port] : ports_) port.noteHiddenTags();
   showMembers(links);
-  watchMarks();
 }
 
 // A port takes part in tunnels as long as it has its program or has not been refused one yet.
@@ -235,233 +215,51 @@ void LivePorts::showMembers(const std::vector<Link>& links) {
 
 // Between two looks an interface may have been away, or another one may have taken its number and
 // name; and others may take programs away.
-bool LivePorts::isAsPlaced(std::uint32_t number, const Port& port) const {
-  return plane_.hasStayed(number) && port.attachment->isOn(port.interface);
+bool LivePorts::isAsPlaced(const LivePort& port) const {
+  return plane_.hasStayed(port.number) && port.attachment->isOn(port.interface);
 }
 
-void LivePorts::place(std::uint32_t number, Port& port, const std::vector<Link>& links) {
+void LivePorts::place(LivePort& port, const std::vector<Link>& links) {
   const Link* link = linkNamed(port.wanted.interface, links);
   if (link == nullptr) {
-    detach(number, port, noInterface);
+    detach(port, noInterface);
     return;
   }
-  plane_.setForwardedGroups(number, forwardedGroups(*link, links));
+  plane_.setForwardedGroups(port.number, forwardedGroups(*link, links));
   port.mtu = link->mtu;
   if (port.attachment) {
     port.attachment->keepIn(kept_.fileOf(port.interface));
-    noteKeeping(number, port);
+    port.noteKeeping();
     return;
   }
-  if (const int error = plane_.setInterface(number, link->number); error != 0) {
+  if (const int error = plane_.setInterface(port.number, link->number); error != 0) {
     // Numbers are that far apart only where very many interfaces have come and gone.
-    detach(number, port,
-           error == -ENOSPC ? "the number of its interface falls together with another port's; "
-                              "make the interface anew"
-                            : std::strerror(-error));
+    detach(port, error == -ENOSPC
+                     ? "the number of its interface falls together with another port's; "
+                       "make the interface anew"
+                     : std::strerror(-error));
     return;
   }
   port.interface = link->number;
 }
 
-void LivePorts::attach(std::uint32_t number, Port& port) {
-  const std::string file = kept_.fileOf(port.interface);
-  Attachment::Options options{
-      .mode = modeFor(port.interface, file), .replacesOthers = config_.xdp.replace, .file = file};
-  port.refusedMtu.reset();
-  port.cannotMark = false;
-  auto made = Attachment::make(plane_.programs(), port.interface, options);
-  if (std::holds_alternative<Problem>(made) && options.mode == Mode::native &&
-      config_.xdp.mode == "auto") {
-    // Drivers have conditions of their own, such as the size of frames.
-    options.mode = Mode::generic;
-    made = Attachment::make(plane_.programs(), port.interface, options);
-    port.refusedMtu = port.mtu;
-  }
-  if (const auto* problem = std::get_if<Problem>(&made)) {
-    detach(number, port, problem->text);
+void LivePorts::attach(LivePort& port) {
+  if (const auto problem = modes_.attach(port)) {
+    detach(port, problem->text);
     return;
   }
-  port.attachment.emplace(std::get<Attachment>(std::move(made)));
-  isGenericKept_ |= options.mode == Mode::generic && !port.refusedMtu && !isNativeModeLeft_ &&
-                    bestMode(port) == Mode::native;
   port.problem.clear();
-  noteAttached(number, port);
-}
-
-void LivePorts::noteAttached(std::uint32_t number, Port& port) {
-  hostlog::information("xdp", "port {}, {}: attached in {} mode", number, port.wanted.interface,
-                       text(port.attachment->mode()));
-  noteKeeping(number, port);
-}
-
-void LivePorts::noteKeeping(std::uint32_t number, Port& port) {
-  const std::string& problem = port.attachment->keepingProblem();
-  if (problem != port.keepingProblem && !problem.empty()) {
-    hostlog::warning("xdp", "port {}, {}: its program ends with the daemon: {}", number,
-                     port.wanted.interface, problem);
-  }
-  port.keepingProblem = problem;
-}
-
-// The note comes once for each interface and mode.
-void LivePorts::noteHiddenTags(std::uint32_t number, Port& port) {
-  const auto mode = port.attachment ? std::optional(port.attachment->mode()) : std::nullopt;
-  if (std::exchange(port.notedMode, mode) == mode || !mode) return;
-  if (!classifier::xdp::hidesTags(port.wanted.interface)) return;
-  hostlog::information(
-      "xdp",
-      "port {}, {}: takes tags from frames where it can, and frames that arrive so count as "
-      "untagged{}; see l2cpd.toml(5)",
-      number, port.wanted.interface,
-      mode == Mode::native ? " and are tunnelled without their tag" : "");
+  port.noteAttached();
 }
 
 // Frames of the port are left to the bridge.
-void LivePorts::detach(std::uint32_t number, Port& port, const std::string& reason) {
+void LivePorts::detach(LivePort& port, const std::string& reason) {
   port.attachment.reset();
-  plane_.setInterface(number, 0);
+  plane_.setInterface(port.number, 0);
   port.interface = 0;
   if (port.problem == reason) return;
   port.problem = reason;
-  hostlog::warning("xdp", "port {}, {}: {}", number, port.wanted.interface, reason);
-}
-
-Mode LivePorts::modeFor(std::uint32_t interface, const std::string& file) const {
-  if (config_.xdp.mode == "native") return Mode::native;
-  if (config_.xdp.mode == "generic" || isNativeModeLeft_) return Mode::generic;
-  // A program changes without a break only in the mode that it is in.
-  if (const auto kept = Attachment::keptMode(file, interface)) return *kept;
-  return driversMode(interface);
-}
-
-// A frame that is redirected from native mode to an interface that does not take it is lost without
-// a word. Some take it only after a program has been attached, so this can be known only then.
-void LivePorts::leaveNativeMode() {
-  if (config_.xdp.mode != "auto" || isNativeModeLeft_) return;
-  const bool isGenericKept = std::exchange(isGenericKept_, false);
-  const auto isNative = [](const auto& element) {
-    return element.second.attachment && element.second.attachment->mode() == Mode::native;
-  };
-  if (!isGenericKept && std::none_of(ports_.begin(), ports_.end(), isNative)) return;
-  for (const auto& [number, port] : ports_) refuses(port);
-  isNativeModeLeft_ = isGenericKept || !refusing_.empty();
-  if (!refusing_.empty()) setModes(Mode::generic);
-}
-
-// A driver that has refused the program may take it with another MTU.
-void LivePorts::retryNativeMode() {
-  if (config_.xdp.mode != "auto" || isNativeModeLeft_) return;
-  for (auto& [number, port] : ports_) {
-    if (!port.attachment || port.refusedMtu.value_or(port.mtu) == port.mtu) continue;
-    port.refusedMtu.reset();
-    setMode(number, port, Mode::native);
-  }
-}
-
-bool LivePorts::refuses(const Port& port) {
-  if (!port.attachment || receivesRedirected(port.interface)) return false;
-  if (refusing_.empty()) {
-    hostlog::information("xdp", "{} takes no frames that are redirected in native mode",
-                         port.wanted.interface);
-  }
-  refusing_.emplace(port.interface, port.mtu);
-  return true;
-}
-
-void LivePorts::returnToNativeMode() {
-  if (!isNativeModeLeft_ || !isCalm()) return;
-  tryNativeMode();
-  isNativeModeLeft_ = !refusing_.empty();
-  if (!isNativeModeLeft_) {
-    hostlog::information("xdp", "all ports that took no frames in native mode do or have gone");
-  }
-  setModes(isNativeModeLeft_ ? Mode::generic : Mode::native);
-}
-
-// Whether no port has refused for some time. A driver that did may not do so with another MTU.
-bool LivePorts::isCalm() {
-  std::map<std::uint32_t, std::uint32_t> attached;
-  for (const auto& [number, port] : ports_) {
-    if (port.attachment) attached.emplace(port.interface, port.mtu);
-  }
-  std::erase_if(refusing_, [&](const auto& refusing) {
-    const auto found = attached.find(refusing.first);
-    return found == attached.end() || *found != refusing || receivesRedirected(refusing.first);
-  });
-  if (!refusing_.empty()) {
-    calmSince_.reset();
-    return false;
-  }
-  if (!calmSince_) calmSince_ = steady_clock::now();
-  const auto rest = *calmSince_ + calmTime - steady_clock::now();
-  if (rest > 0s) {
-    again_.set(rest);
-    return false;
-  }
-  calmSince_.reset();
-  return true;
-}
-
-// One by one, those first of which only that can tell: the frames of all others meet their rules
-// without a break if one refuses.
-void LivePorts::tryNativeMode() {
-  for (auto& [number, port] : ports_) {
-    if (!port.attachment || receivesRedirected(port.interface)) continue;
-    setMode(number, port, bestMode(port));
-    if (refuses(port)) return;
-  }
-}
-
-// What a driver has no room for shows in no other way.
-void LivePorts::watchMarks() {
-  bool isAnyNative = false;
-  for (auto& [number, port] : ports_) {
-    if (!port.attachment || port.attachment->mode() != Mode::native) continue;
-    if (plane_.takeUnmarked(number)) noteUnmarked(number, port);
-    isAnyNative = true;
-  }
-  if (isAnyNative) marks_.set(patience);
-}
-
-void LivePorts::noteUnmarked(std::uint32_t number, Port& port) {
-  const bool isAuto = config_.xdp.mode == "auto";
-  if (!std::exchange(port.cannotMark, true)) {
-    hostlog::warning(
-        "xdp",
-        "port {}, {}: in native mode, its driver has no room for what keeps frames for "
-        "the switch itself from the bridge{}",
-        number, port.wanted.interface,
-        isAuto ? "" : "; they are forwarded, which mode \"generic\" prevents");
-  }
-  if (isAuto) setMode(number, port, Mode::generic);
-}
-
-Mode LivePorts::bestMode(const Port& port) {
-  return port.cannotMark ? Mode::generic : driversMode(port.interface);
-}
-
-void LivePorts::setModes(Mode wanted) {
-  for (auto& [number, port] : ports_) {
-    if (!port.attachment) continue;
-    setMode(number, port, wanted == Mode::native ? bestMode(port) : wanted);
-  }
-}
-
-void LivePorts::setMode(std::uint32_t number, Port& port, Mode mode) {
-  if (port.attachment->mode() == mode) return;
-  Attachment::Options options{
-      .mode = mode, .replacesOthers = config_.xdp.replace, .file = kept_.fileOf(port.interface)};
-  auto problem = port.attachment->changeMode(plane_.programs(), port.interface, options);
-  if (problem && mode == Mode::native) {
-    port.refusedMtu = port.mtu;
-    options.mode = Mode::generic;
-    problem = port.attachment->changeMode(plane_.programs(), port.interface, options);
-  }
-  if (problem) {
-    detach(number, port, problem->text);
-  } else {
-    noteAttached(number, port);
-  }
+  hostlog::warning("xdp", "port {}, {}: {}", port.number, port.wanted.interface, reason);
 }
 
 std::vector<LivePorts::State> LivePorts::states() const {
