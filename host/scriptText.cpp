@@ -22,19 +22,6 @@ std::string enteringCommand(const CliMode& mode) {
   return {};
 }
 
-std::string comment(const std::string& text) {
-  std::string safe;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7f) {
-      safe += fmt::format("\\x{:02x}", byte);
-    } else {
-      safe += c;
-    }
-  }
-  return safe;
-}
-
 class Writer {
  public:
   void write(const CliCommand& command) {
@@ -63,10 +50,10 @@ class Writer {
     try {
       // The reader does not look into comments, which may hold any name.
       const bool isComment = std::holds_alternative<script::Nothing>(reader_.read(line));
-      lines_.push_back(isComment ? comment(line) : line);
+      lines_.push_back(isComment ? script::comment(line) : line);
       return true;
     } catch (const script::Problem& problem) {
-      lines_.push_back(comment(fmt::format("! left out ({}): {}", problem.what(), line)));
+      lines_.push_back(script::comment(fmt::format("! left out ({}): {}", problem.what(), line)));
       return false;
     }
   }

@@ -215,6 +215,9 @@ bool isWritable(std::string_view name);
 /// The words of a line. Throws Problem for a control character or a quotation without end.
 std::vector<std::string> split(std::string_view line);
 
+/// A comment's text, with control characters as \xNN.
+std::string comment(std::string_view text);
+
 /// The line of a command, indented by one blank in a mode. Reading it back in that mode gives the
 /// command again, unless a name in it cannot be written.
 std::string text(const Command& command);

@@ -117,6 +117,19 @@ bool isWritable(std::string_view name) {
   }
 }
 
+std::string comment(std::string_view text) {
+  std::string safe;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7f) {
+      safe += fmt::format("\\x{:02x}", byte);
+    } else {
+      safe += c;
+    }
+  }
+  return safe;
+}
+
 std::string text(const Command& command) { return std::visit(Writer{}, command); }
 
 }  // namespace script

@@ -21,6 +21,7 @@
 #include "cli/apply/stateDifference.h"
 #include "cli/carry.h"
 #include "cli/failure.h"
+#include "tests/cli/apply/confirmed.h"
 #include "tests/cli/apply/random_state.h"
 #include "tests/cli/command_line.h"
 #include "tests/support/pseudo_terminal.h"
@@ -453,10 +454,11 @@ TEST_F(Applying, ChangesNothingIfAProtocolIsUsedUnseen) {
 TEST_F(Applying, LeavesAloneWhatIsNoConfiguration) {
   does({{"profile", "add", "learnt", "dynamic"}, {"profile", "add", "gold"}});
   shown({"profile", "edit", "gold"});
+  does({{"attach", "temp_l2cp_prof_1", "port", "4"}});
   EXPECT_THAT(shown({"-j", "apply", World::file("nothing", "")}), HasSubstr("\"commands\":1,"));
   EXPECT_EQ(shown({"-o", "profile", "list"}),
             "name=learnt protect=no dynamic=yes attachments=0\n"
-            "name=temp_l2cp_prof_1 protect=no dynamic=no attachments=0\n");
+            "name=temp_l2cp_prof_1 protect=no dynamic=no attachments=1\n");
 }
 
 TEST_F(Applying, RefusesLinesAboutProfilesThatAreNoConfiguration) {
@@ -813,36 +815,6 @@ TEST_F(Applying, RefusesNamesThatTheLanguageCannotWriteAndDeletesThem) {
 
 // ---- Confirmation ----
 
-/// "apply --confirm" with a standard input that the test holds.
-class Confirmed {
- public:
-  Confirmed(const std::string& file, const std::string& seconds, const std::string& messages = "&1")
-      : input_(makeInput()),
-        process_({"/bin/sh", "-c",
-                  "exec \"$0\" apply \"$1\" --confirm \"$2\" <\"$3\" 2>" + messages,
-                  L2CPCTL_PROGRAM, file, seconds, input_}),
-        writer_(open(input_.c_str(), O_RDWR | O_CLOEXEC)) {}
-
-  bool isWaiting() { return process_.output().waitFor("they are undone unless Enter comes"); }
-  void write(const std::string& text) const {
-    EXPECT_EQ(::write(writer_.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
-  }
-  void end() { writer_.close(); }
-  support::Process& process() { return process_; }
-
- private:
-  static std::string makeInput() {
-    const std::string path = World::file("input", "") + ".pipe";
-    unlink(path.c_str());
-    EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
-    return path;
-  }
-
-  std::string input_;
-  support::Process process_;
-  support::Descriptor writer_;
-};
-
 TEST_F(Confirming, KeepsTheChangesAfterEnterOrAYes) {
   for (const char* answer : {"\n", "y\n", " yes\r\nno\n"}) {
     SCOPED_TRACE(answer);
@@ -1017,8 +989,7 @@ void giveSubtypesThatAreNotMatched(const State& state) {
 }
 
 TEST_F(Applying, LeadsFromAnyConfigurationToAnyOther) {
-  const char* const more = std::getenv("L2CP_RANDOM_STATES");
-  const int pairs = more == nullptr ? 100 : std::atoi(more);
+  const int pairs = pairsToTry(100);
   Client client({});
   std::map<std::string, Definition> builtIn;
   const DaemonState fresh = daemonState(client);
