@@ -1,7 +1,5 @@
 #include "host/scriptText.h"
 
-#include <fmt/core.h>
-
 #include <variant>
 
 #include "script/script.h"
@@ -53,7 +51,7 @@ class Writer {
       lines_.push_back(isComment ? script::comment(line) : line);
       return true;
     } catch (const script::Problem& problem) {
-      lines_.push_back(script::comment(fmt::format("! left out ({}): {}", problem.what(), line)));
+      lines_.push_back(script::leftOut(problem.what(), line));
       return false;
     }
   }

@@ -218,8 +218,25 @@ std::vector<std::string> split(std::string_view line);
 /// A comment's text, with control characters as \xNN.
 std::string comment(std::string_view text);
 
+/// The comment that stands in the place of a line that cannot be written.
+std::string leftOut(std::string_view reason, std::string_view line);
+
 /// The line of a command, indented by one blank in a mode. Reading it back in that mode gives the
 /// command again, unless a name in it cannot be written.
 std::string text(const Command& command);
+
+/// Writes command after command so that nothing else can be read, whatever their names hold: in the
+/// place of a line that does not read back as its command, and of those in a mode that such a line
+/// was to enter, stands a comment.
+class LineWriter {
+ public:
+  std::string line(const Command& command);
+
+ private:
+  std::string problemOf(const Command& command, const std::string& line);
+
+  Reader reader_;
+  bool skipping_ = false;  ///< in a mode that was not entered
+};
 
 }  // namespace script

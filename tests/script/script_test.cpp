@@ -232,4 +232,31 @@ TEST(Names, AreWritableIfTheyReadBack) {
   }
 }
 
+TEST(LineWriter, WritesALineOnlyIfItReadsBackAsItsCommand) {
+  script::LineWriter writer;
+  EXPECT_EQ(writer.line(script::L2cpProfile{"two words"}), "l2cp-profile \"two words\"");
+  EXPECT_EQ(
+      writer.line(script::Entry{"two words", "a\x1b", Rule::peer}),
+      " ! left out (there is a control character in the line): protocol \"a\\x1b\" rule peer");
+  EXPECT_EQ(writer.line(script::NoEntry{"two words", "LLDP"}), " no protocol \"LLDP\"");
+  EXPECT_EQ(writer.line(script::NoEntry{"another", "LLDP"}),
+            " ! left out (it would say something else): no protocol \"LLDP\"");
+  EXPECT_EQ(writer.line(script::Exit{}), "exit");
+  EXPECT_EQ(writer.line(script::NoL2cpProfile{"x\nattach P port 1"}),
+            "! left out (there is a control character in the line): no l2cp-profile "
+            "\"x\\x0aattach P port 1\"");
+  EXPECT_EQ(writer.line(script::Protocol{"x", {}, script::noEtherType, 3}),
+            "l2protocol \"x\" mac any");
+}
+
+TEST(LineWriter, LeavesOutWhatStandsInAModeThatCannotBeEntered) {
+  script::LineWriter writer;
+  EXPECT_EQ(writer.line(script::VlanProfile{"\"a\" b"}),
+            "! left out (there are words too many): vlan-profile \"\"a\" b\"");
+  EXPECT_EQ(writer.line(script::NoSvid{"\"a\" b", 7}),
+            " ! left out (its mode cannot be entered): no interface 7");
+  EXPECT_EQ(writer.line(script::Exit{}), "! left out (its mode cannot be entered): exit");
+  EXPECT_EQ(writer.line(script::NoVlanProfile{"b"}), "no vlan-profile b");
+}
+
 }  // namespace

@@ -806,11 +806,60 @@ TEST_F(Applying, RefusesNamesThatTheLanguageCannotWriteAndDeletesThem) {
     carry(script::Attach{name, 1}, client);
   }
   const std::string nothing = World::file("nothing", "");
-  EXPECT_EQ(outcome({"diff", nothing}).out,
-            "-l2cp-profile a\\x1b[2J\n-l2cp-profile \"a\" b\"\n-attach a\\x1b[2J port 1\n"
-            "-attach \"a\" b\" port 1\n");
+  const std::string control = "! left out (there is a control character in the line): ";
+  const std::string words = "! left out (there are words too many): ";
+  const std::string port = "! left out (\"port\" is missing): ";
+  for (const Sink sink : {Sink::file, Sink::terminal}) {
+    EXPECT_EQ(outcome({"diff", nothing}, {.answers = sink}).out,
+              "-" + control + "l2cp-profile a\\x1b[2J\n" +       //
+                  "-" + words + "l2cp-profile \"a\" b\"\n" +     //
+                  "-" + control + "attach a\\x1b[2J port 1\n" +  //
+                  "-" + port + "attach \"a\" b\" port 1\n");
+    EXPECT_EQ(outcome({"apply", "--dry-run", nothing}, {.answers = sink}).out,
+              control + "no attach a\\x1b[2J port 1\n" +     //
+                  port + "no attach \"a\" b\" port 1\n" +    //
+                  control + "no l2cp-profile a\\x1b[2J\n" +  //
+                  words + "no l2cp-profile \"a\" b\"\n");
+  }
   EXPECT_THAT(shown({"-j", "apply", nothing}), HasSubstr("\"commands\":4,"));
   EXPECT_EQ(shown({"-o", "profile", "list"}), "");
+}
+
+TEST_F(Applying, NoNameSaysSomethingElseInWhatIsShown) {
+  const std::string forgery = "\nattach a port 7\n!";
+  Client client({});
+  carry(script::Protocol{"x\"" + forgery, {}, 0x88f7}, client);
+  for (const std::string& name : {std::string("a"), "b" + forgery, "d" + forgery}) {
+    carry(script::L2cpProfile{name}, client);
+    carry(script::Entry{name, "LLDP", script::Rule::peer}, client);
+    carry(script::Attach{name, 1}, client);
+  }
+  carry(script::NoAttach{"a", 1}, client);
+  carry(script::Entry{"a", "x\"" + forgery, script::Rule::peer}, client);
+  // Interrupted, as it stands behind what goes.
+  does({{"profile", "set", "d" + forgery, "dynamic", "on"}});
+  const std::string file = World::file("f", "l2cp-profile a\n protocol LLDP rule peer\nexit\n");
+  const std::string comment = "! left out (there is a control character in the line): ";
+  const std::string forged = "\\x0aattach a port 7\\x0a!";
+  const std::string plan = outcome({"apply", "--dry-run", file}, {.answers = Sink::file}).out;
+  EXPECT_EQ(plan, comment + "no attach \"b" + forged + "\" port 1\n" +                           //
+                      comment + "no attach \"d" + forged + "\" port 1\n" + "l2cp-profile a\n" +  //
+                      " " + comment + "no protocol \"x\"" + forged + "\"\n" + "exit\n" +         //
+                      comment + "no l2cp-profile \"b" + forged + "\"\n" + comment +
+                      "no l2protocol \"x\"" + forged + "\"\n" + comment + "attach \"d" + forged +
+                      "\" port 1\n" + "! interrupted: \"d" + forged + "\" port 1\n");
+  const std::string difference = outcome({"diff", file}, {.answers = Sink::file}).out;
+  EXPECT_EQ(difference,
+            "-" + comment + "l2protocol \"x\"" + forged + "\" mac any ethertype 0x88f7\n" +  //
+                " l2cp-profile a\n" +                                                        //
+                "- " + comment + "protocol \"x\"" + forged + "\" rule peer\n" +              //
+                "-" + comment + "l2cp-profile \"b" + forged + "\"\n" +                       //
+                "- ! left out (its mode cannot be entered): protocol \"LLDP\" rule peer\n" + "-" +
+                comment + "attach \"b" + forged + "\" port 1\n");
+  for (const std::string& text : {plan, difference}) {
+    outcome({"load", "--keep-going", World::file("shown", text)});
+    EXPECT_EQ(shown({"profile", "ports", "a"}), "PORT  VLAN\n");
+  }
 }
 
 // ---- Confirmation ----
