@@ -128,12 +128,20 @@ class Check {
       if (daemon_.unscripted.contains(name)) refuse(protocol, name);
       ++rules;
     }
-    if (daemon_.uses.at(protocol) == rules) return;
+    const std::uint32_t uses = daemon_.uses.at(protocol);
+    if (uses == rules) return;
+    // Below zero, it wraps.
+    const auto counted = static_cast<std::int32_t>(uses);
     throw Refused(fmt::format(
         "PROTO_IN_USE: the file deletes the protocol {}, whose use count is {}, while the profiles "
-        "of the running configuration have {} rules for it; look for others with \"l2cpctl profile "
-        "list\", or let the file keep the protocol; nothing was done",
-        quotedText(protocol), daemon_.uses.at(protocol), rules));
+        "of the running configuration have {} rules for it: {}; let the file keep the protocol, or "
+        "have l2cpd count anew by \"l2cpctl running-config save\" and a restart; nothing was done",
+        quotedText(protocol), counted, rules,
+        counted < static_cast<std::int64_t>(rules)
+            ? "the rules that a profile is copied with are not counted, but are taken off the "
+              "count when they go"
+            : "rules of profiles that were deleted with them are counted, and so are those added "
+              "to copies that are being edited"));
   }
 
   [[noreturn]] static void refuse(const std::string& protocol, const std::string& profile) {

@@ -445,10 +445,31 @@ TEST_F(Applying, ChangesNothingIfAProtocolIsUsedUnseen) {
   EXPECT_EQ(
       refused({"apply", World::file("nothing", "")}),
       "l2cpctl: error: PROTO_IN_USE: the file deletes the protocol \"PTP\", whose use count is 1, "
-      "while the profiles of the running configuration have 0 rules for it; look for others "
-      "with \"l2cpctl profile list\", or let the file keep the protocol; nothing was done\n");
+      "while the profiles of the running configuration have 0 rules for it: rules of profiles that "
+      "were deleted with them are counted, and so are those added to copies that are being edited; "
+      "let the file keep the protocol, or have l2cpd count anew by \"l2cpctl running-config save\" "
+      "and a restart; nothing was done\n");
   EXPECT_EQ(shown({"-j", "apply", World::file("keep", "l2protocol PTP mac any\n")}),
             "{\"commands\":0,\"interruptions\":[]}\n");
+}
+
+TEST_F(Applying, ChangesNothingIfAProtocolIsUsedMoreThanIsCounted) {
+  const std::string file = World::file("c1",
+                                       "l2protocol PTP mac any\nl2cp-profile c1\n"
+                                       " protocol PTP rule peer\nexit\n");
+  const std::string nothing = World::file("nothing", "");
+  const auto refusal = [](const std::string& count, const std::string& rules) {
+    return "l2cpctl: error: PROTO_IN_USE: the file deletes the protocol \"PTP\", whose use count "
+           "is " +
+           count + ", while the profiles of the running configuration have " + rules +
+           " rules for it: the rules that a profile is copied with are not counted, but are taken "
+           "off the count when they go; let the file keep the protocol, or have l2cpd count anew "
+           "by \"l2cpctl running-config save\" and a restart; nothing was done\n";
+  };
+  does({{"load", file}, {"profile", "copy", "c1", "c2"}});
+  EXPECT_EQ(refused({"apply", nothing}), refusal("1", "2"));
+  does({{"load", World::file("gone", "no l2cp-profile c2\nno l2cp-profile c1\n")}});
+  EXPECT_EQ(refused({"apply", nothing}), refusal("-1", "0"));
 }
 
 TEST_F(Applying, LeavesAloneWhatIsNoConfiguration) {
