@@ -186,8 +186,8 @@ class Reader {
 /// Whether a command enters a mode.
 bool entersMode(const Command& command);
 
-/// A whole script: its commands, without those that say nothing, and what is no command. What
-/// stands in a mode that such a line was to enter is left out.
+/// A whole script: its commands, without those that say nothing, and what is no command. Commands
+/// in a mode that such a line was to enter are left out and counted.
 struct Script {
   struct Statement {
     std::size_t line;  ///< from 1
@@ -199,6 +199,7 @@ struct Script {
   };
   std::vector<Statement> statements;
   std::vector<Mistake> mistakes;
+  std::size_t leftOut = 0;
 };
 
 /// Reads to the end. What the stream says about reading is the caller's to look at.

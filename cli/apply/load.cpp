@@ -34,6 +34,7 @@ class Load {
       statement(line, command);
     }
     noteMistakes(static_cast<std::size_t>(-1));
+    left_ += file_.script.leftOut;
     if (left_ == 0) return;
     const ExitStatus status = carried_ == 0 ? worst_ : ExitStatus::partly;
     throw BatchFailure(status, fmt::format("{}: {} of {} commands were not carried out", file_.name,

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -257,6 +258,16 @@ TEST(LineWriter, LeavesOutWhatStandsInAModeThatCannotBeEntered) {
             " ! left out (its mode cannot be entered): no interface 7");
   EXPECT_EQ(writer.line(script::Exit{}), "! left out (its mode cannot be entered): exit");
   EXPECT_EQ(writer.line(script::NoVlanProfile{"b"}), "no vlan-profile b");
+}
+
+TEST(Parsing, CountsCommandsInAModeThatCouldNotBeEntered) {
+  std::istringstream text(
+      "l2cp-profile\n protocol LLDP rule peer\n! nothing\n\n protocol LLDP rule pear\nexit\n"
+      "nonsense\nattach P port 1\n");
+  const script::Script script = script::parse(text);
+  EXPECT_EQ(script.leftOut, 1u);
+  EXPECT_EQ(script.mistakes.size(), 3u);
+  EXPECT_EQ(script.statements.size(), 1u);
 }
 
 }  // namespace

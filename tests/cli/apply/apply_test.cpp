@@ -182,6 +182,18 @@ TEST_F(Loading, LeavesOutOnRequestWhatIsRefusedAndWhatStandsInItsMode) {
   EXPECT_EQ(outcome({"load", "--keep-going", World::file("h", "nonsense\n")}).status, 1);
 }
 
+TEST_F(Loading, CountsWhatIsLeftOutAlikeWhateverKeptItsModeFromBeingEntered) {
+  const std::string rest =
+      "\n protocol LLDP rule peer\n! a comment\n protocol CDP rule peer\nexit\n"
+      "l2cp-profile okk\nexit\n";
+  for (const std::string& entering :
+       {std::string("l2cp-profile"), "l2cp-profile " + std::string(34, 'x')}) {
+    const std::string file = World::file("f.l2cp", entering + rest);
+    EXPECT_THAT(outcome({"load", "--keep-going", file}).err,
+                testing::EndsWith(file + ": 3 of 4 commands were not carried out\n"));
+  }
+}
+
 TEST_F(Loading, SaysWhatIsSoAlreadyOfWhatCannotBeChanged) {
   does({{"load", World::file("site.l2cp", site)}});
   const auto refusal = [](const std::string& lines) {
