@@ -1,7 +1,5 @@
 #include "host/scriptText.h"
 
-#include <fmt/core.h>
-
 #include <variant>
 
 #include "script/script.h"
@@ -20,19 +18,6 @@ std::string enteringCommand(const CliMode& mode) {
       break;
   }
   return {};
-}
-
-std::string comment(const std::string& text) {
-  std::string safe;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7f) {
-      safe += fmt::format("\\x{:02x}", byte);
-    } else {
-      safe += c;
-    }
-  }
-  return safe;
 }
 
 class Writer {
@@ -63,10 +48,10 @@ class Writer {
     try {
       // The reader does not look into comments, which may hold any name.
       const bool isComment = std::holds_alternative<script::Nothing>(reader_.read(line));
-      lines_.push_back(isComment ? comment(line) : line);
+      lines_.push_back(isComment ? script::comment(line) : line);
       return true;
     } catch (const script::Problem& problem) {
-      lines_.push_back(comment(fmt::format("! left out ({}): {}", problem.what(), line)));
+      lines_.push_back(script::leftOut(problem.what(), line));
       return false;
     }
   }

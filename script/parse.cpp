@@ -31,8 +31,11 @@ Script parse(std::istream& lines) {
   for (std::size_t number = 1; std::getline(lines, line); ++number) {
     try {
       Command command = reader.read(line);
-      if (!skipping && !std::holds_alternative<Nothing>(command)) {
+      if (std::holds_alternative<Nothing>(command)) continue;
+      if (!skipping) {
         script.statements.push_back({number, std::move(command)});
+      } else if (!std::holds_alternative<Exit>(command)) {
+        ++script.leftOut;
       }
     } catch (const Problem& problem) {
       script.mistakes.push_back({number, problem.what()});

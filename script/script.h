@@ -186,8 +186,8 @@ class Reader {
 /// Whether a command enters a mode.
 bool entersMode(const Command& command);
 
-/// A whole script: its commands, without those that say nothing, and what is no command. What
-/// stands in a mode that such a line was to enter is left out.
+/// A whole script: its commands, without those that say nothing, and what is no command. Commands
+/// in a mode that such a line was to enter are left out and counted.
 struct Script {
   struct Statement {
     std::size_t line;  ///< from 1
@@ -199,6 +199,7 @@ struct Script {
   };
   std::vector<Statement> statements;
   std::vector<Mistake> mistakes;
+  std::size_t leftOut = 0;
 };
 
 /// Reads to the end. What the stream says about reading is the caller's to look at.
@@ -215,8 +216,28 @@ bool isWritable(std::string_view name);
 /// The words of a line. Throws Problem for a control character or a quotation without end.
 std::vector<std::string> split(std::string_view line);
 
+/// A comment's text, with control characters as \xNN.
+std::string comment(std::string_view text);
+
+/// The comment that stands in the place of a line that cannot be written.
+std::string leftOut(std::string_view reason, std::string_view line);
+
 /// The line of a command, indented by one blank in a mode. Reading it back in that mode gives the
 /// command again, unless a name in it cannot be written.
 std::string text(const Command& command);
+
+/// Writes command after command so that nothing else can be read, whatever their names hold: in the
+/// place of a line that does not read back as its command, and of those in a mode that such a line
+/// was to enter, stands a comment.
+class LineWriter {
+ public:
+  std::string line(const Command& command);
+
+ private:
+  std::string problemOf(const Command& command, const std::string& line);
+
+  Reader reader_;
+  bool skipping_ = false;  ///< in a mode that was not entered
+};
 
 }  // namespace script

@@ -117,6 +117,49 @@ bool isWritable(std::string_view name) {
   }
 }
 
+std::string comment(std::string_view text) {
+  std::string safe;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7f) {
+      safe += fmt::format("\\x{:02x}", byte);
+    } else {
+      safe += c;
+    }
+  }
+  return safe;
+}
+
+std::string leftOut(std::string_view reason, std::string_view line) {
+  return comment(fmt::format("! left out ({}): {}", reason, line));
+}
+
 std::string text(const Command& command) { return std::visit(Writer{}, command); }
+
+std::string LineWriter::line(const Command& command) {
+  std::string line = text(command);
+  const bool isInner = line.starts_with(' ');
+  const std::string problem = skipping_ ? "its mode cannot be entered" : problemOf(command, line);
+  if (entersMode(command)) skipping_ = !problem.empty();
+  if (std::holds_alternative<Exit>(command)) skipping_ = false;
+  if (problem.empty()) return line;
+  return (isInner ? " " : "") + leftOut(problem, isInner ? line.substr(1) : line);
+}
+
+std::string LineWriter::problemOf(const Command& command, const std::string& line) {
+  Command wanted = command;
+  // A subtype without an EtherType is not matched, and not written.
+  if (auto* const protocol = std::get_if<Protocol>(&wanted)) {
+    if (protocol->etherType == noEtherType) protocol->subType = noSubType;
+  }
+  const Reader before = reader_;
+  try {
+    if (reader_.read(line) == wanted) return {};
+  } catch (const Problem& problem) {
+    return problem.what();
+  }
+  reader_ = before;
+  return "it would say something else";
+}
 
 }  // namespace script

@@ -12,6 +12,7 @@
 #include "cli/apply/planRun.h"
 #include "cli/apply/scriptFile.h"
 #include "cli/apply/stateDifference.h"
+#include "cli/apply/unscripted.h"
 #include "cli/carry.h"
 #include "cli/command.h"
 #include "cli/failure.h"
@@ -42,7 +43,7 @@ namespace {
 // Why a script cannot say something about a profile that is no part of the configuration.
 std::string refusalOf(const std::string& profile, const DaemonState& daemon) {
   if (isEditingCopy(profile)) return "profiles of such names are copies that are being edited";
-  if (daemon.dynamicProfiles.contains(profile)) {
+  if (daemon.unscripted.contains(profile)) {
     return "the profile is dynamic, and so is no part of the configuration; make it static with "
            "\"l2cpctl profile set NAME dynamic off\" or choose another name";
   }
@@ -63,12 +64,20 @@ std::string refusalOf(const script::Command& command, const DaemonState& daemon)
   return detach == nullptr ? std::string() : refusalOf(detach->profile, daemon);
 }
 
+/// What the daemon's state is to become.
+struct Target {
+  State state;
+  std::vector<UnscriptedApplication> lost;  ///< what would have to stay, but cannot
+};
+
 // The state that the file describes. Built-in protocols that it does not name stay as they are.
-State stateOf(const ScriptFile& file, const DaemonState& daemon, Notes& notes) {
+Target targetOf(const ScriptFile& file, const DaemonState& daemon, Notes& notes) {
   State state;
   for (const std::string& name : daemon.builtIn) {
     state.protocols.emplace(name, daemon.state.protocols.at(name));
   }
+  // Service profiles that name them can be applied.
+  for (const std::string& name : daemon.unscripted) state.l2cpProfiles[name];
   std::vector<script::Script::Mistake> mistakes = file.script.mistakes;
   for (const auto& [line, command] : file.script.statements) {
     const std::string outside = refusalOf(command, daemon);
@@ -81,7 +90,8 @@ State stateOf(const ScriptFile& file, const DaemonState& daemon, Notes& notes) {
     }
   }
   if (!mistakes.empty()) refuse(file, std::move(mistakes), notes);
-  return state;
+  std::vector<UnscriptedApplication> lost = keepUnscripted(state, daemon);
+  return {std::move(state), std::move(lost)};
 }
 
 // ---- What the module refuses ----
@@ -89,13 +99,15 @@ State stateOf(const ScriptFile& file, const DaemonState& daemon, Notes& notes) {
 // Looks for what is sure to be refused, before the first request. Throws Refused.
 class Check {
  public:
-  Check(const DaemonState& daemon, const State& wanted) : daemon_(daemon), wanted_(wanted) {}
+  Check(const DaemonState& daemon, const Target& target)
+      : daemon_(daemon), wanted_(target.state), lost_(target.lost) {}
 
   void run() const {
     for (const std::string& name : daemon_.protectedProfiles) checkProtected(name);
     for (const auto& [name, definition] : daemon_.state.protocols) {
       if (!wanted_.protocols.contains(name)) checkUses(name);
     }
+    if (!lost_.empty()) refuse(lost_.front());
   }
 
  private:
@@ -112,18 +124,45 @@ class Check {
   void checkUses(const std::string& protocol) const {
     std::uint32_t rules = 0;
     for (const auto& [name, profile] : daemon_.state.l2cpProfiles) {
-      if (profile.contains(protocol)) ++rules;
+      if (isEditingCopy(name) || !profile.contains(protocol)) continue;
+      if (daemon_.unscripted.contains(name)) refuse(protocol, name);
+      ++rules;
     }
-    if (daemon_.uses.at(protocol) == rules) return;
+    const std::uint32_t uses = daemon_.uses.at(protocol);
+    if (uses == rules) return;
+    // Below zero, it wraps.
+    const auto counted = static_cast<std::int32_t>(uses);
     throw Refused(fmt::format(
         "PROTO_IN_USE: the file deletes the protocol {}, whose use count is {}, while the profiles "
-        "of the running configuration have {} rules for it; look for others with \"l2cpctl profile "
-        "list\", or let the file keep the protocol; nothing was done",
-        quotedText(protocol), daemon_.uses.at(protocol), rules));
+        "of the running configuration have {} rules for it: {}; let the file keep the protocol, or "
+        "have l2cpd count anew by \"l2cpctl running-config save\" and a restart; nothing was done",
+        quotedText(protocol), counted, rules,
+        counted < static_cast<std::int64_t>(rules)
+            ? "the rules that a profile is copied with are not counted, but are taken off the "
+              "count when they go"
+            : "rules of profiles that were deleted with them are counted, and so are those added "
+              "to copies that are being edited"));
+  }
+
+  [[noreturn]] static void refuse(const std::string& protocol, const std::string& profile) {
+    throw Refused(fmt::format(
+        "PROTO_IN_USE: the file deletes the protocol {}, for which the dynamic profile {} has a "
+        "rule; let the file keep the protocol; nothing was done",
+        quotedText(protocol), quotedText(profile)));
+  }
+
+  [[noreturn]] static void refuse(const UnscriptedApplication& lost) {
+    throw Refused(fmt::format(
+        "IN_USE: the file deletes the service profile {} or has it attach something else, while "
+        "the {} {} is in force through it on interface {}; take it off there first with "
+        "\"l2cpctl service-profile detach NAME interface NUMBER\"; nothing was done",
+        quotedText(lost.service), isEditingCopy(lost.profile) ? "edited copy" : "dynamic profile",
+        quotedText(lost.profile), lost.interface));
   }
 
   const DaemonState& daemon_;
   const State& wanted_;
+  const std::vector<UnscriptedApplication>& lost_;
 };
 
 // A request can make a protocol of the same name, but not one with the mask of a built-in one.
@@ -158,7 +197,8 @@ void showSummary(const Plan& plan, Output& output) {
 
 void undo(const DaemonState& before, Client& client, Notes& notes) {
   const DaemonState now = daemonState(client);
-  perform(planFor(now.state, before.state, now.portsWithGaps), now.state, client, notes);
+  const State wanted = stateToReturnTo(before, now);
+  perform(planFor(now.state, wanted, now.portsWithGaps), now.state, client, notes);
   // No line of a script says this, and a protocol that was made again lacks it.
   for (std::string name : before.protectedProtocols) {
     if (now.protectedProtocols.contains(name)) continue;
@@ -206,10 +246,10 @@ void apply(Context& context) {
   }
   const ScriptFile file = takeScript(context.words);
   const DaemonState daemon = daemonState(context.client);
-  const State wanted = stateOf(file, daemon, context.output.notes());
-  Check(daemon, wanted).run();
-  if (confirms) checkCanBeUndone(daemon, wanted);
-  const Plan plan = planFor(daemon.state, wanted, daemon.portsWithGaps);
+  const Target target = targetOf(file, daemon, context.output.notes());
+  Check(daemon, target).run();
+  if (confirms) checkCanBeUndone(daemon, target.state);
+  const Plan plan = planFor(daemon.state, target.state, daemon.portsWithGaps);
   if (options.dryRun) return context.output.script(textOf(plan));
   const HeldSignals held;
   try {
@@ -230,8 +270,8 @@ void apply(Context& context) {
 void diff(Context& context) {
   const ScriptFile file = takeScript(context.words);
   const DaemonState daemon = daemonState(context.client);
-  const State wanted = stateOf(file, daemon, context.output.notes());
-  context.output.script(linesBetween(daemon.state, wanted));
+  const Target target = targetOf(file, daemon, context.output.notes());
+  context.output.script(linesBetween(daemon.state, target.state));
 }
 
 constexpr Command diffCommands[] = {
@@ -247,9 +287,9 @@ constexpr Command diffCommands[] = {
 constexpr Command applyCommands[] = {
     {"apply", "FILE [--dry-run] [--confirm SECONDS]",
      "Makes the running configuration what a script says, and no more than that.",
-     "What the script does not make is deleted, but for built-in protocols, dynamic profiles and\n"
-     "copies that are being edited. A line that is wrong, or something that the module is sure to\n"
-     "refuse, changes nothing. FILE \"-\" is standard input.\n"
+     "What the script does not make is deleted, but for built-in protocols; dynamic profiles and\n"
+     "copies that are being edited stay, and stay in force. A line that is wrong, or something\n"
+     "that the module is sure to refuse, changes nothing. FILE \"-\" is standard input.\n"
      "What is in force and stays so is left alone where that can be; shown are the number of\n"
      "commands and the attachments that were interrupted. SIGHUP, SIGINT, SIGQUIT and "
      "SIGTERM\n"

@@ -5,6 +5,7 @@
 #include <variant>
 #include <vector>
 
+#include "cli/apply/portPlan.h"
 #include "cli/carry.h"
 #include "cli/refusal.h"
 
@@ -19,11 +20,23 @@ script::Mac macOf(const rpc_l2cp_mac_t& wire) {
   return mac;
 }
 
-/// The running configuration, as far as it is commands.
+/// A line of the running configuration.
+struct Line {
+  script::Command command;
+  std::string leftOut;  ///< what would have stood there, if that could not be written
+};
+
 struct Lines {
-  std::vector<script::Command> commands;
+  std::vector<Line> all;
   bool isComplete = true;  ///< nothing had to be left out
 };
+
+// What a comment has behind its reason.
+std::string leftOutOf(std::string_view comment) {
+  constexpr std::string_view end = "): ";
+  const std::size_t found = comment.find(end);
+  return found == std::string_view::npos ? "" : std::string(comment.substr(found + end.size()));
+}
 
 class Inquiry {
  public:
@@ -35,10 +48,10 @@ class Inquiry {
     askL2cpProfiles(lines);
     askVlanProfiles();
     askServices();
-    for (const script::Command& command : lines.commands) takePlace(command);
+    for (const Line& line : lines.all) takePlace(line.command);
+    if (!hasAllAttachments()) takePlacesOfAll(lines);
     // Also what no line can say, because something in it cannot be written.
     state().applications = applications_;
-    askOtherAttachments();
     const auto gaps = client_.control<control_ports_with_gaps_1>();
     const std::span ports(gaps->list.list_val, gaps->list.list_len);
     result_.portsWithGaps = {ports.begin(), ports.end()};
@@ -52,9 +65,10 @@ class Inquiry {
     Lines lines;
     script::Reader reader;
     for (const char* line : std::span(config->lines.lines_val, config->lines.lines_len)) {
-      lines.commands.push_back(reader.read(line));
       const std::string_view text = line;
-      if (std::holds_alternative<script::Nothing>(lines.commands.back()) && !text.empty()) {
+      lines.all.push_back({reader.read(text), {}});
+      if (std::holds_alternative<script::Nothing>(lines.all.back().command) && !text.empty()) {
+        lines.all.back().leftOut = leftOutOf(text);
         lines.isComplete = false;
       }
     }
@@ -69,13 +83,13 @@ class Inquiry {
       result_.uses[proto.name] = proto.use_count;
       if (proto.protect != FALSE) result_.protectedProtocols.insert(proto.name);
     }
-    for (const script::Command& command : runningConfiguration(CONTROL_CONFIG_ALL).commands) {
-      if (const auto* proto = std::get_if<script::Protocol>(&command)) {
+    for (const Line& line : runningConfiguration(CONTROL_CONFIG_ALL).all) {
+      if (const auto* proto = std::get_if<script::Protocol>(&line.command)) {
         result_.builtIn.insert(proto->name);
       }
     }
-    for (const script::Command& command : differences.commands) {
-      if (const auto* proto = std::get_if<script::Protocol>(&command)) {
+    for (const Line& line : differences.all) {
+      if (const auto* proto = std::get_if<script::Protocol>(&line.command)) {
         result_.builtIn.erase(proto->name);
       }
     }
@@ -83,19 +97,21 @@ class Inquiry {
 
   void askL2cpProfiles(const Lines& lines) {
     std::map<std::string, Rules> written;
-    for (const script::Command& command : lines.commands) {
-      if (const auto* profile = std::get_if<script::L2cpProfile>(&command)) {
+    for (const Line& line : lines.all) {
+      if (const auto* profile = std::get_if<script::L2cpProfile>(&line.command)) {
         written[profile->name];
-      } else if (const auto* entry = std::get_if<script::Entry>(&command)) {
+      } else if (const auto* entry = std::get_if<script::Entry>(&line.command)) {
         written[entry->profile][entry->protocol] = entry->rule;
       }
     }
     const auto all = client_.module<rpc_l2cp_profile_get_all_1>();
     accept(all->error);
     for (const rpc_l2cp_profile& profile : std::span(all->list.list_val, all->list.list_len)) {
-      if (profile.dynamic != FALSE) result_.dynamicProfiles.insert(profile.name);
-      if (profile.dynamic != FALSE || isEditingCopy(profile.name)) continue;
-      if (profile.protect != FALSE) result_.protectedProfiles.insert(profile.name);
+      if (profile.dynamic != FALSE || isEditingCopy(profile.name)) {
+        result_.unscripted.insert(profile.name);
+      } else if (profile.protect != FALSE) {
+        result_.protectedProfiles.insert(profile.name);
+      }
       const auto found = written.find(profile.name);
       const bool isKnown = lines.isComplete && found != written.end();
       state().l2cpProfiles[profile.name] = isKnown ? found->second : rulesOf(profile.name);
@@ -145,18 +161,44 @@ class Inquiry {
     }
   }
 
-  void askOtherAttachments() {
-    for (const auto& [port, attachments] : state().ports) {
-      for (const Attachment& attachment : attachments) --attachments_[attachment.profile];
+  bool hasAllAttachments() const {
+    std::map<std::string, std::uint32_t> found;
+    for (const auto& [port, attachments] : result_.state.ports) {
+      for (const Attachment& attachment : attachments) ++found[attachment.profile];
     }
-    for (const auto& [name, missing] : attachments_) {
-      if (missing == 0) continue;
-      std::string profile = name;
-      const auto places = client_.module<rpc_l2cp_profile_get_ports_1>(wireText(profile));
-      for (const auto& place : std::span(places->list.list_val, places->list.list_len)) {
-        state().take(script::Attach{name, place.port, place.vid});
-      }
+    return std::all_of(attachments_.begin(), attachments_.end(), [&](const auto& profile) {
+      return profile.second == 0 || found[profile.first] == profile.second;
+    });
+  }
+
+  // Also of those that no line says, where comments stand in their places.
+  void takePlacesOfAll(const Lines& lines) {
+    const auto all = client_.control<control_attachments_1>();
+    std::map<std::string, script::Attach> places;
+    state().applications = applications_;
+    for (const auto& each : std::span(all->list.list_val, all->list.list_len)) {
+      if (each.listed == FALSE) continue;
+      const script::Attach attach{each.profile, each.port, static_cast<std::uint16_t>(each.vid)};
+      for (const std::string& line : linesOf(attach)) places.emplace(line, attach);
     }
+    state().ports.clear();
+    state().applications.clear();
+    for (const auto& [command, leftOut] : lines.all) {
+      takePlace(command);
+      const auto place = places.find(leftOut);
+      if (place != places.end()) state().take(place->second);
+    }
+    for (const auto& [line, attach] : places) state().take(attach);
+  }
+
+  // The lines that could stand for an attachment.
+  std::vector<std::string> linesOf(const script::Attach& attach) {
+    std::vector<std::string> lines{script::comment(script::text(attach))};
+    for (const auto& service : applicationsOf(state(), {attach.profile, attach.vid}, attach.port)) {
+      const script::Apply apply{service, static_cast<std::int32_t>(attach.port)};
+      lines.push_back(script::comment(script::text(apply)));
+    }
+    return lines;
   }
 
   State& state() { return result_.state; }
@@ -164,7 +206,7 @@ class Inquiry {
   Client& client_;
   DaemonState result_;
   Applications applications_;
-  std::map<std::string, std::uint32_t> attachments_;  ///< by profile, until they are found
+  std::map<std::string, std::uint32_t> attachments_;  ///< how many, by profile
 };
 
 }  // namespace

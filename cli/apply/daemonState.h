@@ -10,15 +10,16 @@
 
 namespace cli {
 
-/// What a daemon's configuration is, and what is to be known for changing it. Dynamic profiles are
-/// none of it, and neither are the copies that are being edited; they stay as they are.
+/// What a daemon's configuration is, and what is to be known for changing it.
 struct DaemonState {
   State state;
+  /// Profiles that are part of the state, but of no script: dynamic ones, and copies that are being
+  /// edited.
+  std::set<std::string> unscripted;
   /// The protocols that a script need not name: what the running configuration leaves out.
   std::set<std::string> builtIn;
   std::set<std::string> protectedProtocols;
-  std::set<std::string> protectedProfiles;
-  std::set<std::string> dynamicProfiles;
+  std::set<std::string> protectedProfiles;    ///< but for those of no script
   std::map<std::string, std::uint32_t> uses;  ///< of protocols, as the module counts them
   std::set<std::uint32_t> portsWithGaps;
 };

@@ -34,6 +34,7 @@ class Load {
       statement(line, command);
     }
     noteMistakes(static_cast<std::size_t>(-1));
+    left_ += file_.script.leftOut;
     if (left_ == 0) return;
     const ExitStatus status = carried_ == 0 ? worst_ : ExitStatus::partly;
     throw BatchFailure(status, fmt::format("{}: {} of {} commands were not carried out", file_.name,
@@ -126,7 +127,7 @@ constexpr Command commands[] = {
      "refused\n"
      "ends it, with status 4 if something was carried out before.\n"
      "With --keep-going, such lines are left out, and what stands in the modes that they were to\n"
-     "enter; the status is 4 if there were any.\n"
+     "enter; the status is 4 if there were any and others were carried out.\n"
      "SIGHUP, SIGINT and SIGTERM end it behind the line that is being carried out.\n"
      "What is so already is not refused: a script may be loaded again.",
      "l2cpctl load site.l2cp", load}};

@@ -247,7 +247,7 @@ class Planner {
 std::string interruptionText(const Reattachment& interruption) {
   const auto& [port, attachment] = interruption;
   const std::string place = script::text(script::Attach{attachment.profile, port, attachment.vid});
-  return "! interrupted: " + place.substr(place.find(' ') + 1);
+  return script::comment("! interrupted: " + place.substr(place.find(' ') + 1));
 }
 
 }  // namespace
@@ -259,12 +259,13 @@ Plan planFor(const State& current, const State& wanted,
 
 std::vector<std::string> textOf(const Plan& plan) {
   std::vector<std::string> lines;
+  script::LineWriter writer;
   for (const script::Command& command : plan.commands) {
     const auto* const profile = std::get_if<script::L2cpProfile>(&command);
     if (profile != nullptr && plan.edited.contains(profile->name)) {
       lines.emplace_back("! in force, edited as a copy that takes its place at \"exit\":");
     }
-    lines.push_back(script::text(command));
+    lines.push_back(writer.line(command));
   }
   for (const Reattachment& interruption : plan.interruptions) {
     lines.push_back(interruptionText(interruption));

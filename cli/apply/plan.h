@@ -37,8 +37,8 @@ struct Plan {
 Plan planFor(const State& current, const State& wanted,
              const std::set<std::uint32_t>& portsWithGaps = {});
 
-/// The lines that say the plan's commands, with a comment where a profile is edited and at the end
-/// for each interruption.
+/// The lines that say the plan's commands, with a comment where a profile is edited, instead of
+/// what no script can say, and at the end for each interruption.
 std::vector<std::string> textOf(const Plan& plan);
 
 }  // namespace cli

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <optional>
 #include <set>
+#include <string>
+#include <utility>
 
 #include "cli/apply/portPlan.h"
 
@@ -10,42 +12,45 @@ namespace cli {
 
 namespace {
 
-using Lines = std::vector<std::string>;
+using Commands = std::vector<script::Command>;
 
-Lines linesOf(const std::string& profile, const Rules& rules) {
-  Lines lines;
+Commands commandsOf(const std::string& profile, const Rules& rules) {
+  Commands commands;
   for (const auto& [protocol, rule] : rules) {
-    lines.push_back(script::text(script::Entry{profile, protocol, rule}));
+    commands.emplace_back(script::Entry{profile, protocol, rule});
   }
-  return lines;
+  return commands;
 }
 
-Lines linesOf(const std::string& vlanProfile, const Svids& svids) {
-  Lines lines;
+Commands commandsOf(const std::string& vlanProfile, const Svids& svids) {
+  Commands commands;
   for (const auto& [interface, vid] : svids) {
-    lines.push_back(script::text(script::Svid{vlanProfile, interface, vid}));
+    commands.emplace_back(script::Svid{vlanProfile, interface, vid});
   }
-  return lines;
+  return commands;
 }
 
-Lines linesOf(const std::string& name, const Service& service) {
-  Lines lines;
+Commands commandsOf(const std::string& name, const Service& service) {
+  Commands commands;
   if (!service.vlanProfile.empty()) {
-    lines.push_back(script::text(script::ServiceVlanProfile{name, service.vlanProfile}));
+    commands.emplace_back(script::ServiceVlanProfile{name, service.vlanProfile});
   }
   if (!service.l2cpProfile.empty()) {
-    lines.push_back(script::text(script::ServiceL2cpProfile{name, service.l2cpProfile}));
+    commands.emplace_back(script::ServiceL2cpProfile{name, service.l2cpProfile});
   }
-  return lines;
+  return commands;
 }
 
-std::string protocolLine(const std::string& name, const Definition& definition) {
-  return script::text(
-      script::Protocol{name, definition.mac, definition.etherType, definition.subType});
+script::Command commandOf(const std::string& name, const Definition& definition) {
+  return script::Protocol{name, definition.mac, definition.etherType, definition.subType};
 }
 
 /// What is in force on a port, as lines, each with what it attaches.
 struct PortLine {
+  PortLine(const script::Command& line, std::optional<Attachment> attached)
+      : command(line), text(script::text(line)), attachment(std::move(attached)) {}
+
+  script::Command command;
   std::string text;
   std::optional<Attachment> attachment;
 };
@@ -70,10 +75,9 @@ class PortLines {
     for (const Attachment& attachment : found->second) {
       const auto services = applicationsOf(state_, attachment, port_);
       if (services.empty()) {
-        lines_.push_back(
-            {script::text(script::Attach{attachment.profile, port_, attachment.vid}), attachment});
+        lines_.emplace_back(script::Attach{attachment.profile, port_, attachment.vid}, attachment);
       } else {
-        lines_.push_back({apply(services.back()), attachment});
+        lines_.emplace_back(apply(services.back()), attachment);
         attaching_.insert(services.back());
       }
     }
@@ -84,16 +88,16 @@ class PortLines {
     if (interface < 0) return;
     for (const auto& [service, interfaces] : state_.applications) {
       if (!interfaces.contains(interface) || attaching_.contains(service)) continue;
-      lines_.push_back({apply(service), {}});
+      lines_.emplace_back(apply(service), std::nullopt);
       const Attachment attachment = state_.attachedBy(service, interface);
       if (attachment.profile.empty()) continue;
-      lines_.push_back(
-          {script::text(script::NoAttach{attachment.profile, port_, attachment.vid}), {}});
+      lines_.emplace_back(script::NoAttach{attachment.profile, port_, attachment.vid},
+                          std::nullopt);
     }
   }
 
-  std::string apply(const std::string& service) const {
-    return script::text(script::Apply{service, static_cast<std::int32_t>(port_)});
+  script::Command apply(const std::string& service) const {
+    return script::Apply{service, static_cast<std::int32_t>(port_)};
   }
 
   const State& state_;
@@ -106,7 +110,7 @@ class Difference {
  public:
   Difference(const State& current, const State& wanted) : current_(current), wanted_(wanted) {}
 
-  Lines make() {
+  std::vector<std::string> make() {
     protocols();
     blocks<script::L2cpProfile>(current_.l2cpProfiles, wanted_.l2cpProfiles);
     blocks<script::VlanProfile>(current_.vlanProfiles, wanted_.vlanProfiles);
@@ -116,18 +120,25 @@ class Difference {
   }
 
  private:
-  void add(char sign, const std::string& line) { lines_.push_back(sign + line); }
+  // At configuration level.
+  void add(char sign, const script::Command& command) {
+    writer_ = {};
+    addInMode(sign, command);
+  }
+  void addInMode(char sign, const script::Command& command) {
+    lines_.push_back(sign + writer_.line(command));
+  }
 
   void protocols() {
     for (const auto& [name, definition] : current_.protocols) {
       const auto other = wanted_.protocols.find(name);
       const bool stays = other != wanted_.protocols.end();
       if (stays && other->second == definition) continue;
-      add('-', protocolLine(name, definition));
-      if (stays) add('+', protocolLine(name, other->second));
+      add('-', commandOf(name, definition));
+      if (stays) add('+', commandOf(name, other->second));
     }
     for (const auto& [name, definition] : wanted_.protocols) {
-      if (!current_.protocols.contains(name)) add('+', protocolLine(name, definition));
+      if (!current_.protocols.contains(name)) add('+', commandOf(name, definition));
     }
   }
 
@@ -136,29 +147,29 @@ class Difference {
     for (const auto& [name, object] : before) {
       const auto other = after.find(name);
       if (other == after.end()) {
-        add('-', script::text(Enter{name}));
-        inMode(linesOf(name, object), {});
+        add('-', Enter{name});
+        inMode(commandsOf(name, object), {});
       } else if (other->second != object) {
-        add(' ', script::text(Enter{name}));
-        inMode(linesOf(name, object), linesOf(name, other->second));
+        add(' ', Enter{name});
+        inMode(commandsOf(name, object), commandsOf(name, other->second));
       }
     }
     for (const auto& [name, object] : after) {
       if (before.contains(name)) continue;
-      add('+', script::text(Enter{name}));
-      inMode({}, linesOf(name, object));
+      add('+', Enter{name});
+      inMode({}, commandsOf(name, object));
     }
   }
 
-  void inMode(const Lines& before, const Lines& after) {
-    const auto lacks = [](const Lines& lines, const std::string& line) {
-      return std::find(lines.begin(), lines.end(), line) == lines.end();
+  void inMode(const Commands& before, const Commands& after) {
+    const auto lacks = [](const Commands& commands, const script::Command& command) {
+      return std::find(commands.begin(), commands.end(), command) == commands.end();
     };
-    for (const std::string& line : before) {
-      if (lacks(after, line)) add('-', line);
+    for (const script::Command& command : before) {
+      if (lacks(after, command)) addInMode('-', command);
     }
-    for (const std::string& line : after) {
-      if (lacks(before, line)) add('+', line);
+    for (const script::Command& command : after) {
+      if (lacks(before, command)) addInMode('+', command);
     }
   }
 
@@ -171,10 +182,10 @@ class Difference {
   void onPort(const PortLines& before, const PortLines& after) {
     const std::set<std::string> moved = linesOutOfOrder(before, after);
     for (const PortLine& line : before.all()) {
-      if (!after.has(line.text) || moved.contains(line.text)) add('-', line.text);
+      if (!after.has(line.text) || moved.contains(line.text)) add('-', line.command);
     }
     for (const PortLine& line : after.all()) {
-      if (!before.has(line.text) || moved.contains(line.text)) add('+', line.text);
+      if (!before.has(line.text) || moved.contains(line.text)) add('+', line.command);
     }
   }
 
@@ -214,7 +225,8 @@ class Difference {
 
   const State& current_;
   const State& wanted_;
-  Lines lines_;
+  script::LineWriter writer_;
+  std::vector<std::string> lines_;
 };
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -230,6 +231,43 @@ TEST(Names, AreWritableIfTheyReadBack) {
   for (const char* name : {"a\" b", "\" ", "a\nb", "\x7f", "\x1b[31m"}) {
     EXPECT_FALSE(script::isWritable(name)) << name;
   }
+}
+
+TEST(LineWriter, WritesALineOnlyIfItReadsBackAsItsCommand) {
+  script::LineWriter writer;
+  EXPECT_EQ(writer.line(script::L2cpProfile{"two words"}), "l2cp-profile \"two words\"");
+  EXPECT_EQ(
+      writer.line(script::Entry{"two words", "a\x1b", Rule::peer}),
+      " ! left out (there is a control character in the line): protocol \"a\\x1b\" rule peer");
+  EXPECT_EQ(writer.line(script::NoEntry{"two words", "LLDP"}), " no protocol \"LLDP\"");
+  EXPECT_EQ(writer.line(script::NoEntry{"another", "LLDP"}),
+            " ! left out (it would say something else): no protocol \"LLDP\"");
+  EXPECT_EQ(writer.line(script::Exit{}), "exit");
+  EXPECT_EQ(writer.line(script::NoL2cpProfile{"x\nattach P port 1"}),
+            "! left out (there is a control character in the line): no l2cp-profile "
+            "\"x\\x0aattach P port 1\"");
+  EXPECT_EQ(writer.line(script::Protocol{"x", {}, script::noEtherType, 3}),
+            "l2protocol \"x\" mac any");
+}
+
+TEST(LineWriter, LeavesOutWhatStandsInAModeThatCannotBeEntered) {
+  script::LineWriter writer;
+  EXPECT_EQ(writer.line(script::VlanProfile{"\"a\" b"}),
+            "! left out (there are words too many): vlan-profile \"\"a\" b\"");
+  EXPECT_EQ(writer.line(script::NoSvid{"\"a\" b", 7}),
+            " ! left out (its mode cannot be entered): no interface 7");
+  EXPECT_EQ(writer.line(script::Exit{}), "! left out (its mode cannot be entered): exit");
+  EXPECT_EQ(writer.line(script::NoVlanProfile{"b"}), "no vlan-profile b");
+}
+
+TEST(Parsing, CountsCommandsInAModeThatCouldNotBeEntered) {
+  std::istringstream text(
+      "l2cp-profile\n protocol LLDP rule peer\n! nothing\n\n protocol LLDP rule pear\nexit\n"
+      "nonsense\nattach P port 1\n");
+  const script::Script script = script::parse(text);
+  EXPECT_EQ(script.leftOut, 1u);
+  EXPECT_EQ(script.mistakes.size(), 3u);
+  EXPECT_EQ(script.statements.size(), 1u);
 }
 
 }  // namespace

@@ -21,6 +21,7 @@
 #include "cli/apply/stateDifference.h"
 #include "cli/carry.h"
 #include "cli/failure.h"
+#include "tests/cli/apply/confirmed.h"
 #include "tests/cli/apply/random_state.h"
 #include "tests/cli/command_line.h"
 #include "tests/support/pseudo_terminal.h"
@@ -179,6 +180,18 @@ TEST_F(Loading, LeavesOutOnRequestWhatIsRefusedAndWhatStandsInItsMode) {
   EXPECT_EQ(outcome({"load", "--keep-going", World::file("g", "attach silver port 1\n")}).status,
             2);
   EXPECT_EQ(outcome({"load", "--keep-going", World::file("h", "nonsense\n")}).status, 1);
+}
+
+TEST_F(Loading, CountsWhatIsLeftOutAlikeWhateverKeptItsModeFromBeingEntered) {
+  const std::string rest =
+      "\n protocol LLDP rule peer\n! a comment\n protocol CDP rule peer\nexit\n"
+      "l2cp-profile okk\nexit\n";
+  for (const std::string& entering :
+       {std::string("l2cp-profile"), "l2cp-profile " + std::string(34, 'x')}) {
+    const std::string file = World::file("f.l2cp", entering + rest);
+    EXPECT_THAT(outcome({"load", "--keep-going", file}).err,
+                testing::EndsWith(file + ": 3 of 4 commands were not carried out\n"));
+  }
 }
 
 TEST_F(Loading, SaysWhatIsSoAlreadyOfWhatCannotBeChanged) {
@@ -444,19 +457,41 @@ TEST_F(Applying, ChangesNothingIfAProtocolIsUsedUnseen) {
   EXPECT_EQ(
       refused({"apply", World::file("nothing", "")}),
       "l2cpctl: error: PROTO_IN_USE: the file deletes the protocol \"PTP\", whose use count is 1, "
-      "while the profiles of the running configuration have 0 rules for it; look for others "
-      "with \"l2cpctl profile list\", or let the file keep the protocol; nothing was done\n");
+      "while the profiles of the running configuration have 0 rules for it: rules of profiles that "
+      "were deleted with them are counted, and so are those added to copies that are being edited; "
+      "let the file keep the protocol, or have l2cpd count anew by \"l2cpctl running-config save\" "
+      "and a restart; nothing was done\n");
   EXPECT_EQ(shown({"-j", "apply", World::file("keep", "l2protocol PTP mac any\n")}),
             "{\"commands\":0,\"interruptions\":[]}\n");
+}
+
+TEST_F(Applying, ChangesNothingIfAProtocolIsUsedMoreThanIsCounted) {
+  const std::string file = World::file("c1",
+                                       "l2protocol PTP mac any\nl2cp-profile c1\n"
+                                       " protocol PTP rule peer\nexit\n");
+  const std::string nothing = World::file("nothing", "");
+  const auto refusal = [](const std::string& count, const std::string& rules) {
+    return "l2cpctl: error: PROTO_IN_USE: the file deletes the protocol \"PTP\", whose use count "
+           "is " +
+           count + ", while the profiles of the running configuration have " + rules +
+           " rules for it: the rules that a profile is copied with are not counted, but are taken "
+           "off the count when they go; let the file keep the protocol, or have l2cpd count anew "
+           "by \"l2cpctl running-config save\" and a restart; nothing was done\n";
+  };
+  does({{"load", file}, {"profile", "copy", "c1", "c2"}});
+  EXPECT_EQ(refused({"apply", nothing}), refusal("1", "2"));
+  does({{"load", World::file("gone", "no l2cp-profile c2\nno l2cp-profile c1\n")}});
+  EXPECT_EQ(refused({"apply", nothing}), refusal("-1", "0"));
 }
 
 TEST_F(Applying, LeavesAloneWhatIsNoConfiguration) {
   does({{"profile", "add", "learnt", "dynamic"}, {"profile", "add", "gold"}});
   shown({"profile", "edit", "gold"});
+  does({{"attach", "temp_l2cp_prof_1", "port", "4"}});
   EXPECT_THAT(shown({"-j", "apply", World::file("nothing", "")}), HasSubstr("\"commands\":1,"));
   EXPECT_EQ(shown({"-o", "profile", "list"}),
             "name=learnt protect=no dynamic=yes attachments=0\n"
-            "name=temp_l2cp_prof_1 protect=no dynamic=no attachments=0\n");
+            "name=temp_l2cp_prof_1 protect=no dynamic=no attachments=1\n");
 }
 
 TEST_F(Applying, RefusesLinesAboutProfilesThatAreNoConfiguration) {
@@ -804,44 +839,63 @@ TEST_F(Applying, RefusesNamesThatTheLanguageCannotWriteAndDeletesThem) {
     carry(script::Attach{name, 1}, client);
   }
   const std::string nothing = World::file("nothing", "");
-  EXPECT_EQ(outcome({"diff", nothing}).out,
-            "-l2cp-profile a\\x1b[2J\n-l2cp-profile \"a\" b\"\n-attach a\\x1b[2J port 1\n"
-            "-attach \"a\" b\" port 1\n");
+  const std::string control = "! left out (there is a control character in the line): ";
+  const std::string words = "! left out (there are words too many): ";
+  const std::string port = "! left out (\"port\" is missing): ";
+  for (const Sink sink : {Sink::file, Sink::terminal}) {
+    EXPECT_EQ(outcome({"diff", nothing}, {.answers = sink}).out,
+              "-" + control + "l2cp-profile a\\x1b[2J\n" +       //
+                  "-" + words + "l2cp-profile \"a\" b\"\n" +     //
+                  "-" + control + "attach a\\x1b[2J port 1\n" +  //
+                  "-" + port + "attach \"a\" b\" port 1\n");
+    EXPECT_EQ(outcome({"apply", "--dry-run", nothing}, {.answers = sink}).out,
+              control + "no attach a\\x1b[2J port 1\n" +     //
+                  port + "no attach \"a\" b\" port 1\n" +    //
+                  control + "no l2cp-profile a\\x1b[2J\n" +  //
+                  words + "no l2cp-profile \"a\" b\"\n");
+  }
   EXPECT_THAT(shown({"-j", "apply", nothing}), HasSubstr("\"commands\":4,"));
   EXPECT_EQ(shown({"-o", "profile", "list"}), "");
 }
 
+TEST_F(Applying, NoNameSaysSomethingElseInWhatIsShown) {
+  const std::string forgery = "\nattach a port 7\n!";
+  Client client({});
+  carry(script::Protocol{"x\"" + forgery, {}, 0x88f7}, client);
+  for (const std::string& name : {std::string("a"), "b" + forgery, "d" + forgery}) {
+    carry(script::L2cpProfile{name}, client);
+    carry(script::Entry{name, "LLDP", script::Rule::peer}, client);
+    carry(script::Attach{name, 1}, client);
+  }
+  carry(script::NoAttach{"a", 1}, client);
+  carry(script::Entry{"a", "x\"" + forgery, script::Rule::peer}, client);
+  // Interrupted, as it stands behind what goes.
+  does({{"profile", "set", "d" + forgery, "dynamic", "on"}});
+  const std::string file = World::file("f", "l2cp-profile a\n protocol LLDP rule peer\nexit\n");
+  const std::string comment = "! left out (there is a control character in the line): ";
+  const std::string forged = "\\x0aattach a port 7\\x0a!";
+  const std::string plan = outcome({"apply", "--dry-run", file}, {.answers = Sink::file}).out;
+  EXPECT_EQ(plan, comment + "no attach \"b" + forged + "\" port 1\n" +                           //
+                      comment + "no attach \"d" + forged + "\" port 1\n" + "l2cp-profile a\n" +  //
+                      " " + comment + "no protocol \"x\"" + forged + "\"\n" + "exit\n" +         //
+                      comment + "no l2cp-profile \"b" + forged + "\"\n" + comment +
+                      "no l2protocol \"x\"" + forged + "\"\n" + comment + "attach \"d" + forged +
+                      "\" port 1\n" + "! interrupted: \"d" + forged + "\" port 1\n");
+  const std::string difference = outcome({"diff", file}, {.answers = Sink::file}).out;
+  EXPECT_EQ(difference,
+            "-" + comment + "l2protocol \"x\"" + forged + "\" mac any ethertype 0x88f7\n" +  //
+                " l2cp-profile a\n" +                                                        //
+                "- " + comment + "protocol \"x\"" + forged + "\" rule peer\n" +              //
+                "-" + comment + "l2cp-profile \"b" + forged + "\"\n" +                       //
+                "- ! left out (its mode cannot be entered): protocol \"LLDP\" rule peer\n" + "-" +
+                comment + "attach \"b" + forged + "\" port 1\n");
+  for (const std::string& text : {plan, difference}) {
+    outcome({"load", "--keep-going", World::file("shown", text)});
+    EXPECT_EQ(shown({"profile", "ports", "a"}), "PORT  VLAN\n");
+  }
+}
+
 // ---- Confirmation ----
-
-/// "apply --confirm" with a standard input that the test holds.
-class Confirmed {
- public:
-  Confirmed(const std::string& file, const std::string& seconds, const std::string& messages = "&1")
-      : input_(makeInput()),
-        process_({"/bin/sh", "-c",
-                  "exec \"$0\" apply \"$1\" --confirm \"$2\" <\"$3\" 2>" + messages,
-                  L2CPCTL_PROGRAM, file, seconds, input_}),
-        writer_(open(input_.c_str(), O_RDWR | O_CLOEXEC)) {}
-
-  bool isWaiting() { return process_.output().waitFor("they are undone unless Enter comes"); }
-  void write(const std::string& text) const {
-    EXPECT_EQ(::write(writer_.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
-  }
-  void end() { writer_.close(); }
-  support::Process& process() { return process_; }
-
- private:
-  static std::string makeInput() {
-    const std::string path = World::file("input", "") + ".pipe";
-    unlink(path.c_str());
-    EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
-    return path;
-  }
-
-  std::string input_;
-  support::Process process_;
-  support::Descriptor writer_;
-};
 
 TEST_F(Confirming, KeepsTheChangesAfterEnterOrAYes) {
   for (const char* answer : {"\n", "y\n", " yes\r\nno\n"}) {
@@ -1017,8 +1071,7 @@ void giveSubtypesThatAreNotMatched(const State& state) {
 }
 
 TEST_F(Applying, LeadsFromAnyConfigurationToAnyOther) {
-  const char* const more = std::getenv("L2CP_RANDOM_STATES");
-  const int pairs = more == nullptr ? 100 : std::atoi(more);
+  const int pairs = pairsToTry(100);
   Client client({});
   std::map<std::string, Definition> builtIn;
   const DaemonState fresh = daemonState(client);

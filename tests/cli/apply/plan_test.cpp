@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <map>
 #include <optional>
 #include <set>
@@ -472,8 +471,7 @@ std::string joined(const Lines& lines) {
 }
 
 TEST(Plan, LeadsFromAnyStateToAnyOtherWithoutARefusal) {
-  const char* const more = std::getenv("L2CP_RANDOM_STATES");
-  const int pairs = more == nullptr ? 1000 : std::atoi(more);
+  const int pairs = pairsToTry(1000);
   RandomStates states(20261122);
   Module module;
   RandomState wanted;

@@ -4,6 +4,7 @@
 /// much in common.
 
 #include <cstdint>
+#include <cstdlib>
 #include <initializer_list>
 #include <map>
 #include <random>
@@ -14,6 +15,12 @@
 #include "script/script.h"
 
 namespace cli {
+
+/// How many, unless the environment asks for more or less.
+inline int pairsToTry(int usually) {
+  const char* const more = std::getenv("L2CP_RANDOM_STATES");
+  return more == nullptr ? usually : std::atoi(more);
+}
 
 struct RandomState {
   State state;
