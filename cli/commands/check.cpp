@@ -13,6 +13,7 @@
 #include "cli/command.h"
 #include "cli/commands/entry.h"
 #include "cli/commands/finding.h"
+#include "cli/commands/livePorts.h"
 #include "cli/commands/overlap.h"
 #include "cli/failure.h"
 #include "cli/refusal.h"
@@ -123,6 +124,29 @@ class Checker {
     }
     for (const auto& [port, vid, profile] : unlisted_) addUnlisted(port, vid, profile);
     for (const std::uint32_t port : ports) lookAtPort(port);
+    lookAtInterfaces(ports);
+  }
+
+  // Where the kernel decides, what is attached to a port is for the frames of its interface.
+  void lookAtInterfaces(const std::set<std::uint32_t>& ports) {
+    const LivePorts live(client_);
+    if (!live.areThere()) return;
+    for (const std::uint32_t port : ports) {
+      if (!live.isLive(port)) addUndecided(port, live);
+    }
+  }
+
+  void addUndecided(std::uint32_t port, const LivePorts& live) {
+    add({.what = "undecided-port",
+         .port = port,
+         .problem = fmt::format("port {}: what is attached there has no effect on frames that "
+                                "arrive: {}",
+                                port, live.problem(port)),
+         .advice = live.isConfigured(port)
+                       ? "See to its interface, \"l2cpctl daemon status\" shows how it fares; or "
+                         "detach what is attached there."
+                       : "Give the port an interface in l2cpd.toml and have that read with "
+                         "\"l2cpctl daemon reload\", or detach what is attached there."});
   }
 
   void addWithoutRules(std::uint32_t port, std::uint32_t vid, const std::string& profile) {
@@ -404,6 +428,7 @@ constexpr Command commands[] = {
      "detached-profile     a service profile is applied, but its profile was detached\n"
      "unlisted-attachment  in force what was renamed or replaced since\n"
      "no-position          an attachment for which the port had no positions left\n"
+     "undecided-port       attached to a port about whose frames the kernel does not decide\n"
      "other-rule           a rule in force that is not the profile's own\n"
      "refused-vlan         an attachment on a VLAN id that the classifier does not take\n"
      "missing-counter      a name too long for a counter of its own\n"

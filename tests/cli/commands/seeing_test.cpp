@@ -16,6 +16,7 @@
 #include "cli/client.h"
 #include "cli/refusal.h"
 #include "tests/cli/command_line.h"
+#include "tests/cli/live_daemon.h"
 #include "tests/support/pseudo_terminal.h"
 #include "tests/system/fixture.h"
 
@@ -378,6 +379,51 @@ TEST_F(Checking, FindsProtocolsThatDeletedProfilesHold) {
         {"protocol", "rename", "other", "LLDP"},
         {"protocol", "delete", "LLDP"}});
   shown({"check"});
+}
+
+TEST_F(LiveDaemon, AttachmentsToPortsThatTheKernelDoesNotDecideAboutAreFound) {
+  makeProfile("p", "LLDP", "peer");
+  does({{"attach", "p", "port", "1"}});
+  EXPECT_EQ(shown({"check"}), "0 findings\n");
+  does({{"attach", "p", "port", "2", "vlan", "7"},
+        {"attach", "p", "port", "3"},
+        {"attach", "p", "port", "77"}});
+  const auto finding = [](const char* port, const char* problem, const char* advice) {
+    return std::string("undecided-port: port ") + port +
+           ": what is attached there has no effect on frames that arrive: " + problem + "\n    " +
+           advice + "\n";
+  };
+  const char* const configure =
+      "Give the port an interface in l2cpd.toml and have that read with \"l2cpctl daemon reload\", "
+      "or detach what is attached there.";
+  EXPECT_EQ(found({"check"}),
+            finding("2", "missing0: there is no such interface",
+                    "See to its interface, \"l2cpctl daemon status\" shows how it fares; or detach "
+                    "what is attached there.") +
+                finding("3", "the port has no interface", configure) +
+                finding("77", "the port has no interface", configure) + "\n3 findings\n");
+  does({{"detach", "p", "port", "2", "vlan", "7"}, {"detach", "p", "port", "3"}});
+  EXPECT_EQ(
+      found({"-o", "check"}),
+      "finding=undecided-port port=77 vlan='' profile='' protocol='' entry='' problem='port 77: "
+      "what is attached there has no effect on frames that arrive: the port has no "
+      "interface' advice='" +
+          std::string(configure) + "'\n");
+}
+
+TEST_F(LiveDaemon, MetricsTellWhetherTheKernelDecidesAboutFramesOfPorts) {
+  makeProfile("p", "LLDP", "peer");
+  does({{"attach", "p", "port", "77"}});
+  EXPECT_THAT(
+      shown({"metrics"}),
+      HasSubstr(
+          "\n# HELP l2cp_port_live Whether the kernel decides about the frames that arrive on a "
+          "port's interface.\n"
+          "# TYPE l2cp_port_live gauge\n"
+          "l2cp_port_live{port=\"1\",name=\"uplink\"} 1\n"
+          "l2cp_port_live{port=\"2\",name=\"missing0\"} 0\n"
+          "l2cp_port_live{port=\"77\"} 0\n"
+          "# HELP l2cp_port_frames_total "));
 }
 
 TEST_F(Checking, FindsWhatWasRenamedWhileItWasAttached) {
