@@ -11,6 +11,7 @@
 #include <regex>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cli/client.h"
@@ -19,6 +20,20 @@
 #include "tests/cli/live_daemon.h"
 #include "tests/support/pseudo_terminal.h"
 #include "tests/system/fixture.h"
+
+namespace {
+// How much older than it is the daemon says to be, when it is asked for the first time.
+std::uint32_t addedToFirstUptime = 0;
+}  // namespace
+
+extern "C" control_status* askForStatus(CLIENT* client) asm("__real_control_status_1");
+extern "C" control_status* askForOlderStatus(CLIENT* client) asm("__wrap_control_status_1");
+
+control_status* askForOlderStatus(CLIENT* client) {
+  control_status* const status = askForStatus(client);
+  if (status != nullptr) status->uptime += std::exchange(addedToFirstUptime, 0);
+  return status;
+}
 
 namespace cli {
 namespace {
@@ -899,6 +914,18 @@ TEST_F(Watching, GoesOnWhenTheDaemonIsGoneAndBack) {
   for (const std::string& line : watch.output().all()) {
     EXPECT_THAT(line, Not(testing::ContainsRegex("rate=[0-9]{3}|rate=-")));
   }
+}
+
+TEST_F(Watching, TellsOfARestartThatKeepsTheNumberOfTheProcess) {
+  makeProfile("p", "LLDP", "tunnel");
+  does({{"attach", "p", "port", "3"}});
+  addedToFirstUptime = 60;
+  const std::string refreshes = shown({"-o", "watch", "port", "3", "count", "2"});
+  EXPECT_THAT(refreshes, MatchesRegex("kind=refresh time=[^ ]+ daemon=running reason=''\n"
+                                      "kind=port port=3 [^\n]*\n"
+                                      "kind=refresh time=[^ ]+ daemon=restarted reason=''\n"
+                                      "kind=port port=3 [^\n]* discard_rate='' peer_rate='' "
+                                      "tunnel_rate='' total_rate=''\n"));
 }
 
 TEST_F(Watching, GoesOnWhenTheDaemonDoesNotAnswerForAWhile) {
