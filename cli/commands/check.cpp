@@ -15,6 +15,7 @@
 #include "cli/commands/finding.h"
 #include "cli/commands/livePorts.h"
 #include "cli/commands/overlap.h"
+#include "cli/commands/useCount.h"
 #include "cli/failure.h"
 #include "cli/refusal.h"
 #include "cli/value.h"
@@ -30,11 +31,6 @@ constexpr std::size_t counterRoom = 39 - 9;
 // From the first position of a port to the last.
 constexpr std::uint32_t firstPosition = 200;
 constexpr std::uint32_t lastPosition = 298;
-
-// A name in a command line that a reader may take over as it is.
-std::string argumentText(std::string_view name) {
-  return (name.starts_with('-') ? "-- " : "") + shellText(name);
-}
 
 class Checker {
  public:
@@ -60,6 +56,7 @@ class Checker {
     accept(profiles->error);
     for (const auto& profile : std::span(profiles->list.list_val, profiles->list.list_len)) {
       if (isEditingCopy(profile.name)) {
+        isEdited_ = true;
         addCopy(profile.name, profile.use_count != 0);
       }
       const auto rules = client_.module<rpc_l2cp_profile_proto_get_all_1>(profile.name);
@@ -68,7 +65,7 @@ class Checker {
       accept(rules->error);
       if (rules->list.list_len == 0) withoutRules_.insert(profile.name);
       for (const auto& rule : std::span(rules->list.list_val, rules->list.list_len)) {
-        named_.insert(rule.proto_name);
+        ++uses_[rule.proto_name];
         rules_[{profile.name, rule.proto_name}] = ruleText(rule.rule);
       }
     }
@@ -92,19 +89,9 @@ class Checker {
     const auto protocols = client_.module<rpc_l2cp_proto_get_all_1>();
     accept(protocols->error);
     for (const auto& protocol : std::span(protocols->list.list_val, protocols->list.list_len)) {
-      if (protocol.use_count == 0 || named_.contains(protocol.name)) continue;
-      const std::string text = nameText(protocol.name);
-      add({.what = "stuck-protocol",
-           .protocol = protocol.name,
-           .problem =
-               fmt::format("{} counts {} rule{} of profiles that are gone, so that it cannot "
-                           "be deleted though no profile names it",
-                           text, protocol.use_count, protocol.use_count == 1 ? "" : "s"),
-           .advice = fmt::format("Save with \"l2cpctl running-config save\" and restart l2cpd: "
-                                 "counts begin anew. Or put another protocol in its place with "
-                                 "\"l2cpctl protocol rename OTHER {}\"; delete profiles only after "
-                                 "\"l2cpctl profile rule clear\".",
-                                 argumentText(protocol.name))});
+      const auto uses = uses_.find(protocol.name);
+      auto finding = aboutCount(protocol, uses == uses_.end() ? 0 : uses->second, isEdited_);
+      if (finding) add(std::move(*finding));
     }
   }
 
@@ -395,7 +382,8 @@ class Checker {
 
   Client& client_;
   std::vector<Finding> findings_;
-  std::set<std::string> named_;
+  bool isEdited_ = false;                     ///< there is a copy for editing
+  std::map<std::string, std::int64_t> uses_;  ///< rules by protocol
   std::map<std::pair<std::string, std::string>, std::string> rules_;  ///< by profile and protocol
   std::set<std::string> withoutRules_;
   std::set<std::tuple<std::uint32_t, std::uint32_t, std::string>> attached_;
@@ -424,6 +412,7 @@ constexpr Command commands[] = {
      "Each finding is said with what to do about it:\n"
      "editing-copy         a copy for editing that was left behind\n"
      "stuck-protocol       a protocol that cannot be deleted though no profile names it\n"
+     "low-count            a protocol that counts fewer rules than name it\n"
      "no-rules             an attached profile that has no rules\n"
      "detached-profile     a service profile is applied, but its profile was detached\n"
      "unlisted-attachment  in force what was renamed or replaced since\n"

@@ -396,6 +396,48 @@ TEST_F(Checking, FindsProtocolsThatDeletedProfilesHold) {
   shown({"check"});
 }
 
+TEST_F(Checking, FindsProtocolsWhoseCountIsTooLowAfterAProfileWasCopied) {
+  makeProfile("p", "LLDP", "peer");
+  does({{"profile", "copy", "p", "q"}, {"profile", "copy", "p", "r"}});
+  const std::string save =
+      "save with \"l2cpctl running-config save\" and restart l2cpd: counts begin anew.";
+  const auto finding = [&](const char* rules, const char* counted, const char* what) {
+    return std::string("low-count: LLDP is in ") + rules + ", but counts " + counted +
+           ": those that a copy of a profile was made with do not count, nor those of a protocol "
+           "that had this name before; " +
+           what +
+           "\n    Delete copies with \"l2cpctl profile delete\" alone: \"l2cpctl profile rule "
+           "clear\" "
+           "and \"l2cpctl load\" take off what was not counted. Or " +
+           save + "\n\n1 finding\n";
+  };
+  EXPECT_EQ(found({"check"}), finding("3 rules", "1", "it can be deleted before the last is gone"));
+  does({{"profile", "rule", "clear", "q"}});
+  EXPECT_EQ(found({"check"}), finding("2 rules", "0", "it can be deleted before the last is gone"));
+  does({{"profile", "rule", "clear", "r"}});
+  EXPECT_EQ(found({"check"}),
+            finding("1 rule", "-1", "it cannot be deleted when the last is gone"));
+  does({{"profile", "rule", "clear", "p"}});
+  EXPECT_EQ(
+      found({"check"}),
+      "stuck-protocol: LLDP counts -2 rules, so that it cannot be deleted though no profile "
+      "names it: those that a copy of a profile was made with do not count, but are taken off "
+      "when they are deleted\n"
+      "    Save with \"l2cpctl running-config save\" and restart l2cpd: counts begin anew. Or "
+      "put another protocol in its place with \"l2cpctl protocol rename OTHER LLDP\".\n"
+      "\n1 finding\n");
+  does({{"protocol", "add", "other", "mac", "any"}, {"protocol", "rename", "other", "LLDP"}});
+  shown({"check"});
+}
+
+TEST_F(Checking, FindsNothingAboutCountsOnceACopyIsDeletedOrWhileAProfileIsEdited) {
+  makeProfile("p", "LLDP", "peer");
+  does({{"profile", "copy", "p", "q"}, {"profile", "delete", "q"}});
+  shown({"check"});
+  shown({"profile", "edit", "p"});
+  EXPECT_THAT(found({"check"}), Not(HasSubstr("low-count")));
+}
+
 TEST_F(LiveDaemon, AttachmentsToPortsThatTheKernelDoesNotDecideAboutAreFound) {
   makeProfile("p", "LLDP", "peer");
   does({{"attach", "p", "port", "1"}});
