@@ -54,11 +54,13 @@ void takePlace(Words& words, Place& place) {
   while (!words.empty() && place.command == nullptr) {
     const auto choices = wordsAfter(place.words);
     const std::string word = words.take("a command");
-    if (word == helpWord && !place.help) {
+    auto withHelp = choices;
+    if (!place.help) withHelp.push_back(helpWord);
+    const auto found = candidates(word, withHelp);
+    if (found.size() == 1 && found.front() == helpWord) {
       place.help = true;
       continue;
     }
-    const auto found = candidates(word, choices);
     if (found.empty()) {
       throw UsageError(fmt::format("{} is no command{}; there are: {}", quotedText(word),
                                    suggestion(word, choices), fmt::join(choices, ", ")));

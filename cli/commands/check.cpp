@@ -13,7 +13,9 @@
 #include "cli/command.h"
 #include "cli/commands/entry.h"
 #include "cli/commands/finding.h"
+#include "cli/commands/livePorts.h"
 #include "cli/commands/overlap.h"
+#include "cli/commands/useCount.h"
 #include "cli/failure.h"
 #include "cli/refusal.h"
 #include "cli/value.h"
@@ -29,11 +31,6 @@ constexpr std::size_t counterRoom = 39 - 9;
 // From the first position of a port to the last.
 constexpr std::uint32_t firstPosition = 200;
 constexpr std::uint32_t lastPosition = 298;
-
-// A name in a command line that a reader may take over as it is.
-std::string argumentText(std::string_view name) {
-  return (name.starts_with('-') ? "-- " : "") + shellText(name);
-}
 
 class Checker {
  public:
@@ -59,6 +56,7 @@ class Checker {
     accept(profiles->error);
     for (const auto& profile : std::span(profiles->list.list_val, profiles->list.list_len)) {
       if (isEditingCopy(profile.name)) {
+        isEdited_ = true;
         addCopy(profile.name, profile.use_count != 0);
       }
       const auto rules = client_.module<rpc_l2cp_profile_proto_get_all_1>(profile.name);
@@ -67,7 +65,7 @@ class Checker {
       accept(rules->error);
       if (rules->list.list_len == 0) withoutRules_.insert(profile.name);
       for (const auto& rule : std::span(rules->list.list_val, rules->list.list_len)) {
-        named_.insert(rule.proto_name);
+        ++uses_[rule.proto_name];
         rules_[{profile.name, rule.proto_name}] = ruleText(rule.rule);
       }
     }
@@ -91,19 +89,9 @@ class Checker {
     const auto protocols = client_.module<rpc_l2cp_proto_get_all_1>();
     accept(protocols->error);
     for (const auto& protocol : std::span(protocols->list.list_val, protocols->list.list_len)) {
-      if (protocol.use_count == 0 || named_.contains(protocol.name)) continue;
-      const std::string text = nameText(protocol.name);
-      add({.what = "stuck-protocol",
-           .protocol = protocol.name,
-           .problem =
-               fmt::format("{} counts {} rule{} of profiles that are gone, so that it cannot "
-                           "be deleted though no profile names it",
-                           text, protocol.use_count, protocol.use_count == 1 ? "" : "s"),
-           .advice = fmt::format("Save with \"l2cpctl running-config save\" and restart l2cpd: "
-                                 "counts begin anew. Or put another protocol in its place with "
-                                 "\"l2cpctl protocol rename OTHER {}\"; delete profiles only after "
-                                 "\"l2cpctl profile rule clear\".",
-                                 argumentText(protocol.name))});
+      const auto uses = uses_.find(protocol.name);
+      auto finding = aboutCount(protocol, uses == uses_.end() ? 0 : uses->second, isEdited_);
+      if (finding) add(std::move(*finding));
     }
   }
 
@@ -123,6 +111,29 @@ class Checker {
     }
     for (const auto& [port, vid, profile] : unlisted_) addUnlisted(port, vid, profile);
     for (const std::uint32_t port : ports) lookAtPort(port);
+    lookAtInterfaces(ports);
+  }
+
+  // Where the kernel decides, what is attached to a port is for the frames of its interface.
+  void lookAtInterfaces(const std::set<std::uint32_t>& ports) {
+    const LivePorts live(client_);
+    if (!live.areThere()) return;
+    for (const std::uint32_t port : ports) {
+      if (!live.isLive(port)) addUndecided(port, live);
+    }
+  }
+
+  void addUndecided(std::uint32_t port, const LivePorts& live) {
+    add({.what = "undecided-port",
+         .port = port,
+         .problem = fmt::format("port {}: what is attached there has no effect on frames that "
+                                "arrive: {}",
+                                port, live.problem(port)),
+         .advice = live.isConfigured(port)
+                       ? "See to its interface, \"l2cpctl daemon status\" shows how it fares; or "
+                         "detach what is attached there."
+                       : "Give the port an interface in l2cpd.toml and have that read with "
+                         "\"l2cpctl daemon reload\", or detach what is attached there."});
   }
 
   void addWithoutRules(std::uint32_t port, std::uint32_t vid, const std::string& profile) {
@@ -371,7 +382,8 @@ class Checker {
 
   Client& client_;
   std::vector<Finding> findings_;
-  std::set<std::string> named_;
+  bool isEdited_ = false;                     ///< there is a copy for editing
+  std::map<std::string, std::int64_t> uses_;  ///< rules by protocol
   std::map<std::pair<std::string, std::string>, std::string> rules_;  ///< by profile and protocol
   std::set<std::string> withoutRules_;
   std::set<std::tuple<std::uint32_t, std::uint32_t, std::string>> attached_;
@@ -400,10 +412,12 @@ constexpr Command commands[] = {
      "Each finding is said with what to do about it:\n"
      "editing-copy         a copy for editing that was left behind\n"
      "stuck-protocol       a protocol that cannot be deleted though no profile names it\n"
+     "low-count            a protocol that counts fewer rules than name it\n"
      "no-rules             an attached profile that has no rules\n"
      "detached-profile     a service profile is applied, but its profile was detached\n"
      "unlisted-attachment  in force what was renamed or replaced since\n"
      "no-position          an attachment for which the port had no positions left\n"
+     "undecided-port       attached to a port about whose frames the kernel does not decide\n"
      "other-rule           a rule in force that is not the profile's own\n"
      "refused-vlan         an attachment on a VLAN id that the classifier does not take\n"
      "missing-counter      a name too long for a counter of its own\n"

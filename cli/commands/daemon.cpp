@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cli/command.h"
+#include "cli/commands/livePorts.h"
 #include "cli/failure.h"
 #include "cli/value.h"
 
@@ -83,8 +84,7 @@ constexpr Field<control_live_port> liveFields[] = {
     {{"interface"}, [](const control_live_port& of) { return nameValue(of.interface); }},
     {{"frames"}, [](const control_live_port& of) {
        Value value = textValue(of.state);
-       const bool isLive = value.text == "native" || value.text == "generic";
-       value.style = isLive ? Style::green : Style::red;
+       value.style = isLive(value.text) ? Style::green : Style::red;
        return value;
      }}};
 constexpr Kind<control_live_port> liveKind{"interface", "interfaces", liveFields};

@@ -26,6 +26,10 @@ constexpr Kind<Finding> findingKind{"finding", "findings", findingFields};
 
 }  // namespace
 
+std::string argumentText(std::string_view name) {
+  return (name.starts_with('-') ? "-- " : "") + shellText(name);
+}
+
 std::string textOf(std::span<const Finding> findings) {
   std::string text;
   for (const Finding& finding : findings) {

@@ -22,6 +22,9 @@ struct Finding {
   std::string advice = {};
 };
 
+/// A name in a command line that whoever reads an advice may take over as it is.
+std::string argumentText(std::string_view name);
+
 /// For people, two lines each, and their number.
 std::string textOf(std::span<const Finding> findings);
 Table tableOf(std::span<const Finding> findings);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "cli/command.h"
+#include "cli/commands/livePorts.h"
 #include "cli/refusal.h"
 #include "cli/value.h"
 
@@ -111,6 +112,19 @@ class Gatherer {
     out_.family("l2cp_port_rules_not_in_force", "gauge",
                 "Rules of attached profiles for which the port had no entry left.");
     for (const auto& [port, count] : unplaced_) out_.sample(portLabels(port), count);
+    interfaces();
+  }
+
+  // Also of ports to which nothing is attached yet.
+  void interfaces() {
+    const LivePorts live(client_);
+    if (!live.areThere()) return;
+    std::set<std::uint32_t> ports;
+    for (const auto& [port, problem] : live.problems()) ports.insert(port);
+    for (const auto& [port, count] : ports_) ports.insert(port);
+    out_.family("l2cp_port_live", "gauge",
+                "Whether the kernel decides about the frames that arrive on a port's interface.");
+    for (const std::uint32_t port : ports) out_.sample(portLabels(port), live.isLive(port) ? 1 : 0);
   }
 
   Labels portLabels(std::uint32_t port) const {

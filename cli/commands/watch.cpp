@@ -16,6 +16,7 @@
 
 #include "cli/command.h"
 #include "cli/commands/rates.h"
+#include "cli/daemonRun.h"
 #include "cli/failure.h"
 #include "cli/interruption.h"
 #include "cli/place.h"
@@ -83,7 +84,7 @@ class Reader {
       refresh.reason.clear();
       return true;
     } catch (const NotReached& error) {
-      if (!wasReached_) throw;
+      if (!run_) throw;
       refresh.reason = error.what();
       reconnect();
       return false;
@@ -99,17 +100,18 @@ class Reader {
   void fill(Refresh& refresh) {
     refresh.ports.clear();
     refresh.vlans.clear();
+    const auto asked = Clock::now();
     const auto status = context_.client.control<control_status_1>();
+    const DaemonRun run(*status, asked, Clock::now());
     std::map<std::uint32_t, std::string> names;
     for (const control_port& port : std::span(status->ports.ports_val, status->ports.ports_len)) {
       names.emplace(port.number, port.name);
     }
-    if (wasReached_ && process_ != status->pid) {
+    if (run_ && run.isRestartOf(*run_)) {
       meter_.forget();
       wasRestarted_ = true;
     }
-    process_ = status->pid;
-    wasReached_ = true;
+    run_ = run;
 
     const auto [ports, vids] = places();
     for (const std::uint32_t port : ports) {
@@ -150,9 +152,8 @@ class Reader {
   Context& context_;
   const Wish& wish_;
   RateMeter meter_;
-  bool wasReached_ = false;
-  bool wasRestarted_ = false;  ///< which has not been told yet
-  std::uint32_t process_ = 0;
+  std::optional<DaemonRun> run_;  ///< if it was ever reached
+  bool wasRestarted_ = false;     ///< which has not been told yet
 };
 
 // ---- Showing ----

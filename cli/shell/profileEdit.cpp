@@ -79,9 +79,7 @@ std::set<std::string> protocolsOfBoth(const Rules& before, const Rules& after) {
 // ---- Beginning ----
 
 bool ProfileEdit::open() {
-  const auto status = client_.control<control_status_1>();
-  daemonProcess_ = status->pid;
-  daemonUptime_ = status->uptime;
+  daemon_ = askDaemon();
   if (!exists(profile_)) {
     cli::carry(script::L2cpProfile{profile_}, client_);
     dialogue_.say(fmt::format("Profile {} is new.", nameText(profile_)));
@@ -193,9 +191,14 @@ bool ProfileEdit::agreeToRemove(const Target& target) {
 
 // ---- While it goes on ----
 
-void ProfileEdit::checkDaemon() {
+DaemonRun ProfileEdit::askDaemon() {
+  const auto asked = DaemonRun::Clock::now();
   const auto status = client_.control<control_status_1>();
-  if (status->pid == daemonProcess_ && status->uptime >= daemonUptime_) return;
+  return {*status, asked, DaemonRun::Clock::now()};
+}
+
+void ProfileEdit::checkDaemon() {
+  if (!askDaemon().isRestartOf(*daemon_)) return;
   open_ = false;
   throw LocalError(
       fmt::format("the daemon was restarted meanwhile: what was changed in profile {} is lost",

@@ -1,10 +1,11 @@
 #pragma once
 
-#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "cli/client.h"
+#include "cli/daemonRun.h"
 #include "cli/shell/dialogue.h"
 #include "cli/shell/neighbours.h"
 #include "cli/shell/placement.h"
@@ -68,6 +69,7 @@ class ProfileEdit {
   bool isServed(const Target& target) const;
   bool exists(std::string name) const;
   void makeCopy();
+  DaemonRun askDaemon();
   void checkDaemon();
   void deleteCopy();
   std::vector<std::string> inTheWay(const Target& target) const;
@@ -93,8 +95,7 @@ class ProfileEdit {
   std::vector<script::Command> neighbours_;  ///< what puts those back that were taken away
   std::vector<std::string> agreed_;          ///< what is in the way, as the user knows
   bool open_ = false;
-  std::uint32_t daemonProcess_ = 0;
-  std::uint32_t daemonUptime_ = 0;
+  std::optional<DaemonRun> daemon_;  ///< that the copy is in
 };
 
 }  // namespace cli

@@ -170,7 +170,8 @@ void Shell::command(LineWords words) {
     const std::string_view show = "show";
     const auto found = candidates(words.front(), {&show, 1});
     if (!found.empty() && words.front().size() > 1) words = shownLine(behindFirst(words));
-    if (words.size() == 1 && words.front() == "help") out_ << shellHelp() << '\n';
+    const bool isHelp = words.size() == 1 && std::string_view("help").starts_with(words.front());
+    if (isHelp && !words.front().empty()) out_ << shellHelp() << '\n';
   }
   run(words);
 }

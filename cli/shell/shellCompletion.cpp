@@ -70,8 +70,15 @@ Suggestions suggestShown(const std::vector<std::string>& words, std::string_view
     add(nounsToShow());
     return suggestions;
   }
-  std::vector<std::string> command = shownBy(words);
-  if (words.size() == 1) {
+  std::vector<std::string> command;
+  if (words.size() > 1) {
+    // Something follows.
+    std::vector<std::string> whole = words;
+    whole.emplace_back(beginning.empty() ? "WORD" : beginning);
+    command = shownBy(whole);
+    command.pop_back();
+  } else {
+    command = shownBy(words);
     auto verbs = verbsToShow(command.front());
     std::erase_if(verbs, [](std::string_view verb) { return verb == "list" || verb == "show"; });
     add(verbs);

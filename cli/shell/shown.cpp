@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <iterator>
+#include <span>
 
 #include "cli/choice.h"
 #include "cli/command.h"
+#include "cli/completion/completion.h"
 #include "cli/failure.h"
 #include "cli/value.h"
 
@@ -17,15 +19,24 @@ namespace {
 constexpr std::string_view lookingVerbs[] = {"list",  "show", "status",  "statistics",
                                              "ports", "uses", "profiles"};
 
+std::string_view theOne(const std::string& word, std::span<const std::string_view> found) {
+  if (found.size() == 1) return found.front();
+  throw UsageError(fmt::format("{} could be {}", quotedText(word), alternatives(found)));
+}
+
 std::string_view nounOf(const std::string& word) {
   const auto nouns = nounsToShow();
   const auto found = candidates(word, nouns);
-  if (found.size() == 1) return found.front();
-  if (found.size() > 1) {
-    throw UsageError(fmt::format("{} could be {}", quotedText(word), alternatives(found)));
-  }
+  if (!found.empty()) return theOne(word, found);
   throw UsageError(fmt::format("{} is nothing to show{}; there are: {}", quotedText(word),
                                suggestion(word, nouns), fmt::join(nouns, ", ")));
+}
+
+bool isWholeAfter(std::string_view noun, std::string_view verb,
+                  const std::vector<std::string>& rest) {
+  std::vector<std::string> command{"--", std::string(noun), std::string(verb)};
+  command.insert(command.end(), rest.begin(), rest.end());
+  return isWholeCommand(command);
 }
 
 }  // namespace
@@ -67,7 +78,14 @@ std::vector<std::string> shownBy(const std::vector<std::string>& words) {
   if (rest.empty()) {
     command.emplace_back(has("list") ? "list" : has("show") ? "show" : verbs.front());
   } else if (!has(rest.front())) {
-    command.emplace_back(has("show") ? "show" : verbs.front());
+    // What can be the name of something that is shown is that, not a short word for how.
+    const std::string_view usual = has("show") ? "show" : verbs.front();
+    const auto found = candidates(rest.front(), verbs);
+    if (!found.empty() && !isWholeAfter(noun, usual, rest)) {
+      rest.front() = theOne(rest.front(), found);
+    } else {
+      command.emplace_back(usual);
+    }
   }
   command.insert(command.end(), rest.begin(), rest.end());
   return command;

@@ -25,6 +25,7 @@
 #include "cli/program.h"
 #include "cli/refusal.h"
 #include "tests/cli/command_line.h"
+#include "tests/cli/live_daemon.h"
 #include "tests/support/pseudo_terminal.h"
 #include "tests/system/fixture.h"
 
@@ -78,17 +79,43 @@ TEST_F(Protocols, AreShownOneByOne) {
 }
 
 TEST_F(Protocols, AreShownToProgramsAsTheyAreToPeople) {
-  does({{"protocol", "add", "a 'b", "mac", "any"}, {"protocol", "delete", "LLDP"}});
-  const std::string lines = shown({"-o", "protocol", "list"});
-  EXPECT_THAT(lines, testing::StartsWith("name=All-Bridges mac=01:80:c2:00:00:10 ethertype=none "
-                                         "subtype=none protect=yes rules=0\nname=CDP "));
-  EXPECT_THAT(lines, HasSubstr("\nname='a '\\''b' mac=any ethertype=none subtype=none protect=no "
-                               "rules=0\nname=xSTP "));
-  EXPECT_THAT(shown({"-j", "protocol", "list"}),
-              testing::AllOf(testing::StartsWith("[{\"name\":\"All-Bridges\","),
-                             HasSubstr(R"({"name":"a 'b","mac":null,"ethertype":null,)"
-                                       R"("subtype":null,"protect":false,"rules":0},)"),
-                             testing::EndsWith("}]\n")));
+  does({{"protocol", "add", "a 'b", "mac", "any"},
+        {"protocol", "delete", "LLDP"},
+        {"profile", "add", "p"},
+        {"profile", "rule", "add", "p", "xSTP", "peer"}});
+  EXPECT_EQ(
+      shown({"-o", "protocol", "list"}),
+      "name=All-Bridges mac=01:80:c2:00:00:10 ethertype=none subtype=none protect=yes rules=0\n"
+      "name=CDP mac=01:00:0c:cc:cc:cc ethertype=0x2000 subtype=none protect=yes rules=0\n"
+      "name=E-LMI mac=01:80:c2:00:00:07 ethertype=none subtype=none protect=yes rules=0\n"
+      "name=GMRP-MMRP mac=01:80:c2:00:00:20 ethertype=none subtype=none protect=yes rules=0\n"
+      "name=GVRP-MVRP mac=01:80:c2:00:00:21 ethertype=none subtype=none protect=yes rules=0\n"
+      "name=LACP-LAMP mac=01:80:c2:00:00:02 ethertype=0x8809 subtype=0x01 protect=yes rules=0\n"
+      "name=MSPP mac=01:80:c2:00:00:03 ethertype=0x22e2 subtype=none protect=yes rules=0\n"
+      "name=OAM-CFM mac=01:80:c2:00:00:30 ethertype=0x8902 subtype=none protect=yes rules=0\n"
+      "name=OAM-EFM mac=01:80:c2:00:00:02 ethertype=0x8809 subtype=0x03 protect=yes rules=0\n"
+      "name=PNAC mac=01:80:c2:00:00:03 ethertype=0x888e subtype=none protect=yes rules=0\n"
+      "name=Pause-Frame mac=01:80:c2:00:00:01 ethertype=none subtype=none protect=yes rules=0\n"
+      "name=UDLD mac=01:00:0c:cc:cc:cc ethertype=0x0111 subtype=none protect=yes rules=0\n"
+      "name='a '\\''b' mac=any ethertype=none subtype=none protect=no rules=0\n"
+      "name=xSTP mac=01:80:c2:00:00:00 ethertype=none subtype=none protect=yes rules=1\n");
+  EXPECT_EQ(
+      shown({"-j", "protocol", "list"}),
+      R"([{"name":"All-Bridges","mac":"01:80:c2:00:00:10","ethertype":null,"subtype":null,"protect":true,"rules":0},)"
+      R"({"name":"CDP","mac":"01:00:0c:cc:cc:cc","ethertype":8192,"subtype":null,"protect":true,"rules":0},)"
+      R"({"name":"E-LMI","mac":"01:80:c2:00:00:07","ethertype":null,"subtype":null,"protect":true,"rules":0},)"
+      R"({"name":"GMRP-MMRP","mac":"01:80:c2:00:00:20","ethertype":null,"subtype":null,"protect":true,"rules":0},)"
+      R"({"name":"GVRP-MVRP","mac":"01:80:c2:00:00:21","ethertype":null,"subtype":null,"protect":true,"rules":0},)"
+      R"({"name":"LACP-LAMP","mac":"01:80:c2:00:00:02","ethertype":34825,"subtype":1,"protect":true,"rules":0},)"
+      R"({"name":"MSPP","mac":"01:80:c2:00:00:03","ethertype":8930,"subtype":null,"protect":true,"rules":0},)"
+      R"({"name":"OAM-CFM","mac":"01:80:c2:00:00:30","ethertype":35074,"subtype":null,"protect":true,"rules":0},)"
+      R"({"name":"OAM-EFM","mac":"01:80:c2:00:00:02","ethertype":34825,"subtype":3,"protect":true,"rules":0},)"
+      R"({"name":"PNAC","mac":"01:80:c2:00:00:03","ethertype":34958,"subtype":null,"protect":true,"rules":0},)"
+      R"({"name":"Pause-Frame","mac":"01:80:c2:00:00:01","ethertype":null,"subtype":null,"protect":true,"rules":0},)"
+      R"({"name":"UDLD","mac":"01:00:0c:cc:cc:cc","ethertype":273,"subtype":null,"protect":true,"rules":0},)"
+      R"({"name":"a 'b","mac":null,"ethertype":null,"subtype":null,"protect":false,"rules":0},)"
+      R"({"name":"xSTP","mac":"01:80:c2:00:00:00","ethertype":null,"subtype":null,"protect":true,"rules":1}])"
+      "\n");
   EXPECT_EQ(shown({"-o", "protocol", "show", "LACP-LAMP"}),
             "name=LACP-LAMP mac=01:80:c2:00:00:02 ethertype=0x8809 subtype=0x01 protect=yes "
             "rules=0\n");
@@ -888,6 +915,66 @@ TEST_F(NamedPorts, AreShownToProgramsWithTheDaemonsState) {
                            R"(\{"entity":"l2cp","state":"running"\}\],)"
                            R"("ports":\[\{"port":3,"name":"uplink"\},\{"port":7,"name":"ce 1"\}\],)"
                            R"("interfaces":\[\]\})"
+                           "\n"));
+}
+
+TEST_F(LiveDaemon, ShowsTheInterfacesOfItsPortsWithItsState) {
+  EXPECT_THAT(shown({"daemon", "status"}),
+              MatchesRegex("release     [0-9]+\\.[0-9]+\\.[0-9]+\n"
+                           "bridge      br0\n"
+                           "classifier  xdp\n"
+                           "process     [0-9]+\n"
+                           "uptime      00:00:[0-9][0-9]\n"
+                           "counting    since " +
+                           anyTime +
+                           "\n\n"
+                           "ENTITY       STATE\n"
+                           "Interfaces   running\n"
+                           "vlanprofile  running\n"
+                           "servprofile  running\n"
+                           "l2cp         running\n"
+                           "\n"
+                           "PORT  NAME\n"
+                           "   1  uplink\n"
+                           "   2  missing0\n"
+                           "   3  spare\n"
+                           "\n"
+                           "PORT  INTERFACE  FRAMES\n"
+                           "   1  p1         generic\n"
+                           "   2  missing0   there is no such interface\n"));
+}
+
+TEST_F(LiveDaemon, ShowsTheInterfacesOfItsPortsToPrograms) {
+  EXPECT_THAT(
+      shown({"-o", "daemon", "status"}),
+      MatchesRegex(
+          "kind=daemon release=[0-9.]+ bridge=br0 classifier=xdp process=[0-9]+ "
+          "uptime=[0-9]+ counting=" +
+          anyTime +
+          "\n"
+          "kind=entity entity=Interfaces state=running\n"
+          "kind=entity entity=vlanprofile state=running\n"
+          "kind=entity entity=servprofile state=running\n"
+          "kind=entity entity=l2cp state=running\n"
+          "kind=port port=1 name=uplink\n"
+          "kind=port port=2 name=missing0\n"
+          "kind=port port=3 name=spare\n"
+          "kind=interface port=1 interface=p1 frames=generic\n"
+          "kind=interface port=2 interface=missing0 frames='there is no such interface'\n"));
+  EXPECT_THAT(shown({"-j", "daemon", "status"}),
+              MatchesRegex(R"(\{"release":"[0-9.]+","bridge":"br0","classifier":"xdp",)"
+                           R"("process":[0-9]+,"uptime":[0-9]+,"counting":")" +
+                           anyTime +
+                           R"(","entities":\[)"
+                           R"(\{"entity":"Interfaces","state":"running"\},)"
+                           R"(\{"entity":"vlanprofile","state":"running"\},)"
+                           R"(\{"entity":"servprofile","state":"running"\},)"
+                           R"(\{"entity":"l2cp","state":"running"\}\],"ports":\[)"
+                           R"(\{"port":1,"name":"uplink"\},\{"port":2,"name":"missing0"\},)"
+                           R"(\{"port":3,"name":"spare"\}\],"interfaces":\[)"
+                           R"(\{"port":1,"interface":"p1","frames":"generic"\},)"
+                           R"(\{"port":2,"interface":"missing0",)"
+                           R"("frames":"there is no such interface"\}\]\})"
                            "\n"));
 }
 

@@ -11,13 +11,29 @@
 #include <regex>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cli/client.h"
 #include "cli/refusal.h"
 #include "tests/cli/command_line.h"
+#include "tests/cli/live_daemon.h"
 #include "tests/support/pseudo_terminal.h"
 #include "tests/system/fixture.h"
+
+namespace {
+// How much older than it is the daemon says to be, when it is asked for the first time.
+std::uint32_t addedToFirstUptime = 0;
+}  // namespace
+
+extern "C" control_status* askForStatus(CLIENT* client) asm("__real_control_status_1");
+extern "C" control_status* askForOlderStatus(CLIENT* client) asm("__wrap_control_status_1");
+
+control_status* askForOlderStatus(CLIENT* client) {
+  control_status* const status = askForStatus(client);
+  if (status != nullptr) status->uptime += std::exchange(addedToFirstUptime, 0);
+  return status;
+}
 
 namespace cli {
 namespace {
@@ -378,6 +394,93 @@ TEST_F(Checking, FindsProtocolsThatDeletedProfilesHold) {
         {"protocol", "rename", "other", "LLDP"},
         {"protocol", "delete", "LLDP"}});
   shown({"check"});
+}
+
+TEST_F(Checking, FindsProtocolsWhoseCountIsTooLowAfterAProfileWasCopied) {
+  makeProfile("p", "LLDP", "peer");
+  does({{"profile", "copy", "p", "q"}, {"profile", "copy", "p", "r"}});
+  const std::string save =
+      "save with \"l2cpctl running-config save\" and restart l2cpd: counts begin anew.";
+  const auto finding = [&](const char* rules, const char* counted, const char* what) {
+    return std::string("low-count: LLDP is in ") + rules + ", but counts " + counted +
+           ": those that a copy of a profile was made with do not count, nor those of a protocol "
+           "that had this name before; " +
+           what +
+           "\n    Delete copies with \"l2cpctl profile delete\" alone: \"l2cpctl profile rule "
+           "clear\" "
+           "and \"l2cpctl load\" take off what was not counted. Or " +
+           save + "\n\n1 finding\n";
+  };
+  EXPECT_EQ(found({"check"}), finding("3 rules", "1", "it can be deleted before the last is gone"));
+  does({{"profile", "rule", "clear", "q"}});
+  EXPECT_EQ(found({"check"}), finding("2 rules", "0", "it can be deleted before the last is gone"));
+  does({{"profile", "rule", "clear", "r"}});
+  EXPECT_EQ(found({"check"}),
+            finding("1 rule", "-1", "it cannot be deleted when the last is gone"));
+  does({{"profile", "rule", "clear", "p"}});
+  EXPECT_EQ(
+      found({"check"}),
+      "stuck-protocol: LLDP counts -2 rules, so that it cannot be deleted though no profile "
+      "names it: those that a copy of a profile was made with do not count, but are taken off "
+      "when they are deleted\n"
+      "    Save with \"l2cpctl running-config save\" and restart l2cpd: counts begin anew. Or "
+      "put another protocol in its place with \"l2cpctl protocol rename OTHER LLDP\".\n"
+      "\n1 finding\n");
+  does({{"protocol", "add", "other", "mac", "any"}, {"protocol", "rename", "other", "LLDP"}});
+  shown({"check"});
+}
+
+TEST_F(Checking, FindsNothingAboutCountsOnceACopyIsDeletedOrWhileAProfileIsEdited) {
+  makeProfile("p", "LLDP", "peer");
+  does({{"profile", "copy", "p", "q"}, {"profile", "delete", "q"}});
+  shown({"check"});
+  shown({"profile", "edit", "p"});
+  EXPECT_THAT(found({"check"}), Not(HasSubstr("low-count")));
+}
+
+TEST_F(LiveDaemon, AttachmentsToPortsThatTheKernelDoesNotDecideAboutAreFound) {
+  makeProfile("p", "LLDP", "peer");
+  does({{"attach", "p", "port", "1"}});
+  EXPECT_EQ(shown({"check"}), "0 findings\n");
+  does({{"attach", "p", "port", "2", "vlan", "7"},
+        {"attach", "p", "port", "3"},
+        {"attach", "p", "port", "77"}});
+  const auto finding = [](const char* port, const char* problem, const char* advice) {
+    return std::string("undecided-port: port ") + port +
+           ": what is attached there has no effect on frames that arrive: " + problem + "\n    " +
+           advice + "\n";
+  };
+  const char* const configure =
+      "Give the port an interface in l2cpd.toml and have that read with \"l2cpctl daemon reload\", "
+      "or detach what is attached there.";
+  EXPECT_EQ(found({"check"}),
+            finding("2", "missing0: there is no such interface",
+                    "See to its interface, \"l2cpctl daemon status\" shows how it fares; or detach "
+                    "what is attached there.") +
+                finding("3", "the port has no interface", configure) +
+                finding("77", "the port has no interface", configure) + "\n3 findings\n");
+  does({{"detach", "p", "port", "2", "vlan", "7"}, {"detach", "p", "port", "3"}});
+  EXPECT_EQ(
+      found({"-o", "check"}),
+      "finding=undecided-port port=77 vlan='' profile='' protocol='' entry='' problem='port 77: "
+      "what is attached there has no effect on frames that arrive: the port has no "
+      "interface' advice='" +
+          std::string(configure) + "'\n");
+}
+
+TEST_F(LiveDaemon, MetricsTellWhetherTheKernelDecidesAboutFramesOfPorts) {
+  makeProfile("p", "LLDP", "peer");
+  does({{"attach", "p", "port", "77"}});
+  EXPECT_THAT(
+      shown({"metrics"}),
+      HasSubstr(
+          "\n# HELP l2cp_port_live Whether the kernel decides about the frames that arrive on a "
+          "port's interface.\n"
+          "# TYPE l2cp_port_live gauge\n"
+          "l2cp_port_live{port=\"1\",name=\"uplink\"} 1\n"
+          "l2cp_port_live{port=\"2\",name=\"missing0\"} 0\n"
+          "l2cp_port_live{port=\"77\"} 0\n"
+          "# HELP l2cp_port_frames_total "));
 }
 
 TEST_F(Checking, FindsWhatWasRenamedWhileItWasAttached) {
@@ -853,6 +956,18 @@ TEST_F(Watching, GoesOnWhenTheDaemonIsGoneAndBack) {
   for (const std::string& line : watch.output().all()) {
     EXPECT_THAT(line, Not(testing::ContainsRegex("rate=[0-9]{3}|rate=-")));
   }
+}
+
+TEST_F(Watching, TellsOfARestartThatKeepsTheNumberOfTheProcess) {
+  makeProfile("p", "LLDP", "tunnel");
+  does({{"attach", "p", "port", "3"}});
+  addedToFirstUptime = 60;
+  const std::string refreshes = shown({"-o", "watch", "port", "3", "count", "2"});
+  EXPECT_THAT(refreshes, MatchesRegex("kind=refresh time=[^ ]+ daemon=running reason=''\n"
+                                      "kind=port port=3 [^\n]*\n"
+                                      "kind=refresh time=[^ ]+ daemon=restarted reason=''\n"
+                                      "kind=port port=3 [^\n]* discard_rate='' peer_rate='' "
+                                      "tunnel_rate='' total_rate=''\n"));
 }
 
 TEST_F(Watching, GoesOnWhenTheDaemonDoesNotAnswerForAWhile) {

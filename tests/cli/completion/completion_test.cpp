@@ -186,8 +186,18 @@ TEST(Shown, IsACommandThatOnlyLooks) {
   EXPECT_THAT(shownBy({"run", "all"}), ElementsAre("running-config", "show", "all"));
   EXPECT_THAT(shownBy({"daemon"}), ElementsAre("daemon", "status"));
   EXPECT_THAT(shownBy({"vlan", "7"}), ElementsAre("vlan", "statistics", "7"));
+  EXPECT_THAT(shownBy({"port", "stat", "3"}), ElementsAre("port", "statistics", "3"));
+  EXPECT_THAT(shownBy({"profile", "stati", "cc"}), ElementsAre("profile", "statistics", "cc"));
+  EXPECT_THAT(shownBy({"vlan", "st", "7"}), ElementsAre("vlan", "statistics", "7"));
+  EXPECT_THAT(shownBy({"dae", "st"}), ElementsAre("daemon", "status"));
+  EXPECT_THAT(shownBy({"run", "sh", "all"}), ElementsAre("running-config", "show", "all"));
   EXPECT_THAT(shownBy({"profile", "delete"}), ElementsAre("profile", "show", "delete"));
   EXPECT_THROW(shownBy({}), UsageError);
+  // Names come first.
+  EXPECT_THAT(shownBy({"profile", "li"}), ElementsAre("profile", "show", "li"));
+  EXPECT_THAT(shownBy({"profile", "pos", "3"}), ElementsAre("profile", "show", "pos", "3"));
+  EXPECT_THAT(shownBy({"profile", "stat"}), ElementsAre("profile", "show", "stat"));
+  EXPECT_THROW(shownBy({"profile", "stat", "cc"}), UsageError);
   EXPECT_THROW(shownBy({"attach"}), UsageError);
   EXPECT_THROW(shownBy({"pro"}), UsageError);
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cli/program.h"
+#include "tests/support/pseudo_terminal.h"
 #include "tests/system/fixture.h"
 
 namespace cli {
@@ -53,15 +54,19 @@ std::string zsh(const std::vector<std::string>& words, const std::string& beginn
   return run.output;
 }
 
+void addProfiles(const std::vector<std::string>& names) {
+  for (const std::string& name : names) {
+    std::ostringstream out;
+    ASSERT_EQ(cli::run({"profile", "add", name}, out, out), 0) << out.str();
+  }
+}
+
 class Completions : public DaemonTest {
  protected:
   void SetUp() override {
     DaemonTest::SetUp();
     if (IsSkipped()) return;
-    for (const char* name : {"my net", "a:b", "a:c", "it's", "$(exit 7)", "caf\xc3\xa9"}) {
-      std::ostringstream out;
-      ASSERT_EQ(cli::run({"profile", "add", name}, out, out), 0) << out.str();
-    }
+    addProfiles({"my net", "a:b", "a:c", "it's", "$(exit 7)", "caf\xc3\xa9"});
   }
 };
 
@@ -81,8 +86,21 @@ TEST_F(Completions, InBashAreQuotedAsTheShellNeedsThem) {
   EXPECT_EQ(bash({"l2cpctl profile show i", "l2cpctl profile show \"my", "l2cpctl profile show 'my",
                   "l2cpctl profile show my\\ ", "l2cpctl profile show a:",
                   "l2cpctl profile show \\$", "l2cpctl profile show caf"}),
-            "[it\\'s]\n[my net]\n[my net]\n[my\\ net]\n[b][c]\n[\\$\\(exit\\ 7\\)]\n"
+            "[it\\'s]\n[my net\"]\n[my net']\n[my\\ net]\n[b][c]\n[\\$\\(exit\\ 7\\)]\n"
             "[caf\xc3\xa9]\n");
+}
+
+TEST_F(Completions, InBashEndWithWholeCharactersWhereNamesDiffer) {
+  addProfiles({"w a", "w'b", "v$a", "v\"b", "x!", "x'"});
+  EXPECT_EQ(bash({"l2cpctl profile show w", "l2cpctl profile show \"v", "l2cpctl profile show 'x"}),
+            "[w\\ a][w\\'b][w]\n[v\\\"b][v\\$a][v]\n[x'\\!'][x'\\''][x]\n");
+}
+
+TEST_F(Completions, InBashAreNoneBehindWhatTheShellExpands) {
+  addProfiles({"$x:y", "~:y"});
+  EXPECT_EQ(bash({"l2cpctl profile show $x:", "l2cpctl profile show ~:", "l2cpctl profile show $x",
+                  "l2cpctl profile show \"$x\":", "l2cpctl profile show '$x':"}),
+            "[]\n[]\n[\\$x:y]\n[]\n[y]\n");
 }
 
 TEST_F(Completions, InBashCarryOutNothingOfTheLine) {
@@ -105,6 +123,96 @@ TEST_F(Completions, InZshAreWordsOptionsAndLiveNames) {
             "my net:NAME\nposition\n");
   EXPECT_THAT(zsh({"profile", "list"}, "--js"), HasSubstr("--json:Answer in JSON"));
   EXPECT_EQ(zsh({"feed", "3"}, ""), "a file\n");
+}
+
+/// A shell on a terminal, whose l2cpctl shows the words that it is given.
+class InteractiveShell {
+ public:
+  InteractiveShell(support::PseudoTerminal& terminal, const std::string& command,
+                   const std::string& setUp)
+      : terminal_(terminal),
+        process_({"/bin/sh", "-c",
+                  "LC_ALL=C.UTF-8 TERM=dumb HISTFILE= exec setsid -cw " + command +
+                      redirections(terminal_.number())}) {
+    terminal_.type("l2cpctl() { if [ \"$1\" = -o ]; then " L2CPCTL_PROGRAM
+                   " \"$@\"; else printf 'words: '; printf '<%s>' \"$@\"; echo; fi; }\n" +
+                   setUp + "; PS1='rea''dy: '\n");
+    terminal_.until("ready: ");
+  }
+
+  /// Of a line that is typed, completed and carried out.
+  std::string wordsOf(const std::string& line) {
+    terminal_.type(line + "\t\n");
+    terminal_.until("words: ");
+    const std::string words = terminal_.until("\r\n");
+    terminal_.until("ready: ");
+    return words;
+  }
+
+ private:
+  static std::string redirections(int number) {
+    const std::string terminal = std::to_string(number);
+    return " <&" + terminal + " >&" + terminal + " 2>&" + terminal;
+  }
+
+  support::PseudoTerminal& terminal_;
+  support::Process process_;
+};
+
+/// Names that mean something to a shell.
+class CompletedNames : public DaemonTest {
+ protected:
+  struct Typed {
+    std::string name;
+    std::vector<std::string> beginnings;
+  };
+
+  void SetUp() override {
+    if (!terminal_.isThere()) GTEST_SKIP() << "no terminals here";
+    DaemonTest::SetUp();
+    if (IsSkipped()) return;
+    for (const Typed& each : names()) addProfiles({each.name});
+  }
+
+  static std::vector<Typed> names() {
+    return {{"$(touch x)", {R"(\$)", R"("\$)", "'$"}},
+            {"it's", {"i", "\"i", "'i", R"('it'\'')"}},
+            {"a\"b", {"a", "\"a", "'a\"", "'a'\""}},
+            {"back\\slash", {"ba", "\"ba", "'ba", R"("back\\)"}},
+            {"x';id;'", {"x", "\"x", "'x"}},
+            {"`id`", {"\\`", "\"\\`", "'`"}},
+            {"!x", {"\\!", "\"!", "'!"}},
+            {"end\"", {"en", "\"en", "'en"}},
+            {"End'", {"En", "\"En", "'En"}},
+            {"'q u", {"\\'", "\"'", R"(''\'')"}},
+            {"c:$d", {"c", "c:", "\"c:", "'c'\":"}}};
+  }
+
+  static void expectWhole(InteractiveShell& shell) {
+    for (const auto& [name, beginnings] : names()) {
+      for (const std::string& beginning : beginnings) {
+        ASSERT_EQ(shell.wordsOf("l2cpctl profile show " + beginning),
+                  "<profile><show><" + name + ">")
+            << beginning;
+      }
+    }
+  }
+
+  support::PseudoTerminal terminal_;
+};
+
+TEST_F(CompletedNames, InBashAreTheNamesWhateverQuotationIsOpen) {
+  InteractiveShell shell(terminal_, "bash --norc --noprofile -i",
+                         "source " COMPLETIONS_FOLDER "/l2cpctl");
+  expectWhole(shell);
+}
+
+TEST_F(CompletedNames, InZshAreTheNamesWhateverQuotationIsOpen) {
+  if (!hasZsh()) GTEST_SKIP() << "no zsh here";
+  InteractiveShell shell(terminal_, "zsh -f -i",
+                         "fpath=(" COMPLETIONS_FOLDER
+                         " $fpath); autoload -U compinit; compinit -D -u");
+  expectWhole(shell);
 }
 
 class CompletionsWithoutDaemon : public WorldTest {};

@@ -125,6 +125,8 @@ TEST_F(ShellWithoutDaemon, PassesOverLinesThatSayNothing) {
 
 TEST_F(ShellWithoutDaemon, ShowsHelp) {
   EXPECT_THAT(answer("help"), AllOf(HasSubstr("\"?\" tells"), HasSubstr("Commands:")));
+  EXPECT_EQ(answer("hel"), answer("help"));
+  EXPECT_EQ(answer("h prof sh"), answer("help profile show"));
   EXPECT_THAT(answer("help profile show"), StartsWith("Usage: l2cpctl [OPTIONS] profile show"));
   EXPECT_THAT(answer("profile show -h"), StartsWith("Usage: l2cpctl [OPTIONS] profile show"));
   EXPECT_THAT(answer("-V"), StartsWith("l2cpctl "));
@@ -155,6 +157,7 @@ TEST_F(ShellWithoutDaemon, CompletesWordsAsFarAsTheyAreCertain) {
   EXPECT_EQ(completed("l2cpctl prof"), "l2cpctl profile ");
   EXPECT_EQ(completed("show prof"), "show profile ");
   EXPECT_EQ(completed("show profile sta"), "show profile stat");
+  EXPECT_EQ(completed("show running-config sh a"), "show running-config sh all ");
   EXPECT_EQ(completed("help prof"), "help profile ");
 }
 
