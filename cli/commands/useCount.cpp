@@ -10,8 +10,9 @@ namespace cli {
 
 namespace {
 
+/// Behind "save".
 constexpr const char* restart =
-    "ave with \"l2cpctl running-config save\" and restart l2cpd: counts begin anew.";
+    "with \"l2cpctl running-config save\" and restart l2cpd: counts begin anew.";
 
 std::string rulesText(std::int64_t count) {
   return fmt::format("{} rule{}", count, count == 1 ? "" : "s");
@@ -28,14 +29,14 @@ Finding stuck(const char* name, std::int64_t count) {
                       "that a copy of a profile was made with do not count, but are taken "
                       "off when they are deleted",
                       rulesText(count));
-  return {
-      .what = "stuck-protocol",
-      .protocol = name,
-      .problem = fmt::format("{} counts {}", nameText(name), why),
-      .advice = fmt::format(
-          "S{} Or put another protocol in its place with \"l2cpctl protocol rename OTHER {}\"{}",
-          restart, argumentText(name),
-          count > 0 ? "; delete profiles only after \"l2cpctl profile rule clear\"." : ".")};
+  return {.what = "stuck-protocol",
+          .protocol = name,
+          .problem = fmt::format("{} counts {}", nameText(name), why),
+          .advice = fmt::format(
+              "Save {} Or put another protocol in its place with \"l2cpctl protocol rename OTHER "
+              "{}\"{}",
+              restart, argumentText(name),
+              count > 0 ? "; delete profiles only after \"l2cpctl profile rule clear\"." : ".")};
 }
 
 Finding low(const char* name, std::int64_t count, std::int64_t uses) {
@@ -48,7 +49,7 @@ Finding low(const char* name, std::int64_t count, std::int64_t uses) {
               count < 0 ? "cannot be deleted when" : "can be deleted before"),
           .advice = fmt::format("Delete copies with \"l2cpctl profile delete\" alone: \"l2cpctl "
                                 "profile rule clear\" and \"l2cpctl load\" take off what was not "
-                                "counted. Or s{}",
+                                "counted. Or save {}",
                                 restart)};
 }
 
