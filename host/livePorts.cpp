@@ -255,6 +255,7 @@ void LivePorts::attach(LivePort& port) {
 // Frames of the port are left to the bridge.
 void LivePorts::detach(LivePort& port, const std::string& reason) {
   port.attachment.reset();
+  port.notedMode.reset();
   plane_.setInterface(port.number, 0);
   port.interface = 0;
   if (port.problem == reason) return;

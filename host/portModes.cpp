@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 #include <variant>
+#include <vector>
 
 #include "classifier/xdp/netlink.h"
 #include "host/log.h"
@@ -44,6 +45,7 @@ PortModes::PortModes(const Config& config, classifier::xdp::Plane& plane, KeptPr
 std::optional<Problem> PortModes::attach(LivePort& port) {
   port.refusedMtu.reset();
   port.cannotMark = false;
+  plane_.takeUnmarked(port.number);
   const std::string file = kept_.fileOf(port.interface);
   Attachment::Options options{
       .mode = modeFor(port, file), .replacesOthers = config_.xdp.replace, .file = file};
@@ -75,6 +77,7 @@ void PortModes::forgetRefusals() {
   for (auto& [number, port] : ports_) {
     if (port.refusedMtu) port.refusedMtu = 0;
   }
+  refusing_.clear();
 }
 
 Mode PortModes::modeFor(const LivePort& port, const std::string& file) const {
@@ -91,7 +94,8 @@ Mode PortModes::bestMode(const LivePort& port) {
 }
 
 // Some take redirected frames only after a program has been attached, so this can be known only
-// then.
+// then. Programs that were kept in generic mode are not tried for it: their frames would meet no
+// rule meanwhile.
 void PortModes::leaveNative() {
   if (isNativeLeft_) return;
   const bool isGenericKept = std::exchange(isGenericKept_, false);
@@ -116,9 +120,7 @@ void PortModes::returnToNative() {
   if (!isNativeLeft_ || !isCalm()) return;
   tryNative();
   isNativeLeft_ = !refusing_.empty();
-  if (!isNativeLeft_) {
-    hostlog::information("xdp", "all ports that took no frames in native mode do or have gone");
-  }
+  if (!isNativeLeft_) hostlog::information("xdp", "native mode is used again");
   setAll(isNativeLeft_ ? Mode::generic : Mode::native);
 }
 
@@ -146,14 +148,16 @@ bool PortModes::isCalm() {
   return true;
 }
 
-// One by one, those first of which only that can tell: the frames of all others meet their rules
-// without a break if one refuses.
+// First those of which only that can tell: the frames of all others meet their rules without a
+// break if one refuses. What one takes may depend on another one's program, at the far end of its
+// cable.
 void PortModes::tryNative() {
+  std::vector<LivePort*> doubtful;
   for (auto& [number, port] : ports_) {
-    if (!port.attachment || receivesRedirected(port.interface)) continue;
-    set(port, bestMode(port));
-    if (refuses(port)) return;
+    if (port.attachment && !receivesRedirected(port.interface)) doubtful.push_back(&port);
   }
+  for (LivePort* port : doubtful) set(*port, bestMode(*port));
+  for (const auto& [number, port] : ports_) refuses(port);
 }
 
 // A driver that has refused the program may take it with another MTU.
@@ -161,8 +165,7 @@ void PortModes::retryNative() {
   if (isNativeLeft_) return;
   for (auto& [number, port] : ports_) {
     if (!port.attachment || port.refusedMtu.value_or(port.mtu) == port.mtu) continue;
-    port.refusedMtu.reset();
-    set(port, Mode::native);
+    set(port, bestMode(port));
   }
 }
 
@@ -201,6 +204,8 @@ void PortModes::setAll(Mode wanted) {
 
 void PortModes::set(LivePort& port, Mode mode) {
   if (port.isIn(mode)) return;
+  port.refusedMtu.reset();
+  plane_.takeUnmarked(port.number);
   Attachment::Options options{
       .mode = mode, .replacesOthers = config_.xdp.replace, .file = kept_.fileOf(port.interface)};
   auto problem = port.attachment->changeMode(plane_.programs(), port.interface, options);

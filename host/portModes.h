@@ -32,8 +32,9 @@ class PortModes {
   /// Has each port in the mode for it, now that interfaces, or what their drivers can do, may have
   /// changed.
   void follow();
-  /// Drivers that have refused the program are to be asked again: the reason may have been at the
-  /// far end of a cable, which is not seen from here.
+  /// Drivers that have refused the program, and interfaces that took no redirected frames, are to
+  /// be tried again: the reason may have been where it is not seen from here, as at the far end of
+  /// a cable.
   void forgetRefusals();
 
  private:

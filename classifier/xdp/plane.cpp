@@ -249,6 +249,7 @@ int Plane::addPort(std::uint32_t port, const Vlans& vlans) {
   maps_->freePlaces.pop_back();
   pack({}, maps_->packed, {});
   maps_->put(added.place);
+  std::atomic_ref(maps_->ports[added.place].unmarked).store(0, std::memory_order_relaxed);
   putVlans(added, vlans);
   return 0;
 }

@@ -65,6 +65,15 @@ TEST_F(Xdp, APeeredFrameForWhoseMarkThereIsNoRoomIsReportedOnce) {
   EXPECT_FALSE(kernel->plane.takeUnmarked(port));
 }
 
+TEST_F(Xdp, APortInThePlaceOfAnotherIsNotReportedForIt) {
+  addProtocol(*kernel, "p", ACL_ACTION_HIDE);
+  ASSERT_EQ(kernel->request.addEntry(portText, 1, 200, "p", "p"), 0);
+  EXPECT_EQ(kernel->fate(untagged(), kernel->mostBefore(untagged())), Fate::untouched);
+  ASSERT_EQ(kernel->plane.removePort(port), 0);
+  ASSERT_EQ(kernel->plane.addPort(port, {}), 0);
+  EXPECT_FALSE(kernel->plane.takeUnmarked(port));
+}
+
 TEST_F(Xdp, APortThatIsRemovedIsWithoutRulesWhenItComesBack) {
   addProtocol(*kernel, "p", ACL_ACTION_DROP);
   ASSERT_EQ(kernel->request.addEntry(portText, 1, 200, "p", "p"), 0);

@@ -106,6 +106,13 @@ void ip(const std::string& arguments) {
   if (result.status != 0) throw std::runtime_error("ip " + arguments + ": " + result.output);
 }
 
+/// How often the text has the part.
+std::size_t count(const std::string& text, const std::string& part) {
+  std::size_t found = 0;
+  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++found;
+  return found;
+}
+
 /// The bridge br0 with the ports p1 to p3, the other ends of whose cables are c1 to c3.
 class Live : public WorldTest {
  protected:
@@ -583,6 +590,7 @@ TEST_F(Live, AnInterfaceThatIsReplacedUnseenIsTakenAnew) {
   cable(2, "index " + number);
   world().daemon().signal(SIGCONT);
   EXPECT_TRUE(tunnels());
+  EXPECT_EQ(count(world().daemon().output().text(), "port 2, p2: takes tags from frames"), 2U);
 }
 
 TEST_F(Live, AnInterfaceThatWasInAnotherNetworkNamespaceIsTakenAnew) {
@@ -1060,6 +1068,37 @@ TEST_F(Live, NativeModeIsLeftByAPortWhoseDriverHasNoRoomForMarks) {
   EXPECT_EQ(send({cdp()}), (Arrived{{"p1", {cdp()}}}));
 }
 
+TEST_F(Live, GenericModeIsKeptByAPortWhoseDriverHasNoRoomForMarksWhateverHasRefusedItBefore) {
+  for (const char* end : {"c1", "c2", "c3"}) ASSERT_TRUE(receiveInBulk(end)) << end;
+  ip("link set c1 mtu 9000");
+  if (!start()) return;
+  EXPECT_EQ(state(1), "generic");
+  ASSERT_TRUE(receiveInBulk("c2", false));
+  EXPECT_TRUE(becomes(2, "generic"));
+  ip("link set c1 mtu 1500");
+  ASSERT_TRUE(receiveInBulk("c2"));
+  EXPECT_TRUE(becomes(1, "native"));
+  PortsOf(programs().drv_prog_id).first().unmarked = 1;
+  EXPECT_TRUE(becomes(1, "generic"));
+  EXPECT_EQ(client::Control("tcp").reload(), "");
+  EXPECT_EQ(state(1), "generic");
+  EXPECT_EQ(state(2), "native");
+}
+
+TEST_F(Live, NativeModeIsUsedAgainByPortsThatTakeFramesOnlyWithEachOthersPrograms) {
+  ip("link add a0 type veth peer name a1");
+  for (const char* end : {"a0", "a1"}) ip(std::string("link set ") + end + " up");
+  if (!start("classifier = \"xdp\"\n[[port]]\nnumber = 1\ninterface = \"a0\"\n"
+             "[[port]]\nnumber = 2\ninterface = \"a1\"\n"
+             "[[port]]\nnumber = 3\ninterface = \"p3\"\n")) {
+    return;
+  }
+  EXPECT_EQ(state(1), "generic");
+  ip("link delete p3");
+  EXPECT_TRUE(becomes(1, "native"));
+  EXPECT_EQ(state(2), "native");
+}
+
 TEST_F(Live, TheLogSaysWhereTagsMayBeHiddenAndWhatBecomesOfThem) {
   const std::string hidden =
       "port 1, p1: takes tags from frames where it can, and frames that arrive so count as "
@@ -1084,13 +1123,6 @@ TEST_F(Live, NativeModeIsLeftAndUsedAgainAsPortsTakeItsFrames) {
   EXPECT_TRUE(becomes(1, "native"));
   EXPECT_EQ(state(2), "native");
   EXPECT_EQ(send({lldp()}), (Arrived{{"c2", {lldp()}}, {"c3", {lldp()}}}));
-}
-
-/// How often the text has the part.
-std::size_t count(const std::string& text, const std::string& part) {
-  std::size_t found = 0;
-  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++found;
-  return found;
 }
 
 TEST_F(Live, OtherPortsKeepTheirModeWhileOneThatRefusesNativeModeIsMadeAnew) {
@@ -1384,6 +1416,21 @@ TEST_F(Kept, PortsStayInTheModeOfTheirProgramsWhileOneRefusesTheOther) {
   EXPECT_THAT(world().daemon().output().text(),
               HasSubstr("p2 takes no frames that are redirected in native mode"));
   ASSERT_TRUE(receiveInBulk("c2"));
+  EXPECT_TRUE(becomes(1, "native"));
+}
+
+TEST_F(Kept, AReloadHasNativeModeTriedByPortsThatTakeItsFramesOnlyThen) {
+  ip("link add a0 type veth peer name a1");
+  for (const char* end : {"a0", "a1"}) ip(std::string("link set ") + end + " up");
+  const std::string two =
+      "classifier = \"xdp\"\n[[port]]\nnumber = 1\ninterface = \"a0\"\n"
+      "[[port]]\nnumber = 2\ninterface = \"a1\"\n";
+  const std::string keep = "[xdp]\nkeep = true\n";
+  if (!start(two + "[[port]]\nnumber = 3\ninterface = \"p3\"\n" + keep)) return;
+  stop();
+  ASSERT_TRUE(start(two + keep));
+  EXPECT_EQ(state(1), "generic");
+  EXPECT_EQ(client::Control("tcp").reload(), "");
   EXPECT_TRUE(becomes(1, "native"));
 }
 
