@@ -67,8 +67,7 @@ LivePorts::LivePorts(classifier::Table& table, const Config& config)
       again_([this] { followLinks(); }),
       modes_(
           config, plane_, kept_, ports_,
-          [this](LivePort& port, const std::string& reason) { detach(port, reason); },
-          [this] { followLinks(); }) {
+          [this](LivePort& port, const std::string& reason) { detach(port, reason); }, again_) {
   for (const auto& [number, port] : config_.ports) {
     if (port.interface.empty()) continue;
     const std::string problem = addPort(number, port);
@@ -163,15 +162,15 @@ std::vector<std::string> LivePorts::followConfig() {
 void LivePorts::followLinks() {
   const std::vector<Link> links = classifier::xdp::links();
   // There is always loopback: the kernel has not answered.
-  const bool isUnanswered = links.empty();
-  if (!std::exchange(isUnanswered_, isUnanswered) && isUnanswered) {
-    hostlog::warning("xdp",
-                     "the kernel does not say which interfaces there are; it is asked again");
-  }
-  if (isUnanswered) {
+  if (links.empty()) {
+    if (!std::exchange(isUnanswered_, true)) {
+      hostlog::warning("xdp",
+                       "the kernel does not say which interfaces there are; it is asked again");
+    }
     again_.set(patience);
     return;
   }
+  isUnanswered_ = false;
   // All of them first: interfaces may have exchanged their names.
   for (auto& [number, port] : ports_) {
     const Link* link = linkNamed(port.wanted.interface, links);

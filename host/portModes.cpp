@@ -33,13 +33,13 @@ bool receivesRedirected(std::uint32_t interface) {
 PortModes::PortModes(const Config& config, classifier::xdp::Plane& plane, KeptPrograms& kept,
                      LivePortsByNumber& ports,
                      std::function<void(LivePort&, const std::string&)> detach,
-                     std::function<void()> look)
+                     const LoopAlarm& look)
     : config_(config),
       plane_(plane),
       kept_(kept),
       ports_(ports),
       detach_(std::move(detach)),
-      look_(std::move(look)),
+      look_(look),
       marks_([this] { watchMarks(); }) {}
 
 std::optional<Problem> PortModes::attach(LivePort& port) {
@@ -175,8 +175,7 @@ void PortModes::watchMarks() {
   for (auto& [number, port] : ports_) {
     if (!port.isIn(Mode::native)) continue;
     isAnyNative = true;
-    if (!plane_.takeUnmarked(number)) continue;
-    noteUnmarked(port);
+    if (plane_.takeUnmarked(number)) noteUnmarked(port);
   }
   if (isAnyNative) marks_.set(marksTime);
 }

@@ -20,12 +20,12 @@
 /// to an interface that does not take it is lost without a word.
 class PortModes {
  public:
-  /// `detach` is called for ports that have lost their program, with the reason; `look` in the loop
+  /// `detach` is called for ports that have lost their program, with the reason; `look` is set for
   /// when interfaces are to be looked at, and then `follow` called, although nothing is heard of
   /// them.
   PortModes(const Config& config, classifier::xdp::Plane& plane, KeptPrograms& kept,
             LivePortsByNumber& ports, std::function<void(LivePort&, const std::string&)> detach,
-            std::function<void()> look);
+            const LoopAlarm& look);
 
   /// Attaches the port's program in the mode for it. Why that cannot be, if it cannot.
   std::optional<classifier::xdp::Problem> attach(LivePort& port);
@@ -65,6 +65,6 @@ class PortModes {
   std::map<std::uint32_t, std::uint32_t> refusing_;
   /// Since when there is none of them.
   std::optional<std::chrono::steady_clock::time_point> calmSince_;
-  const LoopAlarm look_;
+  const LoopAlarm& look_;
   const LoopAlarm marks_;
 };
