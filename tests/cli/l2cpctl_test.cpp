@@ -869,6 +869,26 @@ class NamedPorts : public DaemonTest {
 
 const std::string anyTime = "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z";
 
+// What follows the daemon itself in its state, in each form.
+const std::string entities =
+    "\n\n"
+    "ENTITY       STATE\n"
+    "Interfaces   running\n"
+    "vlanprofile  running\n"
+    "servprofile  running\n"
+    "l2cp         running\n";
+const std::string entityLines =
+    "\n"
+    "kind=entity entity=Interfaces state=running\n"
+    "kind=entity entity=vlanprofile state=running\n"
+    "kind=entity entity=servprofile state=running\n"
+    "kind=entity entity=l2cp state=running\n";
+const std::string entityObjects = R"(","entities":\[)"
+                                  R"(\{"entity":"Interfaces","state":"running"\},)"
+                                  R"(\{"entity":"vlanprofile","state":"running"\},)"
+                                  R"(\{"entity":"servprofile","state":"running"\},)"
+                                  R"(\{"entity":"l2cp","state":"running"\}\],)";
+
 TEST_F(NamedPorts, AreShownWithTheDaemonsState) {
   EXPECT_THAT(shown({"daemon", "status"}), MatchesRegex("release     [0-9]+\\.[0-9]+\\.[0-9]+\n"
                                                         "bridge      br7\n"
@@ -878,14 +898,7 @@ TEST_F(NamedPorts, AreShownWithTheDaemonsState) {
                                                         "\n"
                                                         "uptime      00:00:[0-9][0-9]\n"
                                                         "counting    since " +
-                                                        anyTime +
-                                                        "\n"
-                                                        "\n"
-                                                        "ENTITY       STATE\n"
-                                                        "Interfaces   running\n"
-                                                        "vlanprofile  running\n"
-                                                        "servprofile  running\n"
-                                                        "l2cp         running\n"
+                                                        anyTime + entities +
                                                         "\n"
                                                         "PORT  NAME\n"
                                                         "   3  uplink\n"
@@ -896,23 +909,13 @@ TEST_F(NamedPorts, AreShownToProgramsWithTheDaemonsState) {
   EXPECT_THAT(shown({"-o", "daemon", "status"}),
               MatchesRegex("kind=daemon release=[0-9.]+ bridge=br7 classifier=software "
                            "process=[0-9]+ uptime=[0-9]+ counting=" +
-                           anyTime +
-                           "\n"
-                           "kind=entity entity=Interfaces state=running\n"
-                           "kind=entity entity=vlanprofile state=running\n"
-                           "kind=entity entity=servprofile state=running\n"
-                           "kind=entity entity=l2cp state=running\n"
+                           anyTime + entityLines +
                            "kind=port port=3 name=uplink\n"
                            "kind=port port=7 name='ce 1'\n"));
   EXPECT_THAT(shown({"-j", "daemon", "status"}),
               MatchesRegex(R"(\{"release":"[0-9.]+","bridge":"br7","classifier":"software",)"
                            R"("process":[0-9]+,"uptime":[0-9]+,"counting":")" +
-                           anyTime +
-                           R"(","entities":\[)"
-                           R"(\{"entity":"Interfaces","state":"running"\},)"
-                           R"(\{"entity":"vlanprofile","state":"running"\},)"
-                           R"(\{"entity":"servprofile","state":"running"\},)"
-                           R"(\{"entity":"l2cp","state":"running"\}\],)"
+                           anyTime + entityObjects +
                            R"("ports":\[\{"port":3,"name":"uplink"\},\{"port":7,"name":"ce 1"\}\],)"
                            R"("interfaces":\[\]\})"
                            "\n"));
@@ -926,13 +929,7 @@ TEST_F(LiveDaemon, ShowsTheInterfacesOfItsPortsWithItsState) {
                            "process     [0-9]+\n"
                            "uptime      00:00:[0-9][0-9]\n"
                            "counting    since " +
-                           anyTime +
-                           "\n\n"
-                           "ENTITY       STATE\n"
-                           "Interfaces   running\n"
-                           "vlanprofile  running\n"
-                           "servprofile  running\n"
-                           "l2cp         running\n"
+                           anyTime + entities +
                            "\n"
                            "PORT  NAME\n"
                            "   1  uplink\n"
@@ -950,12 +947,7 @@ TEST_F(LiveDaemon, ShowsTheInterfacesOfItsPortsToPrograms) {
       MatchesRegex(
           "kind=daemon release=[0-9.]+ bridge=br0 classifier=xdp process=[0-9]+ "
           "uptime=[0-9]+ counting=" +
-          anyTime +
-          "\n"
-          "kind=entity entity=Interfaces state=running\n"
-          "kind=entity entity=vlanprofile state=running\n"
-          "kind=entity entity=servprofile state=running\n"
-          "kind=entity entity=l2cp state=running\n"
+          anyTime + entityLines +
           "kind=port port=1 name=uplink\n"
           "kind=port port=2 name=missing0\n"
           "kind=port port=3 name=spare\n"
@@ -964,12 +956,8 @@ TEST_F(LiveDaemon, ShowsTheInterfacesOfItsPortsToPrograms) {
   EXPECT_THAT(shown({"-j", "daemon", "status"}),
               MatchesRegex(R"(\{"release":"[0-9.]+","bridge":"br0","classifier":"xdp",)"
                            R"("process":[0-9]+,"uptime":[0-9]+,"counting":")" +
-                           anyTime +
-                           R"(","entities":\[)"
-                           R"(\{"entity":"Interfaces","state":"running"\},)"
-                           R"(\{"entity":"vlanprofile","state":"running"\},)"
-                           R"(\{"entity":"servprofile","state":"running"\},)"
-                           R"(\{"entity":"l2cp","state":"running"\}\],"ports":\[)"
+                           anyTime + entityObjects +
+                           R"("ports":\[)"
                            R"(\{"port":1,"name":"uplink"\},\{"port":2,"name":"missing0"\},)"
                            R"(\{"port":3,"name":"spare"\}\],"interfaces":\[)"
                            R"(\{"port":1,"interface":"p1","frames":"generic"\},)"
